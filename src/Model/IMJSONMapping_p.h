@@ -1,0 +1,106 @@
+#pragma once
+
+// Conversions shared by the records' JSON mapping. A value converts when its JSON type fits the
+// property (numbers and text convert into one another, as the server is not always consistent);
+// any other type is a mismatch and makes the whole record fail to map.
+
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <QVariantList>
+#include <QVariantMap>
+#include <optional>
+
+namespace IMJSONMapping {
+
+enum class Status {
+    Absent,   //!< the key is missing or holds JSON null: the property is left as it is
+    Ok,       //!< converted
+    Mismatch  //!< present with a type that cannot become the property's type
+};
+
+//! True for a missing key or a JSON null.
+bool isAbsent(const QVariant &value);
+
+Status toString(const QVariant &value, QString *out);
+Status toBool(const QVariant &value, bool *out);
+Status toInt64(const QVariant &value, qint64 *out);
+Status toUInt64(const QVariant &value, quint64 *out);
+Status toInt32(const QVariant &value, qint32 *out);
+Status toMap(const QVariant &value, QVariantMap *out);
+Status toList(const QVariant &value, QVariantList *out);
+Status toStringList(const QVariant &value, QStringList *out);
+
+//! Reads `key` of `dict` into `*out` with `convert`; an absent value leaves `*out` untouched.
+//! Returns false only on a mismatch.
+template<typename T, typename Convert>
+bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
+{
+    const auto it = dict.constFind(key);
+    if (it == dict.constEnd())
+        return true;
+    return convert(it.value(), out) != Status::Mismatch;
+}
+
+//! The same for a property with presence: a converted value sets it, an absent one leaves it.
+template<typename T, typename Convert>
+bool readOptional(const QVariantMap &dict, const QString &key, std::optional<T> *out, Convert convert)
+{
+    const auto it = dict.constFind(key);
+    if (it == dict.constEnd())
+        return true;
+    T value{};
+    switch (convert(it.value(), &value)) {
+    case Status::Absent:
+        return true;
+    case Status::Ok:
+        *out = std::move(value);
+        return true;
+    case Status::Mismatch:
+        return false;
+    }
+    return false;
+}
+
+//! A required value: missing, null or mismatched all fail.
+template<typename T, typename Convert>
+bool readRequired(const QVariantMap &dict, const QString &key, T *out, Convert convert)
+{
+    const auto it = dict.constFind(key);
+    return it != dict.constEnd() && convert(it.value(), out) == Status::Ok;
+}
+
+//! Writes `value` under `key` when the text is set (not null).
+inline void writeString(QVariantMap &dict, const QString &key, const QString &value)
+{
+    if (!value.isNull())
+        dict.insert(key, value);
+}
+
+//! Writes an optional value under `key` when it is set.
+template<typename T>
+void writeOptional(QVariantMap &dict, const QString &key, const std::optional<T> &value)
+{
+    if (value)
+        dict.insert(key, QVariant::fromValue(*value));
+}
+
+//! The list's dictionaries mapped with `make`; elements that are not dictionaries, or that fail
+//! to map, are left out; nested lists are flattened.
+template<typename Ptr, typename Make>
+QList<Ptr> mapArray(const QVariantList &array, Make make)
+{
+    QList<Ptr> out;
+    out.reserve(array.size());
+    for (const QVariant &element : array) {
+        if (element.typeId() == QMetaType::QVariantMap) {
+            if (Ptr record = make(element.toMap()))
+                out.append(std::move(record));
+        } else if (element.typeId() == QMetaType::QVariantList) {
+            out.append(mapArray<Ptr>(element.toList(), make));
+        }
+    }
+    return out;
+}
+
+} // namespace IMJSONMapping

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "IMError.h"
+
+#include <QList>
+#include <QMetaType>
+#include <QString>
+#include <QVariantList>
+#include <QVariantMap>
+#include <functional>
+#include <memory>
+
+class IMObject;
+using IMObjectPtr = std::shared_ptr<IMObject>;
+
+//! The base of the server's objects (clients, rooms, messages, files): identity, timestamps and
+//! the JSON mapping. The JSON key "id" maps to `objectID`; every other key is the property's own
+//! name. Every property is optional: a missing key or JSON null leaves it unset; unknown keys are
+//! dropped; a value whose type cannot become the property's makes the record fail to map.
+//! Records are shared by pointer and compared by identity; they are not thread-safe.
+class IMObject
+{
+public:
+    //! A record with every property unset.
+    IMObject();
+    virtual ~IMObject();
+    IMObject(const IMObject &) = delete;
+    IMObject &operator=(const IMObject &) = delete;
+
+    //! A record mapped from `dictionary`, or null when a value's type does not fit its property.
+    static IMObjectPtr fromDictionary(const QVariantMap &dictionary);
+    //! The dictionaries of `array` mapped; elements that fail to map or are not dictionaries are left out.
+    static QList<IMObjectPtr> arrayOfModelsFromDictionaries(const QVariantList &array);
+
+    //! Sets the properties whose keys `dictionary` holds; all or nothing: false (and no change) on a mismatch.
+    bool mergeFromDictionary(const QVariantMap &dictionary);
+    //! The record as a JSON dictionary: "id" for `objectID`, unset properties left out.
+    virtual QVariantMap toDictionary() const;
+
+    //! The server location of the object ("url").
+    QString url() const;
+    //! Sets `url`.
+    void setUrl(const QString &url);
+    //! The server's class name ("className").
+    QString className() const;
+    //! Sets `className`.
+    void setClassName(const QString &className);
+    //! The server's identifier (JSON "id").
+    QString objectID() const;
+    //! Sets `objectID`.
+    void setObjectID(const QString &objectID);
+    //! Creation time as "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" text (see IMDate).
+    QString createdAt() const;
+    //! Sets `createdAt`.
+    void setCreatedAt(const QString &createdAt);
+    //! Last change, same form as `createdAt`.
+    QString updatedAt() const;
+    //! Sets `updatedAt`.
+    void setUpdatedAt(const QString &updatedAt);
+    //! Free-form extra data ("data"); empty when unset.
+    QVariantMap data() const;
+    //! Sets `data` (an empty dictionary is set, and written as {}).
+    void setData(const QVariantMap &data);
+    //! True when `data` is set.
+    bool hasData() const;
+
+    //! Calls `saveInBackGround(completion)` with a completion that does nothing.
+    void saveInBackGround();
+    //! An empty hook kept for subclasses: does nothing and never calls `completion`.
+    virtual void saveInBackGround(const std::function<void(bool, const IMError &)> &completion);
+
+protected:
+    //! Reads the subclass's own properties from `dictionary`, all or nothing; false on a mismatch.
+    virtual bool mergeOwnFields(const QVariantMap &dictionary);
+    //! Copies `data` from `other`, set or unset alike.
+    void copyDataFrom(const IMObject &other);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+Q_DECLARE_METATYPE(IMObjectPtr)

@@ -1,0 +1,116 @@
+#include "IMRoom.h"
+
+#include "IMJSONMapping_p.h"
+#include "IMUserDefaults.h"
+
+#include <optional>
+
+using namespace IMJSONMapping;
+
+struct IMRoom::Private
+{
+    QString name;
+    QString thumbnail;
+    std::optional<bool> isPublic;
+    std::optional<QVariantList> client;
+    std::optional<QVariantList> message;
+    std::optional<QStringList> archivedBy;
+    std::optional<QVariantMap> readTime;
+    QString lastMessageTime;
+    IMClientPtr sender;
+    std::optional<qint32> badge;
+};
+
+IMRoom::IMRoom() : d(std::make_unique<Private>()) { }
+IMRoom::~IMRoom() = default;
+
+IMRoomPtr IMRoom::fromDictionary(const QVariantMap &dictionary)
+{
+    auto room = std::make_shared<IMRoom>();
+    return room->mergeFromDictionary(dictionary) ? room : nullptr;
+}
+
+QList<IMRoomPtr> IMRoom::arrayOfModelsFromDictionaries(const QVariantList &array)
+{
+    return mapArray<IMRoomPtr>(array, &IMRoom::fromDictionary);
+}
+
+bool IMRoom::mergeOwnFields(const QVariantMap &dict)
+{
+    Private staged = *d;
+    const bool ok = read(dict, QStringLiteral("name"), &staged.name, toString)
+                    && read(dict, QStringLiteral("thumbnail"), &staged.thumbnail, toString)
+                    && readOptional(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
+                    && readOptional(dict, QStringLiteral("client"), &staged.client, toList)
+                    && readOptional(dict, QStringLiteral("message"), &staged.message, toList)
+                    && readOptional(dict, QStringLiteral("archivedBy"), &staged.archivedBy, toStringList)
+                    && readOptional(dict, QStringLiteral("readTime"), &staged.readTime, toMap)
+                    && read(dict, QStringLiteral("lastMessageTime"), &staged.lastMessageTime, toString)
+                    && readOptional(dict, QStringLiteral("badge"), &staged.badge, toInt32);
+    if (!ok)
+        return false;
+    // A nested record that does not map is skipped, as every property here is optional.
+    const auto sender = dict.constFind(QStringLiteral("sender"));
+    if (sender != dict.constEnd() && sender->typeId() == QMetaType::QVariantMap) {
+        if (IMClientPtr client = IMClient::fromDictionary(sender->toMap()))
+            staged.sender = client;
+    }
+    *d = std::move(staged);
+    return true;
+}
+
+QVariantMap IMRoom::toDictionary() const
+{
+    QVariantMap dict = IMObject::toDictionary();
+    writeString(dict, QStringLiteral("name"), d->name);
+    writeString(dict, QStringLiteral("thumbnail"), d->thumbnail);
+    writeOptional(dict, QStringLiteral("isPublic"), d->isPublic);
+    writeOptional(dict, QStringLiteral("client"), d->client);
+    writeOptional(dict, QStringLiteral("message"), d->message);
+    writeOptional(dict, QStringLiteral("archivedBy"), d->archivedBy);
+    writeOptional(dict, QStringLiteral("readTime"), d->readTime);
+    writeString(dict, QStringLiteral("lastMessageTime"), d->lastMessageTime);
+    if (d->sender)
+        dict.insert(QStringLiteral("sender"), d->sender->toDictionary());
+    writeOptional(dict, QStringLiteral("badge"), d->badge);
+    return dict;
+}
+
+IMClientPtr IMRoom::anyOtherClient() const
+{
+    if (!d->client)
+        return nullptr;
+    const QString me = IMUserDefaults::standardUserDefaults()->clientID();
+    for (const QVariant &member : *d->client) {
+        if (member.typeId() != QMetaType::QVariantMap)
+            continue;
+        IMClientPtr client = IMClient::fromDictionary(member.toMap());
+        // Compared as text: an absent id differs from a present one.
+        if (client && (client->clientID() != me || client->clientID().isNull() != me.isNull()))
+            return client;
+    }
+    return nullptr;
+}
+
+QString IMRoom::name() const { return d->name; }
+void IMRoom::setName(const QString &name) { d->name = name; }
+QString IMRoom::thumbnail() const { return d->thumbnail; }
+void IMRoom::setThumbnail(const QString &thumbnail) { d->thumbnail = thumbnail; }
+bool IMRoom::isPublic() const { return d->isPublic.value_or(false); }
+void IMRoom::setIsPublic(bool isPublic) { d->isPublic = isPublic; }
+bool IMRoom::hasIsPublic() const { return d->isPublic.has_value(); }
+QVariantList IMRoom::client() const { return d->client.value_or(QVariantList()); }
+void IMRoom::setClient(const QVariantList &client) { d->client = client; }
+QVariantList IMRoom::message() const { return d->message.value_or(QVariantList()); }
+void IMRoom::setMessage(const QVariantList &message) { d->message = message; }
+QStringList IMRoom::archivedBy() const { return d->archivedBy.value_or(QStringList()); }
+void IMRoom::setArchivedBy(const QStringList &archivedBy) { d->archivedBy = archivedBy; }
+QVariantMap IMRoom::readTime() const { return d->readTime.value_or(QVariantMap()); }
+void IMRoom::setReadTime(const QVariantMap &readTime) { d->readTime = readTime; }
+QString IMRoom::lastMessageTime() const { return d->lastMessageTime; }
+void IMRoom::setLastMessageTime(const QString &lastMessageTime) { d->lastMessageTime = lastMessageTime; }
+IMClientPtr IMRoom::sender() const { return d->sender; }
+void IMRoom::setSender(const IMClientPtr &sender) { d->sender = sender; }
+qint32 IMRoom::badge() const { return d->badge.value_or(0); }
+void IMRoom::setBadge(qint32 badge) { d->badge = badge; }
+bool IMRoom::hasBadge() const { return d->badge.has_value(); }
