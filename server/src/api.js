@@ -176,14 +176,12 @@ class ChatService {
 
   /** The client's rooms, newest last message first. */
   roomsOf(clientID) {
-    const out = [];
-    for (const r of this.store.rooms.values()) if (r.members.includes(clientID)) out.push(r);
-    return out.sort(newestFirst);
+    return this.store.roomsOfMember(clientID).sort(newestFirst);
   }
 
   totalBadge(clientID) {
     let total = 0;
-    for (const r of this.store.rooms.values()) if (r.members.includes(clientID)) total += r.unread[clientID] || 0;
+    for (const r of this.store.roomsOfMember(clientID)) total += r.unread[clientID] || 0;
     return total;
   }
 
@@ -321,8 +319,7 @@ class ChatService {
     };
     for (const id of extraMembers) if (!room.members.includes(id)) room.members.push(id);
     for (const id of room.members) room.unread[id] = 0;
-    this.store.rooms.set(room.id, room);
-    this.store.roomMessages.set(room.id, []);
+    this.store.addRoom(room);
     this.store.changed();
     return room;
   }
@@ -392,6 +389,7 @@ class ChatService {
 
   addMember(room, clientID, conn) {
     room.members.push(clientID);
+    this.store.indexMember(room, clientID);
     room.unread[clientID] = 0;
     room.updatedAt = isoNow();
     this.store.changed();

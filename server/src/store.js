@@ -17,12 +17,33 @@ class Store {
     this.files = new Map(); // file name -> file record
     this.fileBytes = new Map(); // file name -> Buffer (without a data folder)
     this.sessions = new Map(); // cookie session id -> { clientID, expires }
+    this.memberRooms = new Map(); // clientID -> Set of room ids
     this.seq = 0;
     this.saveTimer = null;
     if (this.dataDir) {
       fs.mkdirSync(path.join(this.dataDir, 'files'), { recursive: true });
       this.load();
     }
+  }
+
+  addRoom(room) {
+    this.rooms.set(room.id, room);
+    this.roomMessages.set(room.id, []);
+    for (const id of room.members) this.indexMember(room, id);
+  }
+
+  indexMember(room, clientID) {
+    let set = this.memberRooms.get(clientID);
+    if (!set) {
+      set = new Set();
+      this.memberRooms.set(clientID, set);
+    }
+    set.add(room.id);
+  }
+
+  /** The rooms the client is a member of, in no particular order. */
+  roomsOfMember(clientID) {
+    return [...(this.memberRooms.get(clientID) || [])].map((id) => this.rooms.get(id));
   }
 
   nextSeq() {
@@ -47,10 +68,7 @@ class Store {
     if (state.version !== STATE_VERSION) throw new Error(`unsupported state version ${state.version}`);
     this.seq = state.seq || 0;
     for (const c of state.clients || []) this.clients.set(c.clientID, c);
-    for (const r of state.rooms || []) {
-      this.rooms.set(r.id, r);
-      this.roomMessages.set(r.id, []);
-    }
+    for (const r of state.rooms || []) this.addRoom(r);
     for (const m of state.messages || []) {
       this.messages.set(m.id, m);
       const list = this.roomMessages.get(m.room);
