@@ -13,22 +13,22 @@ class Faults {
    * Adds a rule from { path, method?, prefix?, action: "drop"|"delay"|"status", ms?, status?,
    * body?, handle?, times? }; returns it, or throws a text explaining what is wrong.
    */
-  add(spec) {
-    if (!isPlainObject(spec)) throw new Error('a JSON object is required');
-    const { path, action } = spec;
+  add(wanted) {
+    if (!isPlainObject(wanted)) throw new Error('a JSON object is required');
+    const { path, action } = wanted;
     if (typeof path !== 'string' || !path.startsWith('/')) throw new Error('path must start with "/"');
     if (!['drop', 'delay', 'status'].includes(action)) throw new Error('action must be drop, delay or status');
     const rule = {
       id: this.nextId++,
       path: normalize(path),
-      prefix: spec.prefix === true,
-      method: typeof spec.method === 'string' ? spec.method.toLowerCase() : null,
+      prefix: wanted.prefix === true,
+      method: typeof wanted.method === 'string' ? wanted.method.toLowerCase() : null,
       action,
-      ms: Number.isFinite(spec.ms) && spec.ms >= 0 ? Math.min(spec.ms, 600000) : 0,
-      status: Number.isInteger(spec.status) && spec.status >= 100 && spec.status <= 599 ? spec.status : 500,
-      body: spec.body === undefined ? 'injected failure' : spec.body,
-      handle: spec.handle !== false,
-      times: Number.isInteger(spec.times) && spec.times > 0 ? spec.times : null,
+      ms: Number.isFinite(wanted.ms) && wanted.ms >= 0 ? Math.min(wanted.ms, 600000) : 0,
+      status: Number.isInteger(wanted.status) && wanted.status >= 100 && wanted.status <= 599 ? wanted.status : 500,
+      body: wanted.body === undefined ? 'injected failure' : wanted.body,
+      handle: wanted.handle !== false,
+      times: Number.isInteger(wanted.times) && wanted.times > 0 ? wanted.times : null,
       hits: 0,
     };
     if (action === 'delay' && !(rule.ms > 0)) throw new Error('delay needs ms > 0');

@@ -13,6 +13,14 @@ const { ChatService } = require('./api');
 const { isPlainObject, once, HttpError } = require('./util');
 
 const METHODS = ['get', 'post', 'put', 'delete'];
+
+function decodeSegment(s) {
+  try {
+    return decodeURIComponent(s);
+  } catch {
+    throw new HttpError(400, 'malformed path');
+  }
+}
 const MAX_JSON = 64 * 1024;
 const SESSION_COOKIE = 'parlo.sid';
 const SESSION_MS = 24 * 3600 * 1000;
@@ -100,7 +108,7 @@ async function createServer(options = {}) {
     if (method === 'post' && (m = /^\/client\/chatin\/([^/]+)\/?$/.exec(path))) {
       return readJson(req).then(() => {
         const ctx = httpCtx(req);
-        if (decodeURIComponent(m[1]) !== ctx.client.clientID) throw new HttpError(403, 'clientID does not match the path');
+        if (decodeSegment(m[1]) !== ctx.client.clientID) throw new HttpError(403, 'clientID does not match the path');
         const sid = crypto.randomBytes(24).toString('hex');
         store.sessions.set(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
         store.changed();
@@ -110,7 +118,7 @@ async function createServer(options = {}) {
     }
     if (method === 'get' && (m = /^\/files\/([^/]+)$/.exec(path))) {
       req.resume();
-      const name = decodeURIComponent(m[1]);
+      const name = decodeSegment(m[1]);
       const f = store.files.get(name);
       if (!f) throw new HttpError(404, `file not found: ${name}`);
       const who = sessionClient(req) || headerClient(req);

@@ -99,7 +99,12 @@ class Store {
     if (!this.dataDir || this.saveTimer) return;
     this.saveTimer = setTimeout(() => {
       this.saveTimer = null;
-      this.flush();
+      try {
+        this.flush();
+      } catch (e) {
+        // The next change tries again; requests go on being served from memory.
+        console.error(`parlo-server: cannot write ${this.statePath}: ${e.message}`);
+      }
     }, 20);
   }
 

@@ -3,36 +3,36 @@ const { test, describe, before, after } = require('node:test');
 const assert = require('node:assert/strict');
 const { spawn } = require('node:child_process');
 const path = require('node:path');
-const { startServer, sleep } = require('./helpers');
+const { startServer } = require('./helpers');
+
+const signal = () => AbortSignal.timeout(3000);
 
 describe('fault switches', () => {
   let server;
   let u;
   const control = async (method, route, body) => {
-    const res = await fetch(`${server.url}/__control/${route}`, {
-      method, body: body === undefined ? undefined : JSON.stringify(body), signal: AbortSignal.timeout(3000),
-    });
+    const res = await fetch(`${server.url}/__control/${route}`, { method, body: body && JSON.stringify(body), signal: signal() });
     const text = await res.text();
     return { status: res.status, body: res.headers.get('content-type').includes('json') ? JSON.parse(text) : text };
   };
+  const roomNames = async () => (await u.ok('get', '/Room/?offset=0&limit=10&sort=name')).map((r) => r.name);
   before(async () => {
     server = await startServer({ testControl: true });
     u = await server.user('ctl');
   });
   after(() => server.stop());
 
-  test('drop: the request is handled but never acknowledged; "handle": false skips it too', async () => {
-    const rule = await control('POST', 'faults', { path: '/room', method: 'post', action: 'drop', times: 1 });
-    assert.equal(rule.status, 200);
-    await assert.rejects(u.request('post', '/room', { name: 'dropped' }, undefined, { timeout: 300 }));
-    assert.deepEqual((await u.ok('get', '/Room/?offset=0&limit=10&sort=name')).map((r) => r.name), ['dropped']);
-    assert.equal((await u.request('post', '/room', { name: 'answered' })).statusCode, 200, '"times" ends the rule');
+  test('drop handles the request but never acknowledges it, for "times" hits', async () => {
+    assert.equal((await control('POST', 'faults', { path: '/room', method: 'post', action: 'drop', times: 1 })).status, 200);
+    await assert.rejects(u.request('post', '/room', { name: 'dropped' }, undefined, 300));
+    assert.deepEqual(await roomNames(), ['dropped']);
+    assert.equal((await u.request('post', '/room', { name: 'answered' })).statusCode, 200);
     await control('POST', 'faults', { path: '/room', action: 'drop', handle: false, times: 1 });
-    await assert.rejects(u.request('post', '/room', { name: 'never' }, undefined, { timeout: 300 }));
-    assert.ok(!(await u.ok('get', '/Room/?offset=0&limit=10&sort=name')).some((r) => r.name === 'never'));
+    await assert.rejects(u.request('post', '/room', { name: 'never' }, undefined, 300));
+    assert.deepEqual(await roomNames(), ['answered', 'dropped']);
   });
 
-  test('delay answers late; status answers a chosen status without handling', async () => {
+  test('delay answers late; status answers a chosen status, also on plain HTTP', async () => {
     await control('POST', 'faults', { path: '/badge', action: 'delay', ms: 300 });
     const t0 = Date.now();
     assert.equal((await u.request('post', '/badge')).statusCode, 200);
@@ -41,33 +41,27 @@ describe('fault switches', () => {
     await control('POST', 'faults', { path: '/message', prefix: true, method: 'get', action: 'status', status: 503, body: 'busy' });
     assert.deepEqual(await u.request('get', '/message/?room=x&offset=0&limit=1'), { statusCode: 503, body: 'busy' });
     assert.equal((await u.request('post', '/message/', { room: 'x' })).statusCode, 404, 'other methods pass');
-    const listed = await control('GET', 'faults');
-    assert.equal(listed.body.length, 1);
-    assert.equal((await control('DELETE', `faults/${listed.body[0].id}`)).status, 200);
+    const [rule] = (await control('GET', 'faults')).body;
+    assert.equal((await control('DELETE', `faults/${rule.id}`)).status, 200);
     assert.equal((await u.request('get', '/message/?room=x&offset=0&limit=1')).statusCode, 404);
-    // Plain HTTP routes obey the same switches.
     await control('POST', 'faults', { path: '/files/upload', action: 'status', status: 500, times: 1 });
-    assert.equal((await fetch(`${server.url}/files/upload`, { method: 'POST', signal: AbortSignal.timeout(3000) })).status, 500);
-    assert.equal((await control('POST', 'faults', { path: 'no-slash', action: 'drop' })).status, 400);
+    assert.equal((await fetch(`${server.url}/files/upload`, { method: 'POST', signal: signal() })).status, 500);
     assert.equal((await control('POST', 'faults', { path: '/x', action: 'explode' })).status, 400);
-    assert.equal((await control('POST', 'faults', { path: '/x', action: 'delay' })).status, 400);
   });
 
-  test('disconnect drops the sockets of a client; stats count connections', async () => {
+  test('disconnect ends a client\'s sockets from the server side', async () => {
     const v = await server.user('victim');
     const gone = v.next('disconnect');
-    const res = await control('POST', 'disconnect', { clientID: 'victim' });
-    assert.deepEqual(res.body, { disconnected: 1 });
+    assert.deepEqual((await control('POST', 'disconnect', { clientID: 'victim' })).body, { disconnected: 1 });
     assert.equal(await gone, 'io server disconnect');
-    assert.equal((await control('POST', 'disconnect', {})).status, 400);
-    assert.ok((await control('GET', 'stats')).body.connections >= 1);
   });
 
-  test('without the switch there is no control channel', async () => {
+  test('without the switch there is no control channel; Engine.IO 3 clients are accepted', async () => {
     const plain = await startServer();
     try {
-      const res = await fetch(`${plain.url}/__control/stats`, { signal: AbortSignal.timeout(3000) });
-      assert.equal(res.status, 404);
+      assert.equal((await fetch(`${plain.url}/__control/stats`, { signal: signal() })).status, 404);
+      const res = await fetch(`${plain.url}/socket.io/?EIO=3&transport=polling&b64=1`, { signal: signal() });
+      assert.match(await res.text(), /^\d+:0\{"sid":"[^"]+"/);
     } finally {
       await plain.stop();
     }
@@ -75,28 +69,20 @@ describe('fault switches', () => {
 });
 
 test('the command line prints the listening line and stops on SIGTERM', async () => {
-  const child = spawn(process.execPath, [path.join(__dirname, '..', 'index.js'), '--port', '0', '--api-key', 'k', '--client-key', 'c', '--test-control'], { stdio: ['ignore', 'pipe', 'pipe'] });
+  const child = spawn(process.execPath, [path.join(__dirname, '..', 'index.js'), '--port', '0', '--test-control'], { stdio: ['ignore', 'pipe', 'inherit'] });
   try {
     const url = await new Promise((resolve, reject) => {
       let out = '';
-      const t = setTimeout(() => reject(new Error(`no listening line: ${out}`)), 5000);
+      const t = setTimeout(() => reject(new Error(`no listening line in: ${out}`)), 5000);
       child.stdout.on('data', (d) => {
         out += d;
-        const m = /^parlo-server listening on (http:\/\/127\.0\.0\.1:(\d+))$/m.exec(out);
-        if (m) {
-          clearTimeout(t);
-          resolve(m[1]);
-        }
+        const m = /^parlo-server listening on (http:\/\/127\.0\.0\.1:\d+)$/m.exec(out);
+        if (m) resolve(m[1], clearTimeout(t));
       });
     });
-    const res = await fetch(`${url}/__control/stats`, { signal: AbortSignal.timeout(3000) });
-    assert.equal(res.status, 200);
+    assert.equal((await fetch(`${url}/__control/stats`, { signal: signal() })).status, 200);
   } finally {
     child.kill('SIGTERM');
   }
-  const code = await new Promise((resolve) => child.once('exit', resolve));
-  assert.equal(code, 0);
-  const bad = spawn(process.execPath, [path.join(__dirname, '..', 'index.js'), '--port', 'abc'], { stdio: 'ignore' });
-  assert.equal(await new Promise((resolve) => bad.once('exit', resolve)), 2);
-  await sleep(0);
+  assert.equal(await new Promise((resolve) => child.once('exit', resolve)), 0);
 });

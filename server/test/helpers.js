@@ -5,32 +5,22 @@ const { createServer } = require('../src/server');
 
 const KEYS = { apiKey: 'test-api', clientKey: 'test-client' };
 const WAIT_MS = 3000;
+const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
 async function startServer(extra = {}) {
-  const server = await createServer({ port: 0, ...KEYS, quiet: true, ...extra });
+  const server = await createServer({ port: 0, ...KEYS, ...extra });
   const sockets = [];
-  server.connect = (opts = {}) => new Promise((resolve, reject) => {
-    const s = io(server.url, { transports: ['websocket'], reconnection: false, forceNew: true, ...opts });
+  server.connect = () => new Promise((resolve, reject) => {
+    const s = io(server.url, { transports: ['websocket'], reconnection: false, forceNew: true, timeout: WAIT_MS });
     sockets.push(s);
-    const t = setTimeout(() => reject(new Error('connect timed out')), WAIT_MS);
-    s.once('connect', () => {
-      clearTimeout(t);
-      resolve(wrap(s));
-    });
-    s.once('connect_error', (e) => {
-      clearTimeout(t);
-      reject(e);
-    });
+    s.once('connect', () => resolve(wrap(s)));
+    s.once('connect_error', reject);
   });
-  /** A connected, signed-up client: { socket, clientID, token, request(), ... }. */
+  /** A connected, signed-up client. */
   server.user = async (clientID, profile = {}) => {
     const c = await server.connect();
-    const res = await c.request('post', '/client/', { clientID, username: clientID, ...profile }, { clientID });
-    if (res.statusCode !== 200) throw new Error(`sign-up failed: ${JSON.stringify(res)}`);
-    c.clientID = clientID;
-    c.token = res.body.token;
-    c.id = res.body.id;
-    return c;
+    const body = await c.ok('post', '/client/', { clientID, username: clientID, ...profile }, { clientID });
+    return Object.assign(c, { clientID, token: body.token, id: body.id });
   };
   server.stop = async () => {
     for (const s of sockets) s.disconnect();
@@ -44,47 +34,33 @@ function wrap(socket) {
     socket,
     clientID: '',
     token: '',
-    headers(over = {}) {
-      return { ...KEYS, clientID: c.clientID, token: c.token, ...over };
+    headers: (over) => ({ ...KEYS, clientID: c.clientID, token: c.token, ...over }),
+    /** A virtual request; resolves to the acknowledgement {statusCode, body}. */
+    request(method, url, data, headerOver, timeout = WAIT_MS) {
+      return c.raw(method, { url, headers: c.headers(headerOver), data }, timeout);
     },
-    /** Emits a virtual request and resolves to the acknowledgement {statusCode, body}. */
-    request(method, url, data, headerOver, { timeout = WAIT_MS } = {}) {
-      const env = { url, headers: c.headers(headerOver) };
-      if (data !== undefined) env.data = data;
-      return c.raw(method, env, timeout);
+    raw: (method, env, timeout = WAIT_MS) => socket.timeout(timeout).emitWithAck(method, env),
+    async ok(method, url, data, headerOver) {
+      const res = await c.request(method, url, data, headerOver);
+      if (res.statusCode !== 200) throw new Error(`${method} ${url} answered ${res.statusCode}: ${res.body}`);
+      return res.body;
     },
-    raw(method, env, timeout = WAIT_MS) {
-      return socket.timeout(timeout).emitWithAck(method, env);
-    },
-    /** Resolves with the next `event` payload, or rejects after `ms`. */
-    next(event, ms = WAIT_MS) {
-      return new Promise((resolve, reject) => {
-        const t = setTimeout(() => {
-          socket.off(event, on);
-          reject(new Error(`no "${event}" within ${ms} ms`));
-        }, ms);
-        const on = (payload) => {
-          clearTimeout(t);
-          resolve(payload);
-        };
-        socket.once(event, on);
+    /** The next `event` payload, or a rejection after `ms`. */
+    next: (event, ms = WAIT_MS) => new Promise((resolve, reject) => {
+      const t = setTimeout(() => reject(new Error(`no "${event}" within ${ms} ms`)), ms);
+      socket.once(event, (p) => {
+        clearTimeout(t);
+        resolve(p);
       });
-    },
-    /** Collects every `event` payload from now on. */
+    }),
+    /** Every `event` payload from now on. */
     collect(event) {
       const got = [];
       socket.on(event, (p) => got.push(p));
       return got;
     },
-    async ok(method, url, data, headerOver) {
-      const res = await c.request(method, url, data, headerOver);
-      if (res.statusCode !== 200) throw new Error(`${method} ${url} answered ${res.statusCode}: ${JSON.stringify(res.body)}`);
-      return res.body;
-    },
   };
   return c;
 }
-
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
 module.exports = { startServer, KEYS, sleep };
