@@ -22,8 +22,10 @@ void IMWebSocketTransport::open(const QString &sid)
 {
     m_socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     if (m_config.maxPayload > 0) {
-        m_socket->setMaxAllowedIncomingMessageSize(quint64(m_config.maxPayload) + 16);
-        m_socket->setMaxAllowedIncomingFrameSize(quint64(m_config.maxPayload) + 16);
+        // A hard stop for memory; the engine checks the exact limit per packet.
+        const quint64 limit = quint64(m_config.maxPayload) * 2 + 1024;
+        m_socket->setMaxAllowedIncomingMessageSize(limit);
+        m_socket->setMaxAllowedIncomingFrameSize(limit);
     }
     connect(m_socket, &QWebSocket::connected, this, [this] {
         if (!m_done)
@@ -50,12 +52,20 @@ void IMWebSocketTransport::open(const QString &sid)
         emit packetsReceived({p});
     });
     connect(m_socket, &QWebSocket::disconnected, this, [this] {
-        if (!m_done)
+        if (m_done)
+            return;
+        if (m_socket->closeCode() == QWebSocketProtocol::CloseCodeTooMuchData)
+            emit failed(QStringLiteral("parse error: message larger than maxPayload"));
+        else
             emit failed(QStringLiteral("transport close: WebSocket closed (%1)").arg(int(m_socket->closeCode())));
     });
-    connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this, [this](QAbstractSocket::SocketError) {
-        if (!m_done)
-            emit failed(QStringLiteral("transport error: %1").arg(m_socket->errorString()));
+    connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this, [this](QAbstractSocket::SocketError error) {
+        if (m_done)
+            return;
+        // The peer going away is a close, not a fault of the transport.
+        const QString kind = error == QAbstractSocket::RemoteHostClosedError ? QStringLiteral("transport close")
+                                                                               : QStringLiteral("transport error");
+        emit failed(kind + QStringLiteral(": ") + m_socket->errorString());
     });
     connect(m_socket, &QWebSocket::sslErrors, this, [this](const QList<QSslError> &errors) {
         if (m_config.selfSigned)
