@@ -71,7 +71,10 @@ QVariant IMUserDefaults::value(const QString &property) const
 void IMUserDefaults::setValue(const QString &property, const QVariant &value)
 {
     std::lock_guard<std::mutex> lock(d->mutex);
-    if (!value.isValid() || value.isNull())
+    // A null text is "nothing", as an absent value is (QVariant::isNull() no longer says so).
+    const bool nothing = !value.isValid() || value.isNull()
+                         || (value.typeId() == QMetaType::QString && value.toString().isNull());
+    if (nothing)
         d->settings->remove(transformKey(property));
     else
         d->settings->setValue(transformKey(property), value);
@@ -98,4 +101,11 @@ void IMUserDefaults::setMessageCache(const QVariantList &messageCache)
 }
 QVariantList IMUserDefaults::log() const { return value(QStringLiteral("log")).toList(); }
 void IMUserDefaults::setLog(const QVariantList &log) { setValue(QStringLiteral("log"), log); }
-bool IMUserDefaults::hasLog() const { return value(QStringLiteral("log")).isValid(); }
+bool IMUserDefaults::hasLog() const { return contains(QStringLiteral("log")); }
+
+bool IMUserDefaults::contains(const QString &property) const
+{
+    // An empty list is kept in an INI file as "@Invalid()": the key tells that it is there.
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->settings->contains(transformKey(property));
+}

@@ -57,7 +57,9 @@ public:
 
     //! The raw value stored for `property` (under its transformed key); invalid when unset.
     QVariant value(const QString &property) const;
-    //! Stores `value` for `property`; an invalid or null value removes it.
+    //! True when a value (even an empty list) is stored for `property`.
+    bool contains(const QString &property) const;
+    //! Stores `value` for `property`; an invalid value or a null text removes it.
     void setValue(const QString &property, const QVariant &value);
 
     IMUserDefaults(const IMUserDefaults &) = delete;

@@ -1,0 +1,384 @@
+#include "IMDB.h"
+
+#include "IMDB_p.h"
+#include "IMDate.h"
+#include "IMDispatch.h"
+#include "IMLog.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QLocale>
+#include <limits>
+#include <sqlite3.h>
+
+namespace {
+// The query fragments run on the secondary index, exactly as the store documents them.
+const char kRoomListQuery[] = "ORDER BY lastMessageTime DESC";
+const char kMessagePageQuery[] = "WHERE createdAt < ? AND roomID = ? ORDER BY createdAt DESC LIMIT ?";
+
+// Records found through the index, joined with the records themselves.
+QByteArray indexQuery(const char *fragment)
+{
+    return QByteArrayLiteral("SELECT d.collection, d.data FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
+                             " JOIN \"database\" AS d ON d.rowid = i.rowid ")
+           + fragment;
+}
+
+const QByteArray kUpsert = QByteArrayLiteral(
+        "INSERT INTO \"database\"(collection, key, data) VALUES(?, ?, ?)"
+        " ON CONFLICT(collection, key) DO UPDATE SET data = excluded.data RETURNING rowid");
+const QByteArray kIndexRow = QByteArrayLiteral(
+        "INSERT OR REPLACE INTO \"secondaryIndex_Message-CreateAt-RoomID\"(rowid, createdAt, roomID, lastMessageTime)"
+        " VALUES(?, ?, ?, ?)");
+
+// A date as the index keeps it: seconds since 1970 as a real; null when there is none.
+void bindDate(sqlite3_stmt *stmt, int index, const QDateTime &date)
+{
+    if (date.isValid())
+        sqlite3_bind_double(stmt, index, double(date.toMSecsSinceEpoch()) / 1000.0);
+    else
+        sqlite3_bind_null(stmt, index);
+}
+
+void bindText(sqlite3_stmt *stmt, int index, const QByteArray &utf8, bool isNull = false)
+{
+    if (isNull)
+        sqlite3_bind_null(stmt, index);
+    else
+        sqlite3_bind_text(stmt, index, utf8.constData(), int(utf8.size()), SQLITE_STATIC);
+}
+
+IMDBRow rowFor(const IMRoom &room)
+{
+    IMDBRow row;
+    row.key = room.objectID().toUtf8();
+    row.data = QJsonDocument::fromVariant(room.toDictionary()).toJson(QJsonDocument::Compact);
+    row.lastMessageTime = IMDate::toDate(room.lastMessageTime());
+    return row;
+}
+
+IMDBRow rowFor(const IMMessage &message)
+{
+    IMDBRow row;
+    row.key = message.objectID().toUtf8();
+    row.data = QJsonDocument::fromVariant(message.toDictionary()).toJson(QJsonDocument::Compact);
+    row.createdAt = IMDate::toDate(message.createdAt());
+    if (message.room())
+        row.roomID = message.room()->objectID();
+    return row;
+}
+
+// Reads a stored record back as the class its collection holds, without the initialisers'
+// defaults, so that it equals the record that was stored (`temp` aside).
+IMObjectPtr recordFrom(const QByteArray &collection, const char *data, int size)
+{
+    QJsonParseError error;
+    const QJsonDocument json = QJsonDocument::fromJson(QByteArray::fromRawData(data, size), &error);
+    if (error.error != QJsonParseError::NoError || !json.isObject())
+        return nullptr;
+    const QVariantMap dict = json.toVariant().toMap();
+    IMObjectPtr record;
+    if (collection == "Room")
+        record = std::make_shared<IMRoom>();
+    else if (collection == "Message")
+        record = std::make_shared<IMMessage>();
+    else
+        record = std::make_shared<IMObject>();
+    return record->mergeFromDictionary(dict) ? record : nullptr;
+}
+} // namespace
+
+IMDB *IMDB::sharedInstance()
+{
+    // Created once, thread-safely, and kept for the process.
+    static IMDB *const instance = new IMDB;
+    return instance;
+}
+
+IMDB::IMDB() : d(std::make_shared<Private>())
+{
+    setupDatabse();
+    setupConnection();
+    std::weak_ptr<Private> weak = d;
+    d->observer = IMNotificationCenter::defaultCenter()->addObserver(
+            kIMDatabaseClosedNotification, QVariant(), IMDispatchQueue::mainQueue(),
+            [weak](const IMNotification &notification) {
+                std::shared_ptr<Private> d = weak.lock();
+                if (!d)
+                    return;
+                std::lock_guard<std::mutex> lock(d->mutex);
+                // One error for the three removals: the last one that failed is reported.
+                QString error;
+                for (const QString &key : { kIMDatabasePathKey, kIMDatabasePathWalKey, kIMDatabasePathShmKey }) {
+                    const QString file = notification.userInfo.value(key).toString();
+                    if (file.isEmpty())
+                        continue;
+                    QFile f(file);
+                    // A file that is already gone needs no removing.
+                    if (f.exists() && !f.remove())
+                        error = QStringLiteral("%1: %2").arg(file, f.errorString());
+                }
+                if (!error.isNull())
+                    IM_LOG(QStringLiteral("Database remove failed: %1").arg(error));
+                if (d->openDatabase()) {
+                    IM_LOG(QStringLiteral("database path: %1").arg(d->path));
+                    d->ensureSecondaryIndex();
+                    d->openConnection();
+                }
+            });
+}
+
+IMDB::~IMDB()
+{
+    IMNotificationCenter::defaultCenter()->removeObserver(d->observer);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->close();
+}
+
+void IMDB::setupDatabse()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (!d->openDatabase())
+        return;
+    IM_LOG(QStringLiteral("database path: %1").arg(d->path));
+    d->ensureSecondaryIndex();
+}
+
+void IMDB::setupSecondaryIndexes()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->db)
+        d->ensureSecondaryIndex();
+}
+
+void IMDB::setupConnection()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->openConnection();
+    d->recoverIfDamaged();
+}
+
+namespace {
+template<typename Ptr>
+QVector<IMDBRow> rowsFor(const QList<Ptr> &records)
+{
+    // A record without a key is not stored.
+    QVector<IMDBRow> rows;
+    rows.reserve(records.size());
+    for (const Ptr &record : records)
+        if (record && !record->objectID().isNull())
+            rows.append(rowFor(*record));
+    return rows;
+}
+} // namespace
+
+void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
+{
+    IMDB::Private *d = this;
+    const QByteArray collectionName(collection);
+    d->transaction([&] {
+        for (const IMDBRow &row : rows) {
+            sqlite3_stmt *upsert = d->statement(kUpsert);
+            if (!upsert)
+                return false;
+            bindText(upsert, 1, collectionName);
+            bindText(upsert, 2, row.key);
+            bindText(upsert, 3, row.data);
+            int rc = sqlite3_step(upsert);
+            if (rc != SQLITE_ROW) {
+                d->fail(rc, "save");
+                return false;
+            }
+            const sqlite3_int64 rowid = sqlite3_column_int64(upsert, 0);
+            sqlite3_reset(upsert);
+
+            sqlite3_stmt *index = d->statement(kIndexRow);
+            if (!index)
+                return false;
+            const QByteArray roomID = row.roomID.toUtf8();
+            sqlite3_bind_int64(index, 1, rowid);
+            bindDate(index, 2, row.createdAt);
+            bindText(index, 3, roomID, row.roomID.isNull());
+            bindDate(index, 4, row.lastMessageTime);
+            if ((rc = sqlite3_step(index)) != SQLITE_DONE) {
+                d->fail(rc, "index");
+                return false;
+            }
+            sqlite3_reset(index);
+        }
+        return true;
+    });
+    d->recoverIfDamaged();
+}
+
+void IMDB::saveRooms(const QList<IMRoomPtr> &rooms)
+{
+    // Archive before taking the lock: other threads' operations need not wait for it.
+    const QVector<IMDBRow> rows = rowsFor(rooms);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->connected)
+        d->save("Room", rows);
+}
+
+void IMDB::saveMessages(const QList<IMMessagePtr> &messages)
+{
+    const QVector<IMDBRow> rows = rowsFor(messages);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->connected)
+        d->save("Message", rows);
+}
+
+QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind)
+{
+    IMDB::Private *d = this;
+    QList<IMObjectPtr> out;
+    if (!d->connected)
+        return out;
+    sqlite3_stmt *stmt = d->statement(sql);
+    if (!stmt) {
+        d->recoverIfDamaged();
+        return out;
+    }
+    bind(stmt);
+    int rc;
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+        const QByteArray collection(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 0)),
+                                    sqlite3_column_bytes(stmt, 0));
+        const char *data = reinterpret_cast<const char *>(sqlite3_column_blob(stmt, 1));
+        if (IMObjectPtr record = recordFrom(collection, data, sqlite3_column_bytes(stmt, 1)))
+            out.append(std::move(record));
+    }
+    if (rc != SQLITE_DONE)
+        d->fail(rc, "query");
+    sqlite3_reset(stmt);
+    d->recoverIfDamaged();
+    return out;
+}
+
+QList<IMObjectPtr> IMDB::getAllRecords()
+{
+    static const QByteArray sql = indexQuery(kRoomListQuery);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->query(sql, [](sqlite3_stmt *) {});
+}
+
+QList<IMRoomPtr> IMDB::getAllRooms()
+{
+    QList<IMRoomPtr> rooms;
+    const QList<IMObjectPtr> records = getAllRecords();
+    rooms.reserve(records.size());
+    for (const IMObjectPtr &record : records)
+        if (auto room = std::dynamic_pointer_cast<IMRoom>(record))
+            rooms.append(std::move(room));
+    return rooms;
+}
+
+QList<IMMessagePtr> IMDB::queryMessagesForRoom(const IMRoomPtr &room, const QDateTime &date, quint64 limit)
+{
+    static const QByteArray sql = indexQuery(kMessagePageQuery);
+    const QString roomID = room ? room->objectID() : QString();
+    const QByteArray roomUtf8 = roomID.toUtf8();
+    const sqlite3_int64 rows = sqlite3_int64(qMin<quint64>(limit, quint64(std::numeric_limits<sqlite3_int64>::max())));
+    QList<IMObjectPtr> records;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        records = d->query(sql, [&](sqlite3_stmt *stmt) {
+            bindDate(stmt, 1, date);
+            bindText(stmt, 2, roomUtf8, roomID.isNull());
+            sqlite3_bind_int64(stmt, 3, rows);
+        });
+    }
+    // The query gives the page newest first; callers get it oldest first.
+    QList<IMMessagePtr> page;
+    page.reserve(records.size());
+    for (auto it = records.crbegin(); it != records.crend(); ++it)
+        if (auto message = std::dynamic_pointer_cast<IMMessage>(*it))
+            page.append(std::move(message));
+    return page;
+}
+
+void IMDB::resetDatabase()
+{
+    QVariantMap paths;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        if (!d->db)
+            return;
+        const QString file = d->path;
+        d->close();
+        d->path.clear();
+        paths = { { kIMDatabasePathKey, file },
+                  { kIMDatabasePathWalKey, file + QStringLiteral("-wal") },
+                  { kIMDatabasePathShmKey, file + QStringLiteral("-shm") } };
+    }
+    // The database has let go of its files: say so; the observer finishes the reset.
+    IMNotificationCenter::defaultCenter()->post(kIMDatabaseClosedNotification, QVariant(), paths);
+}
+
+void IMDB::registerRoomMessagesView()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (!d->connected || d->viewRegistered)
+        return;
+    // Messages grouped by their room's id; a temporary view lives as long as this connection.
+    d->viewRegistered = d->exec("CREATE TEMP VIEW IF NOT EXISTS \"Room-Messages\" AS"
+                                " SELECT i.roomID AS \"group\", i.createdAt AS createdAt, d.data AS data"
+                                " FROM main.\"secondaryIndex_Message-CreateAt-RoomID\" AS i"
+                                " JOIN main.\"database\" AS d ON d.rowid = i.rowid"
+                                " WHERE d.collection = 'Message' AND i.roomID IS NOT NULL");
+    d->recoverIfDamaged();
+}
+
+bool IMDB::isRoomMessagesViewRegistered() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->viewRegistered;
+}
+
+QList<IMMessagePtr> IMDB::roomMessagesViewGroup(const QString &roomID)
+{
+    static const QByteArray sql =
+            "SELECT 'Message', data FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
+    const QByteArray group = roomID.toUtf8();
+    QList<IMObjectPtr> records;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        if (!d->viewRegistered)
+            return {};
+        records = d->query(sql, [&](sqlite3_stmt *stmt) { bindText(stmt, 1, group); });
+    }
+    QList<IMMessagePtr> messages;
+    for (const IMObjectPtr &record : records)
+        if (auto message = std::dynamic_pointer_cast<IMMessage>(record))
+            messages.append(std::move(message));
+    return messages;
+}
+
+QString IMDB::roomMessagesViewVersionTag()
+{
+    return QStringLiteral("%1-%2-%3").arg(1).arg(1).arg(QLocale().name());
+}
+
+bool IMDB::isOpen() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->db && d->connected;
+}
+
+QString IMDB::databasePath() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->db ? d->path : QString();
+}
+
+int IMDB::schemaVersion() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (!d->db)
+        return 0;
+    sqlite3_stmt *stmt = d->statement("PRAGMA user_version");
+    const int version = stmt && sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int(stmt, 0) : 0;
+    if (stmt)
+        sqlite3_reset(stmt);
+    return version;
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+// The store's SQLite side: one connection, its prepared statements, the schema and its
+// migrations, and the handling of unreadable files. Every member is called with `mutex` held.
+
+#include "IMDB.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QHash>
+#include <QVector>
+#include <functional>
+#include <mutex>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+//! One record to write: its key, its archived form and the index columns it fills.
+struct IMDBRow
+{
+    QByteArray key;
+    QByteArray data;
+    QDateTime createdAt;
+    QString roomID;
+    QDateTime lastMessageTime;
+};
+
+struct IMDB::Private
+{
+    std::mutex mutex;
+    sqlite3 *db = nullptr;   //!< the open database ("database"); null while a reset is pending
+    bool connected = false;  //!< the connection is ready ("connection")
+    QString path;            //!< the file `db` was opened from
+    bool viewRegistered = false;
+    bool damaged = false;    //!< SQLite reported a corrupt or foreign file during this operation
+    QHash<QByteArray, sqlite3_stmt *> statements;
+    quint64 observer = 0;
+
+    ~Private();
+
+    //! The file the store lives in: "parlo_db" in the documents folder.
+    static QString defaultPath();
+
+    //! Opens `defaultPath()` (closing what is open), migrates it; an unreadable file is moved
+    //! aside and replaced once. False when no database could be opened.
+    bool openDatabase();
+    //! Creates the secondary index table and its SQL indexes when missing.
+    bool ensureSecondaryIndex();
+    //! Prepares the statements every operation uses; false (and not connected) on failure.
+    bool openConnection();
+    //! Finalises the statements and closes the database; nothing is posted.
+    void close();
+
+    //! A cached prepared statement for `sql`, reset and unbound; null on failure.
+    sqlite3_stmt *statement(const QByteArray &sql);
+    //! Runs `sql` (one or more statements without results).
+    bool exec(const char *sql);
+    //! Logs a failure of `what`; marks the store damaged for corrupt or foreign files.
+    void fail(int rc, const char *what);
+    //! After an operation that found the file damaged: moves it aside and opens a fresh store.
+    void recoverIfDamaged();
+    //! Runs `body` inside BEGIN IMMEDIATE ... COMMIT, rolling back when it fails.
+    template<typename Body>
+    bool transaction(Body body)
+    {
+        if (!exec("BEGIN IMMEDIATE"))
+            return false;
+        if (body() && exec("COMMIT"))
+            return true;
+        rollback();
+        return false;
+    }
+    void rollback();
+
+    //! Writes `rows` into `collection` and the index in one transaction.
+    void save(const char *collection, const QVector<IMDBRow> &rows);
+    //! Runs an index query whose parameters `bind` sets; every readable record, in order.
+    QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind);
+
+private:
+    bool openAt(const QString &path);
+    bool migrate();
+    void moveAside(const QString &path);
+};

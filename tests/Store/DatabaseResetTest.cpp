@@ -1,0 +1,186 @@
+// Emptying the store: the reset and its in-between state, failed removals, and files that
+// are not (or no longer) databases.
+#include "StoreFixture.h"
+
+#include <QFile>
+#include <atomic>
+#include <thread>
+
+namespace {
+QStringList filesIn(const QString &folder, const QString &pattern)
+{
+    return QDir(folder).entryList({ pattern }, QDir::Files);
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+}
+} // namespace
+
+TEST_F(StoreTest, ResetDropsEverythingAndIgnoresCallsUntilTheMainQueueRuns)
+{
+    IMRoomPtr r1 = room("r1", second(1));
+    db->saveRooms({ r1 });
+    db->saveMessages({ message("m1", r1, second(1)) });
+    db->registerRoomMessagesView();
+    const QString path = db->databasePath();
+
+    db->resetDatabase();
+    // In between: nothing is stored, nothing is read, nothing is registered.
+    EXPECT_FALSE(db->isOpen());
+    db->saveRooms({ room("lost", second(2)) });
+    db->saveMessages({ message("lost", r1, second(2)) });
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+    EXPECT_TRUE(db->queryMessagesForRoom(r1, IMDate::toDate(second(9)), 10).isEmpty());
+    db->registerRoomMessagesView();
+    EXPECT_FALSE(db->isRoomMessagesViewRegistered());
+    db->resetDatabase();  // already reset: nothing more happens
+    EXPECT_FALSE(QFile::exists(path + "-wal"));
+
+    ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
+    EXPECT_EQ(db->databasePath(), path);
+    EXPECT_TRUE(db->getAllRecords().isEmpty());
+    EXPECT_FALSE(db->isRoomMessagesViewRegistered());  // not registered again
+    db->saveRooms({ room("r2", second(3)) });
+    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "r2" }));
+    spinFor(20);  // a second re-creation would have emptied the store again
+    EXPECT_EQ(db->getAllRooms().size(), 1);
+}
+
+TEST_F(StoreTest, ResetWhileOtherThreadsWorkNeverCrashesOrRaces)
+{
+    std::atomic<bool> stop{ false };
+    std::thread worker([&] {
+        IMRoomPtr r = room("w", second(1));
+        for (int i = 0; !stop; ++i) {
+            db->saveRooms({ room(QStringLiteral("w%1").arg(i), second(i)) });
+            db->saveMessages({ message(QStringLiteral("m%1").arg(i), r, second(i)) });
+            (void)db->getAllRooms();
+            (void)db->queryMessagesForRoom(r, IMDate::toDate(second(i + 1)), 3);
+        }
+    });
+    for (int i = 0; i < 3; ++i) {
+        spinFor(15);
+        db->resetDatabase();
+        ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
+    }
+    stop = true;
+    worker.join();
+    EXPECT_TRUE(db->isOpen());
+    db->saveRooms({ room("after", second(99999)) });
+    EXPECT_EQ(db->getAllRooms().value(0)->objectID(), "after");
+}
+
+TEST_F(StoreTest, AFailedRemovalIsLoggedOnceAndTheStoreComesBack)
+{
+    db->saveRooms({ room("kept", second(1)) });
+    // Three paths that cannot be removed: non-empty folders.
+    QStringList blocked;
+    for (const char *name : { "x", "x-wal", "x-shm" }) {
+        const QString dir = QDir(folder).filePath(name);
+        QDir().mkpath(dir + "/inside");
+        blocked << dir;
+    }
+    LogCapture log;
+    // Any closed database triggers the removal of its files and a re-creation of the store.
+    IMNotificationCenter::defaultCenter()->post(kIMDatabaseClosedNotification, QVariant(),
+                                                { { kIMDatabasePathKey, blocked[0] },
+                                                  { kIMDatabasePathWalKey, blocked[1] },
+                                                  { kIMDatabasePathShmKey, blocked[2] } });
+    ASSERT_TRUE(waitUntil([&] { return log.count("database path: ") == 1; }));
+    EXPECT_EQ(log.count("Database remove failed: "), 1);
+    EXPECT_TRUE(log.lines().filter("Database remove failed: ").value(0).contains("x-shm"));  // the last failure
+    EXPECT_TRUE(db->isOpen());
+    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "kept" }));  // its own file was not among them
+
+    // Files that are already gone are no failure.
+    LogCapture quiet;
+    db->resetDatabase();
+    ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
+    EXPECT_EQ(quiet.count("Database remove failed"), 0);
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+}
+
+TEST_F(StoreTest, AFileThatIsNotADatabaseIsMovedAsideAndReplaced)
+{
+    const QString other = makeTempDir();
+    const QByteArray garbage = "this is not a database, just some text that happens to be here\n";
+    writeFile(QDir(other).filePath("parlo_db"), garbage.repeated(200));
+    IMPlatform::instance()->setDocumentsPath(other);
+    LogCapture log;
+    db->setupDatabse();
+    db->setupConnection();
+
+    ASSERT_TRUE(db->isOpen());
+    EXPECT_EQ(db->databasePath(), QDir(other).filePath("parlo_db"));
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+    db->saveRooms({ room("fresh", second(1)) });
+    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "fresh" }));
+    const QStringList aside = filesIn(other, "parlo_db.corrupt-*");
+    ASSERT_EQ(aside.size(), 1);
+    EXPECT_EQ(readFile(QDir(other).filePath(aside.first())), garbage.repeated(200));  // kept, not deleted
+    EXPECT_EQ(log.count("is unreadable; moved aside"), 1);
+}
+
+TEST_F(StoreTest, ADamagedDatabaseIsMovedAsideAndReplaced)
+{
+    QList<IMRoomPtr> rooms;
+    for (int i = 0; i < 200; ++i)
+        rooms << room(QStringLiteral("r%1").arg(i), second(i), QString(500, QLatin1Char('x')));
+    db->saveRooms(rooms);
+    const QString path = db->databasePath();
+    // Close it cleanly and keep a copy, then damage the copy's schema page.
+    const QString other = makeTempDir();
+    const QString copy = QDir(other).filePath("parlo_db");
+    db->resetDatabase();  // the store lets go of the file; the copy below is complete
+    ASSERT_TRUE(QFile::copy(path, copy));
+    ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
+    QByteArray bytes = readFile(copy);
+    ASSERT_GT(bytes.size(), 8192);
+    for (int i = 100; i < 4096; ++i)
+        bytes[i] = char(0xA5);
+    writeFile(copy, bytes);
+
+    IMPlatform::instance()->setDocumentsPath(other);
+    LogCapture log;
+    db->setupDatabse();
+    db->setupConnection();
+    ASSERT_TRUE(db->isOpen());
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+    db->saveRooms({ room("fresh", second(1)) });
+    EXPECT_EQ(db->getAllRooms().size(), 1);
+    EXPECT_EQ(filesIn(other, "parlo_db.corrupt-*").size(), 1);
+    EXPECT_EQ(log.count("is unreadable; moved aside"), 1);
+}
+
+TEST_F(StoreTest, AFileFromANewerVersionOpensAsItIs)
+{
+    db->saveRooms({ room("r1", second(1)) });
+    const QString path = db->databasePath();
+    db->resetDatabase();
+    const QString other = makeTempDir();
+    const QString copy = QDir(other).filePath("parlo_db");
+    ASSERT_TRUE(QFile::copy(path, copy));
+    ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
+    sqlite3 *raw = nullptr;
+    ASSERT_EQ(sqlite3_open(QFile::encodeName(copy), &raw), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(raw, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(raw);
+
+    IMPlatform::instance()->setDocumentsPath(other);
+    db->setupDatabse();
+    db->setupConnection();
+    ASSERT_TRUE(db->isOpen());
+    EXPECT_EQ(db->schemaVersion(), 99);
+    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "r1" }));
+    EXPECT_TRUE(filesIn(other, "parlo_db.corrupt-*").isEmpty());
+}

@@ -1,0 +1,185 @@
+// The store's file, ordering, replacement, paging and threads.
+#include "StoreFixture.h"
+
+#include <QFile>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+TEST_F(StoreTest, FreshStoreIsAnEmptyVersionedWalFile)
+{
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+    EXPECT_TRUE(db->getAllRecords().isEmpty());
+    EXPECT_EQ(db->schemaVersion(), IMDB::currentSchemaVersion());
+    db->saveRooms({ room("r1", second(1)) });
+    EXPECT_TRUE(QFile::exists(QDir(folder).filePath("parlo_db")));
+    EXPECT_TRUE(QFile::exists(QDir(folder).filePath("parlo_db-wal")));
+
+    // Another connection sees the committed room and WAL mode on the file.
+    sqlite3 *raw = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(QFile::encodeName(db->databasePath()), &raw, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt *stmt = nullptr;
+    sqlite3_prepare_v2(raw, "PRAGMA journal_mode", -1, &stmt, nullptr);
+    ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 0)), "wal");
+    sqlite3_finalize(stmt);
+    sqlite3_prepare_v2(raw, "SELECT count(*) FROM \"database\" WHERE collection = 'Room' AND key = 'r1'", -1, &stmt,
+                       nullptr);
+    ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
+    EXPECT_EQ(sqlite3_column_int(stmt, 0), 1);
+    sqlite3_finalize(stmt);
+    sqlite3_close(raw);
+}
+
+TEST_F(StoreTest, RoomsComeNewestFirstAndReplacementMovesThem)
+{
+    db->saveRooms({});
+    EXPECT_TRUE(db->getAllRooms().isEmpty());
+
+    db->saveRooms({ room("old", second(10)), room("none", QString()), room("new", second(30)),
+                    room("bad", "yesterday"), room("mid", second(20)), room(QString(), second(99)), nullptr });
+    const QStringList order = ids(db->getAllRooms());
+    ASSERT_EQ(order.size(), 5);
+    EXPECT_EQ(order.mid(0, 3), (QStringList{ "new", "mid", "old" }));
+    // Rooms without a readable time come last, in the engine's order.
+    EXPECT_EQ(QSet<QString>(order.begin() + 3, order.end()), (QSet<QString>{ "none", "bad" }));
+
+    db->saveRooms({ room("old", second(40), "renamed") });
+    const QList<IMRoomPtr> rooms = db->getAllRooms();
+    EXPECT_EQ(ids(rooms).mid(0, 3), (QStringList{ "old", "new", "mid" }));
+    EXPECT_EQ(rooms.size(), 5);
+    EXPECT_EQ(rooms.first()->name(), "renamed");
+}
+
+TEST_F(StoreTest, RecordsReadBackEqualWhatWasStored)
+{
+    IMRoomPtr stored = IMRoom::fromDictionary(
+            { { "id", "r1" }, { "name", "Team 🚀" }, { "isPublic", false }, { "badge", 0 }, { "lastMessageTime", second(1) },
+              { "client", QVariantList{ QVariantMap{ { "clientID", "a" } } } }, { "readTime", QVariantMap{ { "a", second(1) } } },
+              { "sender", QVariantMap{ { "id", "c1" }, { "totalBadge", 2 } } }, { "data", QVariantMap{} } });
+    ASSERT_TRUE(stored);
+    db->saveRooms({ stored });
+    const QList<IMRoomPtr> rooms = db->getAllRooms();
+    ASSERT_EQ(rooms.size(), 1);
+    EXPECT_NE(rooms.first(), stored);  // a new record
+    EXPECT_EQ(rooms.first()->toDictionary(), stored->toDictionary());
+
+    IMMessagePtr sent = message("m1", stored, second(5));
+    sent->setTemp(QStringLiteral("never stored"));
+    sent->setSendingType(2);
+    sent->setOption(std::make_shared<IMMessageOption>());
+    db->saveMessages({ sent });
+    const QList<IMMessagePtr> page = db->queryMessagesForRoom(stored, QDateTime::currentDateTimeUtc(), 10);
+    ASSERT_EQ(page.size(), 1);
+    // Unset properties stay unset: reading back does not apply a new message's defaults.
+    EXPECT_EQ(page.first()->toDictionary(), sent->toDictionary());
+    EXPECT_FALSE(page.first()->temp().isValid());
+}
+
+TEST_F(StoreTest, SavedMessagesFollowTheRoomsInTheRoomListQuery)
+{
+    IMRoomPtr r1 = room("r1", second(1));
+    db->saveRooms({ r1, room("r2", second(2)) });
+    db->saveMessages({ message("m1", r1, second(100)), message("m2", nullptr, second(3)) });
+    const QList<IMObjectPtr> records = db->getAllRecords();
+    ASSERT_EQ(records.size(), 4);
+    EXPECT_EQ(ids(records).mid(0, 2), (QStringList{ "r2", "r1" }));
+    EXPECT_TRUE(std::dynamic_pointer_cast<IMMessage>(records.at(2)));
+    EXPECT_TRUE(std::dynamic_pointer_cast<IMMessage>(records.at(3)));
+    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "r2", "r1" }));
+}
+
+TEST_F(StoreTest, MessagePagesAreStrictlyOlderOneRoomOldestFirst)
+{
+    IMRoomPtr a = room("a", second(0));
+    IMRoomPtr b = room("b", second(0));
+    QList<IMMessagePtr> messages;
+    for (int i = 0; i < 10; ++i) {
+        messages << message(QStringLiteral("a%1").arg(i), a, second(i));
+        messages << message(QStringLiteral("b%1").arg(i), b, second(i));
+    }
+    messages << message("nodate", a, QString());
+    db->saveMessages(messages);
+
+    // a7 itself is excluded ("<"), the four before it come back oldest first.
+    const QDateTime at7 = IMDate::toDate(second(7));
+    EXPECT_EQ(ids(db->queryMessagesForRoom(a, at7, 4)), (QStringList{ "a3", "a4", "a5", "a6" }));
+    EXPECT_EQ(ids(db->queryMessagesForRoom(a, at7.addMSecs(1), 2)), (QStringList{ "a6", "a7" }));
+    EXPECT_EQ(ids(db->queryMessagesForRoom(b, at7, 100)).size(), 7);
+    EXPECT_TRUE(db->queryMessagesForRoom(a, at7, 0).isEmpty());
+    EXPECT_TRUE(db->queryMessagesForRoom(room("other", QString()), at7, 10).isEmpty());
+    EXPECT_TRUE(db->queryMessagesForRoom(nullptr, at7, 10).isEmpty());
+    EXPECT_TRUE(db->queryMessagesForRoom(a, QDateTime(), 10).isEmpty());
+    EXPECT_EQ(db->queryMessagesForRoom(a, at7, std::numeric_limits<quint64>::max()).size(), 7);
+
+    // A re-saved message moves with its new date.
+    db->saveMessages({ message("a0", a, second(50)) });
+    EXPECT_EQ(ids(db->queryMessagesForRoom(a, at7, 2)), (QStringList{ "a5", "a6" }));
+    EXPECT_EQ(ids(db->queryMessagesForRoom(a, IMDate::toDate(second(60)), 1)), (QStringList{ "a0" }));
+}
+
+TEST_F(StoreTest, IndexServesThePageAndTheRoomList)
+{
+    sqlite3 *raw = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(QFile::encodeName(db->databasePath()), &raw, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    const auto plan = [raw](const char *fragment) {
+        const QByteArray sql = QByteArray("EXPLAIN QUERY PLAN SELECT d.collection, d.data FROM "
+                                          "\"secondaryIndex_Message-CreateAt-RoomID\" AS i JOIN \"database\" AS d "
+                                          "ON d.rowid = i.rowid ")
+                               + fragment;
+        sqlite3_stmt *stmt = nullptr;
+        QStringList details;
+        EXPECT_EQ(sqlite3_prepare_v2(raw, sql.constData(), -1, &stmt, nullptr), SQLITE_OK);
+        while (sqlite3_step(stmt) == SQLITE_ROW)
+            details << QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 3)));
+        sqlite3_finalize(stmt);
+        return details.join(" | ");
+    };
+    const QString page = plan("WHERE createdAt < ? AND roomID = ? ORDER BY createdAt DESC LIMIT ?");
+    EXPECT_TRUE(page.contains("secondaryIndex_roomID_createdAt (roomID=? AND createdAt<?)")) << page.toStdString();
+    EXPECT_FALSE(page.contains("TEMP B-TREE")) << page.toStdString();
+    const QString list = plan("ORDER BY lastMessageTime DESC");
+    EXPECT_FALSE(list.contains("TEMP B-TREE")) << list.toStdString();
+    sqlite3_close(raw);
+}
+
+TEST_F(StoreTest, RoomMessagesViewGroupsByRoomOnlyOnRequest)
+{
+    IMRoomPtr a = room("a", second(0));
+    db->saveMessages({ message("a2", a, second(2)), message("a1", a, second(1)), message("x", nullptr, second(1)) });
+    EXPECT_FALSE(db->isRoomMessagesViewRegistered());
+    EXPECT_TRUE(db->roomMessagesViewGroup("a").isEmpty());
+    db->registerRoomMessagesView();
+    EXPECT_TRUE(db->isRoomMessagesViewRegistered());
+    EXPECT_EQ(ids(db->roomMessagesViewGroup("a")), (QStringList{ "a1", "a2" }));
+    EXPECT_TRUE(db->roomMessagesViewGroup("b").isEmpty());
+    EXPECT_TRUE(IMDB::roomMessagesViewVersionTag().startsWith("1-1-"));
+    EXPECT_EQ(IMDB::roomMessagesViewVersionTag(), "1-1-" + QLocale().name());
+}
+
+TEST_F(StoreTest, ConcurrentOperationsFromManyThreadsKeepEveryWrite)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 40;
+    std::vector<std::thread> threads;
+    std::atomic<int> reads{ 0 };
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            IMRoomPtr mine = room(QStringLiteral("t%1").arg(t), second(t));
+            for (int i = 0; i < kRounds; ++i) {
+                db->saveRooms({ room(QStringLiteral("t%1-%2").arg(t).arg(i), second(i)) });
+                db->saveMessages({ message(QStringLiteral("t%1-m%2").arg(t).arg(i), mine, second(i)) });
+                reads += int(db->getAllRooms().size() > 0);
+                reads += int(db->queryMessagesForRoom(mine, IMDate::toDate(second(1000)), 5).size() > 0);
+            }
+        });
+    for (auto &thread : threads)
+        thread.join();
+    EXPECT_EQ(db->getAllRooms().size(), kThreads * kRounds);
+    for (int t = 0; t < kThreads; ++t)
+        EXPECT_EQ(db->queryMessagesForRoom(room(QStringLiteral("t%1").arg(t), QString()),
+                                           IMDate::toDate(second(1000)), 1000)
+                          .size(),
+                  kRounds);
+    EXPECT_EQ(reads.load(), 2 * kThreads * kRounds);
+}
