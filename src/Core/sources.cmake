@@ -1,0 +1,5 @@
+set(_dir ${CMAKE_CURRENT_LIST_DIR})
+list(APPEND PARLO_CORE_PUBLIC_HEADERS
+  ${_dir}/Parlo.h ${_dir}/ParloDelegate.h ${_dir}/ParloNotifications.h)
+list(APPEND PARLO_CORE_SOURCES
+  ${_dir}/Parlo_p.h ${_dir}/Parlo.cpp ${_dir}/ParloTransport.cpp ${_dir}/ParloEvents.cpp)

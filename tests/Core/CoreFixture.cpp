@@ -1,0 +1,90 @@
+#include "CoreFixture.h"
+
+Recorder::Recorder()
+{
+    m_token = IMNotificationCenter::defaultCenter()->addObserver(QString(), [this](const IMNotification &n) {
+        if (n.name.startsWith(QLatin1String("Parlo")) || n.name == QLatin1String("didChangeConnectStatus")) {
+            events << "n:" + n.name;
+            notifications << n;
+        }
+    });
+}
+
+Recorder::~Recorder()
+{
+    IMNotificationCenter::defaultCenter()->removeObserver(m_token);
+}
+
+void Recorder::ParloDidChangeConnectStatus(int status, const QString &message)
+{
+    events << QStringLiteral("d:ChangeConnectStatus %1 %2").arg(status).arg(message);
+}
+
+QList<IMNotification> Recorder::named(const QString &name) const
+{
+    QList<IMNotification> out;
+    for (const IMNotification &n : notifications)
+        if (n.name == name)
+            out << n;
+    return out;
+}
+
+void CoreTest::SetUpTestSuite()
+{
+    static const QString dir = makeTempDir();
+    IMPlatform::instance()->setDocumentsPath(dir + "/data");
+    IMPlatform::instance()->setTemporaryPath(dir + "/cache");
+    IMUserDefaults::standardUserDefaults()->setSettingsFile(dir + "/settings.ini");
+}
+
+void CoreTest::SetUp()
+{
+    IMDB::sharedInstance()->resetDatabase();
+    spinFor(20); // the store is re-created from the main queue
+    IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+    settings->setClientID(QStringLiteral("me"));
+    settings->setToken(QStringLiteral("tok"));
+    settings->setCurrentUser(QVariantMap{{"clientID", "me"}});
+    settings->setLog(QVariantList());
+    settings->write();
+    parlo = std::make_unique<Parlo>();
+    parlo->setApiKey(QStringLiteral("api"));
+    parlo->setClientKey(QStringLiteral("client"));
+    parlo->setDelegate(&recorder);
+}
+
+void CoreTest::TearDown()
+{
+    parlo.reset();
+    spinFor(10);
+}
+
+void CoreTest::connectScripted()
+{
+    parlo->setSocketFactory([this](const QUrl &, const QVariantMap &) {
+        socket = new ScriptedSocket;
+        return socket;
+    });
+    parlo->connectWithURL(QStringLiteral("http://127.0.0.1:1"), {}, [] {});
+    socket->setStatus(IMSocket::Status::Connected);
+    socket->push(QStringLiteral("connect"), {QStringLiteral("/")});
+    recorder.events.clear();
+    recorder.notifications.clear();
+}
+
+QVariantMap roomDict(const QString &id, const QString &lastMessageTime)
+{
+    return QVariantMap{{"id", id}, {"name", "Room " + id}, {"lastMessageTime", lastMessageTime}};
+}
+
+QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
+                        const QString &createdAt)
+{
+    return QVariantMap{{"id", id},
+                       {"message", "hello " + id},
+                       {"messageType", "text"},
+                       {"room", QVariantMap{{"id", roomID}}},
+                       {"sender", QVariantMap{{"clientID", senderID}}},
+                       {"idFromSender", idFromSender},
+                       {"createdAt", createdAt}};
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "IMDB.h"
+#include "IMDispatch.h"
+#include "IMLog.h"
+#include "IMNotificationCenter.h"
+#include "IMPlatform.h"
+#include "IMUserDefaults.h"
+#include "Parlo.h"
+#include "ScriptedSocket.h"
+#include "QtPrinters.h"
+#include "TestUtil.h"
+
+#include <QStringList>
+#include <gtest/gtest.h>
+#include <memory>
+
+//! Records every delegate call and every facade notification, in order, as "d:Name" / "n:Name".
+class Recorder : public ParloDelegate
+{
+public:
+    Recorder();
+    ~Recorder() override;
+    QStringList events;
+    QList<IMNotification> notifications;
+
+    void ParloDidChangeConnectStatus(int status, const QString &message) override;
+    void ParloDidUpdateBadge(const IMBadgePtr &) override { events << "d:UpdateBadge"; }
+    void ParloDidReceiveMessage(const IMMessagePtr &) override { events << "d:ReceiveMessage"; }
+    void ParloDidReceiveMessageFromOthers(const IMMessagePtr &) override { events << "d:ReceiveMessageFromOthers"; }
+    void ParloDidUpdateRooms(const QList<IMRoomPtr> &) override { events << "d:UpdateRooms"; }
+    void ParloDidUpdateRoom(const IMRoomPtr &) override { events << "d:UpdateRoom"; }
+    void ParloDidChangeMessageSendingType(const IMMessagePtr &) override { events << "d:ChangeMessageSendingType"; }
+    void ParloDidUpdateMessage(const IMMessagePtr &) override { events << "d:UpdateMessage"; }
+    void ParloDidJoinedWithRoom(const IMRoomPtr &) override { events << "d:JoinedWithRoom"; }
+    void ParloDidUpdateReadTimeWithRoom(const IMRoomPtr &) override { events << "d:UpdateReadTimeWithRoom"; }
+    void ParloDidChatIn() override { events << "d:ChatIn"; }
+
+    //! The notifications named `name`, in order.
+    QList<IMNotification> named(const QString &name) const;
+
+private:
+    IMNotificationCenter::Token m_token;
+};
+
+//! A facade on a scripted socket, with the store and the settings in a fresh temporary folder.
+class CoreTest : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+    //! Connects the facade through the scripted socket and marks it connected.
+    void connectScripted();
+
+    std::unique_ptr<Parlo> parlo;
+    ScriptedSocket *socket = nullptr;
+    Recorder recorder;
+};
+
+//! A room dictionary with an id, a name and a last message time.
+QVariantMap roomDict(const QString &id, const QString &lastMessageTime);
+//! A message dictionary in `roomID` from `senderID`.
+QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
+                        const QString &createdAt);
