@@ -161,6 +161,16 @@ public:
     //! Runs the work of queueArray in order on the calling thread and empties it.
     void execQueue();
 
+    // Session and account (ParloSession.cpp)
+
+    // Rooms (ParloRooms.cpp)
+
+    // Messages (ParloMessages.cpp)
+
+    // URL scheme (ParloScheme.cpp)
+
+    // Files and the file cache (ParloFiles.cpp)
+
 private:
     friend class ParloDelegate;
     void onDefaultEvents();
@@ -173,6 +183,10 @@ private:
     void reloadRoomsSaving(const QList<IMRoomPtr> &rooms);
     bool saveMovedRoom(const IMRoomPtr &moved);
     static void forgetDelegate(ParloDelegate *delegate);
+
+    // Session, rooms, messages and URL scheme internals
+
+    // Files internals
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -32,6 +32,10 @@ struct Parlo::Private
     bool log = false;
     bool printLog = false;
 
+    // Session, rooms, messages and URL scheme state
+
+    // Files state
+
     // The room list as the store returned it at the last reload. While chatRooms still holds
     // exactly these rooms, the store and the list agree, and an incoming message needs to write
     // only the room it changed and move it to its place, instead of writing every room and
