@@ -25,6 +25,19 @@
 //!  - "selfSigned" (bool, default false): accept a TLS certificate that does not verify.
 //!  - "maxPayload" (bytes, default 100,000,000): larger incoming packets are a protocol error.
 //!  - "log" (bool): log the protocol traffic to the "parlo.socketio" category.
+//!
+//! Details of the life events: "reconnectAttempt" counts the try about to start among the
+//! remaining ones (3, 2, 1 with three attempts); a failed try reports "error" with its cause.
+//! A CONNECT_ERROR from the server (authentication refused) reports "error" with the server's
+//! message and does not retry. Bad input from the network is reported as "error"; when the
+//! protocol cannot go on (malformed packet, oversized payload) the connection is dropped with
+//! "disconnect" ["parse error"] and retried.
+//!
+//! Acknowledgements: emits while not connected are not sent (not buffered); their callbacks get
+//! ["NO ACK"] at their time-out. One without time-out (0) also gets ["NO ACK"] when the
+//! connection drops, since its answer can no longer come.
+//!
+//! Handlers may call any member, but must not delete the client synchronously (use deleteLater).
 class IMSocketIOClient : public QObject, public IMSocket
 {
     Q_OBJECT
