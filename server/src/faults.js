@@ -1,6 +1,7 @@
 'use strict';
 // Fault switches for tests (only with the test-control option): per request path and method,
-// never answer, answer late, or answer a chosen status instead of handling the request.
+// never answer, answer late, answer a chosen status instead of handling the request, or (plain
+// HTTP only) cut the answer's body in half.
 const { isPlainObject } = require('./util');
 
 class Faults {
@@ -10,14 +11,14 @@ class Faults {
   }
 
   /**
-   * Adds a rule from { path, method?, prefix?, action: "drop"|"delay"|"status", ms?, status?,
+   * Adds a rule from { path, method?, prefix?, action: "drop"|"delay"|"status"|"truncate", ms?, status?,
    * body?, handle?, times? }; returns it, or throws a text explaining what is wrong.
    */
   add(wanted) {
     if (!isPlainObject(wanted)) throw new Error('a JSON object is required');
     const { path, action } = wanted;
     if (typeof path !== 'string' || !path.startsWith('/')) throw new Error('path must start with "/"');
-    if (!['drop', 'delay', 'status'].includes(action)) throw new Error('action must be drop, delay or status');
+    if (!['drop', 'delay', 'status', 'truncate'].includes(action)) throw new Error('action must be drop, delay, status or truncate');
     const rule = {
       id: this.nextId++,
       path: normalize(path),

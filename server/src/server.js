@@ -92,6 +92,16 @@ async function createServer(options = {}) {
     if (!rule) return go();
     if (rule.action === 'status') return later(rule.ms, () => send(rule.status, rule.body));
     if (rule.action === 'delay') return later(rule.ms, go);
+    if (rule.action === 'truncate') {
+      // The headers go out as they are, full length included, then half the body and a cut connection.
+      const end = res.end.bind(res);
+      res.end = (chunk, ...rest) => {
+        if (!Buffer.isBuffer(chunk) || chunk.length < 2) return end(chunk, ...rest);
+        res.write(chunk.subarray(0, chunk.length >> 1), () => res.destroy());
+        return res;
+      };
+      return go();
+    }
     held.add(res); // drop: never answer
     res.on('close', () => held.delete(res));
     return undefined;
@@ -314,7 +324,7 @@ async function createServer(options = {}) {
         }
         const run = () => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn });
         const rule = faults.match(method, env.url);
-        if (!rule) return ack(run());
+        if (!rule || rule.action === 'truncate') return ack(run()); // nothing to cut in an acknowledgement
         if (rule.action === 'status') return later(rule.ms, () => ack({ statusCode: rule.status, body: rule.body }));
         const answer = rule.handle ? run() : null;
         if (rule.action === 'delay') later(rule.ms, () => ack(answer || run()));

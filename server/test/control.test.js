@@ -3,6 +3,7 @@ const { test, describe, before, after } = require('node:test');
 const assert = require('node:assert/strict');
 const { spawn } = require('node:child_process');
 const path = require('node:path');
+const http = require('node:http');
 const { startServer } = require('./helpers');
 
 const signal = () => AbortSignal.timeout(3000);
@@ -47,6 +48,30 @@ describe('fault switches', () => {
     await control('POST', 'faults', { path: '/files/upload', action: 'status', status: 500, times: 1 });
     assert.equal((await fetch(`${server.url}/files/upload`, { method: 'POST', signal: signal() })).status, 500);
     assert.equal((await control('POST', 'faults', { path: '/x', action: 'explode' })).status, 400);
+  });
+
+  test('truncate cuts a plain-HTTP answer after half its announced length; acknowledgements pass', async () => {
+    const boundary = '---------------------------14737809831466499882746641449';
+    const bytes = Buffer.alloc(4000, 9);
+    const head = `--${boundary}\r\nContent-Disposition: form-data; name="isPublic"\r\n\r\n1\r\n`
+      + `--${boundary}\r\nContent-Disposition: form-data; name="file"; filename="1"\r\nContent-Type: application/octet-stream\r\n\r\n`;
+    const res = await fetch(`${server.url}/files/upload`, {
+      method: 'POST', body: Buffer.concat([Buffer.from(head), bytes, Buffer.from(`\r\n--${boundary}--\r\n`)]), signal: signal(),
+      headers: { ...u.headers(), 'Content-Type': `multipart/form-data; boundary=${boundary}` },
+    });
+    const { fileName } = await res.json();
+    await control('POST', 'faults', { path: `/files/${fileName}`, action: 'truncate', times: 2 });
+    const got = await new Promise((resolve) => {
+      http.get(`${server.url}/files/${fileName}`, (r) => {
+        let n = 0;
+        r.on('data', (c) => { n += c.length; });
+        r.on('error', () => {});
+        r.on('close', () => resolve({ length: Number(r.headers['content-length']), received: n, complete: r.complete }));
+      });
+    });
+    assert.deepEqual(got, { length: 4000, received: 2000, complete: false });
+    assert.ok((await u.request('get', `/files/${fileName}`)).body.equals(bytes));
+    assert.equal((await fetch(`${server.url}/files/${fileName}`, { signal: signal() })).status, 200, 'the rule ended');
   });
 
   test('disconnect ends a client\'s sockets from the server side', async () => {
