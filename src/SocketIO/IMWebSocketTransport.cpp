@@ -87,6 +87,8 @@ void IMWebSocketTransport::send(const QList<IMEngineIOPacket> &packets)
         else
             m_socket->sendTextMessage(IMEngineIOPacket::encodeText(p, m_config.eio));
     }
+    // Write now rather than on the next turn of the event loop: one wake-up less per request.
+    m_socket->flush();
 }
 
 void IMWebSocketTransport::close()
