@@ -62,6 +62,14 @@ bool IMClient::mergeOwnFields(const QVariantMap &dict)
     return ok;
 }
 
+IMClientPtr IMClient::copy() const
+{
+    auto other = std::make_shared<IMClient>();
+    other->copyObjectFieldsFrom(*this);
+    *other->d = *d;
+    return other;
+}
+
 QVariantMap IMClient::toDictionary() const
 {
     QVariantMap dict = IMObject::toDictionary();

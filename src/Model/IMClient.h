@@ -24,6 +24,8 @@ public:
     static IMClientPtr currentClient();
 
     QVariantMap toDictionary() const override;
+    //! A new record with the same properties.
+    IMClientPtr copy() const;
 
     //! The application-level identity, sent in every request header ("clientID").
     QString clientID() const;

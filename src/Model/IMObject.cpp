@@ -74,6 +74,7 @@ QVariantMap IMObject::data() const { return d->data.value_or(QVariantMap()); }
 void IMObject::setData(const QVariantMap &data) { d->data = data; }
 bool IMObject::hasData() const { return d->data.has_value(); }
 void IMObject::copyDataFrom(const IMObject &other) { d->data = other.d->data; }
+void IMObject::copyObjectFieldsFrom(const IMObject &other) { *d = *other.d; }
 
 void IMObject::saveInBackGround()
 {

@@ -74,6 +74,8 @@ protected:
     virtual bool mergeOwnFields(const QVariantMap &dictionary);
     //! Copies `data` from `other`, set or unset alike.
     void copyDataFrom(const IMObject &other);
+    //! Copies every property of this base from `other`, set or unset alike.
+    void copyObjectFieldsFrom(const IMObject &other);
 
 private:
     struct Private;

@@ -59,6 +59,16 @@ bool IMRoom::mergeOwnFields(const QVariantMap &dict)
     return true;
 }
 
+IMRoomPtr IMRoom::copy() const
+{
+    auto other = std::make_shared<IMRoom>();
+    other->copyObjectFieldsFrom(*this);
+    *other->d = *d;
+    if (d->sender)
+        other->d->sender = d->sender->copy();
+    return other;
+}
+
 QVariantMap IMRoom::toDictionary() const
 {
     QVariantMap dict = IMObject::toDictionary();

@@ -22,6 +22,8 @@ public:
     static QList<IMRoomPtr> arrayOfModelsFromDictionaries(const QVariantList &array);
 
     QVariantMap toDictionary() const override;
+    //! A new record with the same properties (the `sender` copied too, not shared).
+    IMRoomPtr copy() const;
 
     //! Room title ("name").
     QString name() const;

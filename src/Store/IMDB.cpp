@@ -2,11 +2,11 @@
 
 #include "IMDB_p.h"
 #include "IMDate.h"
+#include "IMJSONText_p.h"
 #include "IMDispatch.h"
 #include "IMLog.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QLocale>
 #include <limits>
 #include <sqlite3.h>
@@ -19,7 +19,7 @@ const char kMessagePageQuery[] = "WHERE createdAt < ? AND roomID = ? ORDER BY cr
 // Records found through the index, joined with the records themselves.
 QByteArray indexQuery(const char *fragment)
 {
-    return QByteArrayLiteral("SELECT d.collection, d.data FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
+    return QByteArrayLiteral("SELECT d.collection, d.key, d.data FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
                              " JOIN \"database\" AS d ON d.rowid = i.rowid ")
            + fragment;
 }
@@ -52,8 +52,9 @@ IMDBRow rowFor(const IMRoom &room)
 {
     IMDBRow row;
     row.key = room.objectID().toUtf8();
-    row.data = QJsonDocument::fromVariant(room.toDictionary()).toJson(QJsonDocument::Compact);
+    row.data = IMJSONText::toJson(room.toDictionary());
     row.lastMessageTime = IMDate::toDate(room.lastMessageTime());
+    row.room = room.copy();
     return row;
 }
 
@@ -61,7 +62,7 @@ IMDBRow rowFor(const IMMessage &message)
 {
     IMDBRow row;
     row.key = message.objectID().toUtf8();
-    row.data = QJsonDocument::fromVariant(message.toDictionary()).toJson(QJsonDocument::Compact);
+    row.data = IMJSONText::toJson(message.toDictionary());
     row.createdAt = IMDate::toDate(message.createdAt());
     if (message.room())
         row.roomID = message.room()->objectID();
@@ -72,11 +73,9 @@ IMDBRow rowFor(const IMMessage &message)
 // defaults, so that it equals the record that was stored (`temp` aside).
 IMObjectPtr recordFrom(const QByteArray &collection, const char *data, int size)
 {
-    QJsonParseError error;
-    const QJsonDocument json = QJsonDocument::fromJson(QByteArray::fromRawData(data, size), &error);
-    if (error.error != QJsonParseError::NoError || !json.isObject())
+    QVariantMap dict;
+    if (!IMJSONText::parseObject(data, size, &dict))
         return nullptr;
-    const QVariantMap dict = json.toVariant().toMap();
     IMObjectPtr record;
     if (collection == "Room")
         record = std::make_shared<IMRoom>();
@@ -176,7 +175,7 @@ void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
 {
     IMDB::Private *d = this;
     const QByteArray collectionName(collection);
-    d->transaction([&] {
+    if (d->transaction([&] {
         for (const IMDBRow &row : rows) {
             sqlite3_stmt *upsert = d->statement(kUpsert);
             if (!upsert)
@@ -207,7 +206,10 @@ void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
             sqlite3_reset(index);
         }
         return true;
-    });
+    }) && collectionName == "Room") {
+        for (const IMDBRow &row : rows)
+            d->cacheRoom(row.key, row.room);
+    }
     d->recoverIfDamaged();
 }
 
@@ -228,7 +230,14 @@ void IMDB::saveMessages(const QList<IMMessagePtr> &messages)
         d->save("Message", rows);
 }
 
-QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind)
+void IMDB::Private::cacheRoom(const QByteArray &key, const IMRoomPtr &room)
+{
+    if (room && (roomCache.size() < kRoomCacheLimit || roomCache.contains(key)))
+        roomCache.insert(key, room);
+}
+
+QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
+                                        const QByteArray &only)
 {
     IMDB::Private *d = this;
     QList<IMObjectPtr> out;
@@ -244,9 +253,23 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         const QByteArray collection(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 0)),
                                     sqlite3_column_bytes(stmt, 0));
-        const char *data = reinterpret_cast<const char *>(sqlite3_column_blob(stmt, 1));
-        if (IMObjectPtr record = recordFrom(collection, data, sqlite3_column_bytes(stmt, 1)))
+        if (!only.isNull() && collection != only)
+            continue;
+        const bool isRoom = collection == "Room";
+        QByteArray key;
+        if (isRoom) {
+            key = QByteArray(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 1)), sqlite3_column_bytes(stmt, 1));
+            if (const IMRoomPtr cached = roomCache.value(key)) {
+                out.append(cached->copy());
+                continue;
+            }
+        }
+        const char *data = reinterpret_cast<const char *>(sqlite3_column_blob(stmt, 2));
+        if (IMObjectPtr record = recordFrom(collection, data, sqlite3_column_bytes(stmt, 2))) {
+            if (isRoom)
+                cacheRoom(key, std::static_pointer_cast<IMRoom>(record)->copy());
             out.append(std::move(record));
+        }
     }
     if (rc != SQLITE_DONE)
         d->fail(rc, "query");
@@ -264,8 +287,13 @@ QList<IMObjectPtr> IMDB::getAllRecords()
 
 QList<IMRoomPtr> IMDB::getAllRooms()
 {
+    static const QByteArray sql = indexQuery(kRoomListQuery);
+    QList<IMObjectPtr> records;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        records = d->query(sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"));
+    }
     QList<IMRoomPtr> rooms;
-    const QList<IMObjectPtr> records = getAllRecords();
     rooms.reserve(records.size());
     for (const IMObjectPtr &record : records)
         if (auto room = std::dynamic_pointer_cast<IMRoom>(record))
@@ -338,7 +366,7 @@ bool IMDB::isRoomMessagesViewRegistered() const
 QList<IMMessagePtr> IMDB::roomMessagesViewGroup(const QString &roomID)
 {
     static const QByteArray sql =
-            "SELECT 'Message', data FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
+            "SELECT 'Message', NULL, data FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
     const QByteArray group = roomID.toUtf8();
     QList<IMObjectPtr> records;
     {

@@ -140,7 +140,8 @@ bool IMDB::Private::openAt(const QString &file)
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     path = file;
     // The first statements read the header and the schema: a foreign or damaged file shows here.
-    bool ok = exec("PRAGMA journal_mode = WAL") && exec("PRAGMA synchronous = FULL")
+    bool ok = exec("PRAGMA journal_mode = WAL") && exec("PRAGMA synchronous = NORMAL") && exec("PRAGMA cache_size = -32768")
+              && exec("PRAGMA mmap_size = 268435456")
               && exec("SELECT count(*) FROM sqlite_master") && migrate();
     return ok;
 }
@@ -199,6 +200,7 @@ void IMDB::Private::close()
     for (sqlite3_stmt *stmt : std::as_const(statements))
         sqlite3_finalize(stmt);
     statements.clear();
+    roomCache.clear();
     connected = false;
     viewRegistered = false;
     if (db) {

@@ -23,6 +23,7 @@ struct IMDBRow
     QDateTime createdAt;
     QString roomID;
     QDateTime lastMessageTime;
+    IMRoomPtr room;  //!< for a room: a private copy for the decoded-room cache
 };
 
 struct IMDB::Private
@@ -34,6 +35,12 @@ struct IMDB::Private
     bool viewRegistered = false;
     bool damaged = false;    //!< SQLite reported a corrupt or foreign file during this operation
     QHash<QByteArray, sqlite3_stmt *> statements;
+    //! Rooms as stored, by key: the room list is read far more often than rooms change, and
+    //! decoding thousands of archived rooms each time would dominate it. Handed out as copies
+    //! only; filled by saves and reads, emptied whenever the file is closed.
+    QHash<QByteArray, IMRoomPtr> roomCache;
+    static constexpr qsizetype kRoomCacheLimit = 50000;
+    void cacheRoom(const QByteArray &key, const IMRoomPtr &room);
     quint64 observer = 0;
 
     ~Private();
@@ -74,8 +81,10 @@ struct IMDB::Private
 
     //! Writes `rows` into `collection` and the index in one transaction.
     void save(const char *collection, const QVector<IMDBRow> &rows);
-    //! Runs an index query whose parameters `bind` sets; every readable record, in order.
-    QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind);
+    //! Runs an index query whose parameters `bind` sets; every readable record, in order
+    //! (only those of `collection` when it is given: the others are not even decoded).
+    QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
+                             const QByteArray &collection = QByteArray());
 
 private:
     bool openAt(const QString &path);

@@ -63,6 +63,13 @@ TEST_F(StoreTest, RecordsReadBackEqualWhatWasStored)
     ASSERT_EQ(rooms.size(), 1);
     EXPECT_NE(rooms.first(), stored);  // a new record
     EXPECT_EQ(rooms.first()->toDictionary(), stored->toDictionary());
+    // Neither the saved record nor a returned one is tied to what is stored.
+    const QVariantMap saved = stored->toDictionary();
+    stored->setName("changed after saving");
+    stored->sender()->setClientID("changed too");
+    rooms.first()->setName("changed by a reader");
+    rooms.first()->sender()->setUsername("also changed");
+    EXPECT_EQ(db->getAllRooms().first()->toDictionary(), saved);
 
     IMMessagePtr sent = message("m1", stored, second(5));
     sent->setTemp(QStringLiteral("never stored"));

@@ -1,0 +1,422 @@
+#include "IMJSONText_p.h"
+
+#include <QLocale>
+#include <QStringList>
+#include <QVariantHash>
+#include <QVariantList>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace IMJSONText {
+
+namespace {
+void writeString(const QString &text, QByteArray *out)
+{
+    const QByteArray utf8 = text.toUtf8();
+    out->append('"');
+    const char *p = utf8.constData();
+    const char *run = p;
+    const char *end = p + utf8.size();
+    for (; p < end; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c >= 0x20 && c != '"' && c != '\\')
+            continue;
+        out->append(run, p - run);
+        run = p + 1;
+        switch (c) {
+        case '"': out->append("\\\""); break;
+        case '\\': out->append("\\\\"); break;
+        case '\n': out->append("\\n"); break;
+        case '\r': out->append("\\r"); break;
+        case '\t': out->append("\\t"); break;
+        case '\b': out->append("\\b"); break;
+        case '\f': out->append("\\f"); break;
+        default: {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+            out->append(buffer);
+        }
+        }
+    }
+    out->append(run, end - run);
+    out->append('"');
+}
+
+void writeValue(const QVariant &value, QByteArray *out, int depth);
+
+void writeMap(const QVariantMap &map, QByteArray *out, int depth)
+{
+    out->append('{');
+    bool first = true;
+    for (auto it = map.constBegin(); it != map.constEnd(); ++it) {
+        if (!first)
+            out->append(',');
+        first = false;
+        writeString(it.key(), out);
+        out->append(':');
+        writeValue(it.value(), out, depth + 1);
+    }
+    out->append('}');
+}
+
+void writeValue(const QVariant &value, QByteArray *out, int depth)
+{
+    // Deeper than any record goes; cut off rather than overflow the stack on a cycle-like input.
+    if (depth > 200) {
+        out->append("null");
+        return;
+    }
+    switch (value.typeId()) {
+    case QMetaType::QString:
+        if (value.toString().isNull())
+            out->append("null");
+        else
+            writeString(value.toString(), out);
+        return;
+    case QMetaType::Bool:
+        out->append(value.toBool() ? "true" : "false");
+        return;
+    case QMetaType::Int:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+        out->append(QByteArray::number(value.toLongLong()));
+        return;
+    case QMetaType::UInt:
+    case QMetaType::ULong:
+    case QMetaType::ULongLong:
+    case QMetaType::UShort:
+    case QMetaType::UChar:
+        out->append(QByteArray::number(value.toULongLong()));
+        return;
+    case QMetaType::Double:
+    case QMetaType::Float: {
+        const double d = value.toDouble();
+        if (!std::isfinite(d))
+            out->append("null");
+        else
+            out->append(QByteArray::number(d, 'g', QLocale::FloatingPointShortest));
+        return;
+    }
+    case QMetaType::QVariantMap:
+        writeMap(value.toMap(), out, depth);
+        return;
+    case QMetaType::QVariantHash: {
+        const QVariantHash hash = value.toHash();
+        QVariantMap map;
+        for (auto it = hash.constBegin(); it != hash.constEnd(); ++it)
+            map.insert(it.key(), it.value());
+        writeMap(map, out, depth);
+        return;
+    }
+    case QMetaType::QVariantList:
+    case QMetaType::QStringList: {
+        const QVariantList list = value.toList();
+        out->append('[');
+        for (qsizetype i = 0; i < list.size(); ++i) {
+            if (i)
+                out->append(',');
+            writeValue(list.at(i), out, depth + 1);
+        }
+        out->append(']');
+        return;
+    }
+    default:
+        if (!value.isValid() || value.isNull() || value.typeId() == QMetaType::Nullptr)
+            out->append("null");
+        else if (value.canConvert<QString>())
+            writeString(value.toString(), out);
+        else
+            out->append("null");
+    }
+}
+
+class Parser
+{
+public:
+    Parser(const char *data, qsizetype size) : p(data), end(data + size) { }
+
+    bool object(QVariantMap *out)
+    {
+        skip();
+        if (!parseObject(out, 0))
+            return false;
+        skip();
+        return p == end;
+    }
+
+private:
+    const char *p;
+    const char *end;
+    static constexpr int kMaxDepth = 256;
+
+    void skip()
+    {
+        while (p < end && (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t'))
+            ++p;
+    }
+    bool literal(const char *word)
+    {
+        const size_t n = std::strlen(word);
+        if (size_t(end - p) < n || std::memcmp(p, word, n) != 0)
+            return false;
+        p += n;
+        return true;
+    }
+    static int hex(char c)
+    {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
+    }
+    bool hex4(uint *out)
+    {
+        if (end - p < 4)
+            return false;
+        uint v = 0;
+        for (int i = 0; i < 4; ++i) {
+            const int h = hex(p[i]);
+            if (h < 0)
+                return false;
+            v = v * 16 + uint(h);
+        }
+        p += 4;
+        *out = v;
+        return true;
+    }
+
+    bool string(QString *out)
+    {
+        if (p >= end || *p != '"')
+            return false;
+        const char *start = ++p;
+        while (p < end && *p != '"' && *p != '\\') {
+            if (static_cast<unsigned char>(*p) < 0x20)
+                return false;
+            ++p;
+        }
+        if (p >= end)
+            return false;
+        if (*p == '"') {
+            *out = QString::fromUtf8(start, p - start);
+            ++p;
+            return true;
+        }
+        // With escapes: collect UTF-8 bytes, then convert once.
+        QByteArray bytes(start, p - start);
+        while (p < end && *p != '"') {
+            const char c = *p++;
+            if (static_cast<unsigned char>(c) < 0x20)
+                return false;
+            if (c != '\\') {
+                bytes.append(c);
+                continue;
+            }
+            if (p >= end)
+                return false;
+            switch (*p++) {
+            case '"': bytes.append('"'); break;
+            case '\\': bytes.append('\\'); break;
+            case '/': bytes.append('/'); break;
+            case 'b': bytes.append('\b'); break;
+            case 'f': bytes.append('\f'); break;
+            case 'n': bytes.append('\n'); break;
+            case 'r': bytes.append('\r'); break;
+            case 't': bytes.append('\t'); break;
+            case 'u': {
+                uint code = 0;
+                if (!hex4(&code))
+                    return false;
+                if (code >= 0xD800 && code < 0xDC00 && end - p >= 6 && p[0] == '\\' && p[1] == 'u') {
+                    const char *save = p;
+                    p += 2;
+                    uint low = 0;
+                    if (hex4(&low) && low >= 0xDC00 && low < 0xE000)
+                        code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+                    else
+                        p = save;
+                }
+                const char32_t cp = (code >= 0xD800 && code < 0xE000) ? 0xFFFD : code;
+                bytes.append(QString::fromUcs4(&cp, 1).toUtf8());
+                break;
+            }
+            default:
+                return false;
+            }
+        }
+        if (p >= end)
+            return false;
+        ++p;
+        *out = QString::fromUtf8(bytes);
+        return true;
+    }
+
+    bool number(QVariant *out)
+    {
+        const char *start = p;
+        if (p < end && *p == '-')
+            ++p;
+        if (p >= end || *p < '0' || *p > '9')
+            return false;
+        bool integral = true;
+        while (p < end && ((*p >= '0' && *p <= '9') || *p == '.' || *p == 'e' || *p == 'E' || *p == '+' || *p == '-')) {
+            if (*p == '.' || *p == 'e' || *p == 'E')
+                integral = false;
+            ++p;
+        }
+        const QByteArray text = QByteArray::fromRawData(start, p - start);
+        bool ok = false;
+        if (integral) {
+            const qlonglong v = text.toLongLong(&ok);
+            if (ok) {
+                *out = v;
+                return true;
+            }
+        }
+        const double d = text.toDouble(&ok);
+        if (!ok)
+            return false;
+        *out = d;
+        return true;
+    }
+
+    bool value(QVariant *out, int depth)
+    {
+        skip();
+        if (p >= end)
+            return false;
+        switch (*p) {
+        case '{': {
+            QVariantMap map;
+            if (!parseObject(&map, depth + 1))
+                return false;
+            *out = std::move(map);
+            return true;
+        }
+        case '[': {
+            QVariantList list;
+            if (!parseArray(&list, depth + 1))
+                return false;
+            *out = std::move(list);
+            return true;
+        }
+        case '"': {
+            QString text;
+            if (!string(&text))
+                return false;
+            *out = std::move(text);
+            return true;
+        }
+        case 't':
+            *out = true;
+            return literal("true");
+        case 'f':
+            *out = false;
+            return literal("false");
+        case 'n':
+            *out = QVariant::fromValue(nullptr);
+            return literal("null");
+        default:
+            return number(out);
+        }
+    }
+
+    bool parseObject(QVariantMap *out, int depth)
+    {
+        if (depth > kMaxDepth || p >= end || *p != '{')
+            return false;
+        ++p;
+        skip();
+        QVariantMap map;
+        if (p < end && *p == '}') {
+            ++p;
+            *out = std::move(map);
+            return true;
+        }
+        while (true) {
+            skip();
+            QString key;
+            if (!string(&key))
+                return false;
+            skip();
+            if (p >= end || *p != ':')
+                return false;
+            ++p;
+            QVariant v;
+            if (!value(&v, depth))
+                return false;
+            map.insert(key, std::move(v));
+            skip();
+            if (p < end && *p == ',') {
+                ++p;
+                continue;
+            }
+            if (p < end && *p == '}') {
+                ++p;
+                *out = std::move(map);
+                return true;
+            }
+            return false;
+        }
+    }
+
+    bool parseArray(QVariantList *out, int depth)
+    {
+        if (depth > kMaxDepth || p >= end || *p != '[')
+            return false;
+        ++p;
+        skip();
+        QVariantList list;
+        if (p < end && *p == ']') {
+            ++p;
+            *out = std::move(list);
+            return true;
+        }
+        while (true) {
+            QVariant v;
+            if (!value(&v, depth))
+                return false;
+            list.append(std::move(v));
+            skip();
+            if (p < end && *p == ',') {
+                ++p;
+                continue;
+            }
+            if (p < end && *p == ']') {
+                ++p;
+                *out = std::move(list);
+                return true;
+            }
+            return false;
+        }
+    }
+};
+} // namespace
+
+void write(const QVariantMap &map, QByteArray *out) { writeMap(map, out, 0); }
+
+QByteArray toJson(const QVariantMap &map)
+{
+    QByteArray out;
+    out.reserve(512);
+    write(map, &out);
+    return out;
+}
+
+bool parseObject(const char *data, qsizetype size, QVariantMap *out)
+{
+    if (!data || size <= 0)
+        return false;
+    QVariantMap map;
+    Parser parser(data, size);
+    if (!parser.object(&map))
+        return false;
+    *out = std::move(map);
+    return true;
+}
+
+} // namespace IMJSONText

@@ -1,0 +1,76 @@
+// The store's JSON text: what it writes reads back the same, and no input makes it crash.
+#include "IMJSONText_p.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <cstring>
+#include <QRandomGenerator>
+#include <gtest/gtest.h>
+#include <limits>
+
+TEST(StoreJSONText, WritesWhatQtReadsAndReadsBackTheSame)
+{
+    const QVariantMap value{
+        { "text", QString::fromUtf8("quote \" backslash \\ slash / tab \t newline \n nul \x01 中文 🚀") },
+        { "empty", "" },
+        { "int", 42 },
+        { "negative", qint64(-9007199254740993LL) },
+        { "big", quint64(std::numeric_limits<qint64>::max()) },
+        { "real", 0.1 },
+        { "bool", true },
+        { "null", QVariant::fromValue(nullptr) },
+        { "list", QVariantList{ 1, "two", QVariantList{}, QVariantMap{} } },
+        { "strings", QStringList{ "a", "b" } },
+        { "nested", QVariantMap{ { "deeper", QVariantMap{ { "k", false } } } } },
+    };
+    const QByteArray text = IMJSONText::toJson(value);
+    QJsonParseError error;
+    const QJsonDocument qt = QJsonDocument::fromJson(text, &error);
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << text.toStdString();
+    EXPECT_EQ(qt.object().value("text").toString(), value.value("text").toString());
+
+    QVariantMap back;
+    ASSERT_TRUE(IMJSONText::parseObject(text.constData(), text.size(), &back));
+    EXPECT_EQ(back.value("text"), value.value("text"));
+    EXPECT_EQ(back.value("negative").toLongLong(), -9007199254740993LL);
+    EXPECT_EQ(back.value("big").toLongLong(), std::numeric_limits<qint64>::max());
+    EXPECT_EQ(back.value("real").toDouble(), 0.1);
+    EXPECT_EQ(back.value("null").typeId(), QMetaType::Nullptr);
+    EXPECT_EQ(back.value("strings").toStringList(), (QStringList{ "a", "b" }));
+    EXPECT_EQ(back.value("nested"), value.value("nested"));
+    EXPECT_EQ(IMJSONText::toJson(back), text);
+
+    // Escapes written by others, surrogate pairs included.
+    const QByteArray escaped = R"({"a":"\u4e2d\ud83d\ude80\/\"","b":[1e3,-0.5]})";
+    ASSERT_TRUE(IMJSONText::parseObject(escaped.constData(), escaped.size(), &back));
+    EXPECT_EQ(back.value("a").toString(), QString::fromUtf8("中🚀/\""));
+    EXPECT_EQ(back.value("b").toList().value(0).toDouble(), 1000.0);
+}
+
+TEST(StoreJSONText, MalformedOrHostileTextIsRefused)
+{
+    QVariantMap out{ { "untouched", true } };
+    for (const char *bad : { "", "[]", "\"text\"", "{", "{\"a\":}", "{\"a\":1,}", "{\"a\" 1}", "{\"a\":tru}",
+                             "{\"a\":\"\\x\"}", "{\"a\":\"unterminated}", "{\"a\":1} trailing", "{\"a\":\"\\u12\"}",
+                             "{\"a\":-}", "{'a':1}" })
+        EXPECT_FALSE(IMJSONText::parseObject(bad, qsizetype(strlen(bad)), &out)) << bad;
+    EXPECT_EQ(out, (QVariantMap{ { "untouched", true } }));
+    EXPECT_FALSE(IMJSONText::parseObject(nullptr, 0, &out));
+
+    // Nesting far beyond any record is refused, not a stack overflow.
+    QByteArray deep = "{\"a\":";
+    for (int i = 0; i < 100000; ++i)
+        deep += '[';
+    EXPECT_FALSE(IMJSONText::parseObject(deep.constData(), deep.size(), &out));
+
+    // Random bytes and truncations of a valid text never crash.
+    const QByteArray valid = R"({"id":"r1","client":[{"clientID":"a"}],"readTime":{"a":"2016"},"n":1.5})";
+    for (int cut = 0; cut < valid.size(); ++cut)
+        EXPECT_FALSE(IMJSONText::parseObject(valid.constData(), cut, &out));
+    auto *random = QRandomGenerator::global();
+    for (int i = 0; i < 2000; ++i) {
+        QByteArray noise = valid;
+        noise[random->bounded(int(noise.size()))] = char(random->bounded(256));
+        (void)IMJSONText::parseObject(noise.constData(), noise.size(), &out);
+    }
+}
