@@ -8,6 +8,7 @@
 #include "ParloDelegate.h"
 #include "ParloNotifications.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -162,12 +163,177 @@ public:
     void execQueue();
 
     // Session and account (ParloSession.cpp)
+    //! Receives the client record of an answer.
+    using ClientSuccess = std::function<void(const IMClientPtr &client)>;
+    //! Receives a list of client records.
+    using ClientsSuccess = std::function<void(const QList<IMClientPtr> &clients)>;
+    //! Receives the facade's badge record.
+    using BadgeSuccess = std::function<void(const IMBadgePtr &badge)>;
+
+    //! Signs `client` (at least its clientID) up: the clientID is persisted before the post to
+    //! "/client/"; on success the token and the current user are persisted, `success` gets the
+    //! server's client and the held device token is sent again. Blocks run on the main queue;
+    //! a null client fails at once with code 400.
+    void signWithClient(const IMClientPtr &client, ClientSuccess success, Failure failure);
+    //! Chats in ("/client/chatin/"). Without a signed-up current client, `failure` gets code 404
+    //! "signUpWithClient: first" (main queue, asynchronously). On success, on the main queue:
+    //! `success` first, then chatRooms, the current user and the store are replaced from the
+    //! answer, ParloDidUpdateRooms (delegate only), ParloDidChatIn, the badge total, and last
+    //! the deferred work of queueArray.
+    void chatinSuccess(ClientSuccess success, Failure failure);
+    //! Chats out ("/client/chatout/" with {"token": deviceToken or ""}); `success` gets the
+    //! answer's body. A failure asks the connection to reconnect after `failure` has run.
+    void chatOutSuccess(Success success, Failure failure);
+    //! Signs out: chats out, then (whatever the answer) clears the persisted current user,
+    //! clientID and token, drops chatRooms and sendingMessages and resets the local store.
+    //! Keys, connection and badge stay.
+    void logout();
+    //! Keeps the push token `deviceToken` (raw bytes; null keeps the token held) as lower-case
+    //! hexadecimal and, when a client is signed up and a token is held, posts it over plain HTTP
+    //! to "<domainString>/client/setDeviceToken/". Reports nothing; a success is logged.
+    void updateDeviceTokenIfPossiable(const QByteArray &deviceToken = QByteArray());
+    //! Reads the badge ("/badge"), makes it the facade's badge, calls `success` with it and
+    //! announces ParloDidUpdateBadge. Blocks run on the main queue.
+    void badgeSuccess(BadgeSuccess success, Failure failure);
+    //! Reads the badge total ("/badge/total") into the facade's badge, calls `success` with the
+    //! badge and announces ParloDidUpdateBadge. Blocks run on the main queue.
+    void badgeTotalSuccess(BadgeSuccess success, Failure failure);
+    //! Lists clients (get "/client/"; `offset` is not sent). Blocks run on the main queue.
+    void clientsListWithOffset(qint64 offset, ClientsSuccess success, Failure failure);
+    //! Queries a server class: `className` without its two-letter prefix ("IMMessage" asks for
+    //! "/Message/?offset=..&limit=..&sort=.."); `success` gets the body as it is. Main queue.
+    void queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
+                        Success success, Failure failure);
+    //! Chats in over plain HTTP ("<domainString>/client/chatin/<clientID>/"); `success` gets the
+    //! client of the answer and nothing else changes. A transfer error fails with its
+    //! QNetworkReply code (domain "QNetworkReply"), a failure status with that status (domain
+    //! "Parlo", the body as "info"), an unreadable answer with domain "QJsonParseError". The
+    //! blocks run on the main thread, where the URL session delivers.
+    void chatinHTTPSuccess(ClientSuccess success, Failure failure);
 
     // Rooms (ParloRooms.cpp)
+    //! Receives one room record.
+    using RoomSuccess = std::function<void(const IMRoomPtr &room)>;
+    //! Receives a page of room records.
+    using RoomsSuccess = std::function<void(const QList<IMRoomPtr> &rooms)>;
+    //! Runs after a list operation's success or failure: (null error, page) or (error, {}).
+    using RoomsComplete = std::function<void(const IMError &error, const QList<IMRoomPtr> &rooms)>;
+
+    //! Creates `room` (post "/room" with its dictionary); both blocks run on the main queue,
+    //! asynchronously. A null room fails the same way with code 400.
+    void createRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
+    //! Creates or reuses the two-member room with `clientID` (get
+    //! "/room/createAndJoinWithClient/<clientID>" with the room's dictionary and "duplicate").
+    void createRoom(const IMRoomPtr &room, const QString &clientID, bool duplicate, RoomSuccess success,
+                    Failure failure);
+    //! The same without "duplicate".
+    void createRoom(const IMRoomPtr &room, const QString &clientID, RoomSuccess success, Failure failure);
+    //! The same with "forceCreate" set: always a new room.
+    void forceCreateRoom(const IMRoomPtr &room, const QString &clientID, RoomSuccess success, Failure failure);
+    //! Joins `room` (post "/room/join" with its dictionary); blocks on the main queue, asynchronously.
+    void joinRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
+    //! Joins `room` as its service agent (post "/room/agentJoin/<id>"); blocks on the main queue,
+    //! asynchronously.
+    void tovoAgentJoinRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
+    //! Joins the room `roomID` and merges it into chatRooms and the store (announcing
+    //! ParloDidUpdateRooms); a failure is only logged.
+    void joinRoomWithID(const QString &roomID);
+    //! Joins the room `roomID` as its agent, with the same merge.
+    void tovoAgentJoinRoomWithID(const QString &roomID);
+    //! Fetches one room (get "/room/<id>") straight on the connection, without retries; `failure`
+    //! gets the status and the body as "info" for anything but 200, 999 when no answer came
+    //! within `timeout`, 400 when there is no connection. Blocks run on the main thread.
+    void roomWithRoomID(const QString &roomID, RoomSuccess success, Failure failure);
+    //! Lists rooms by page (get "/room/list?offset=&limit="): `success` and `complete` get the
+    //! page, then it is appended to chatRooms, stored, chatRooms is reloaded from the store (one
+    //! record per room, newest first) and ParloDidUpdateRooms is announced. On failure
+    //! `failure`, then `complete`. Main queue.
+    void roomListWithOffset(int offset, int limit, RoomsSuccess success, Failure failure,
+                            RoomsComplete complete = nullptr);
+    //! The page after the rooms held (offset = chatRooms' size, 30 rooms).
+    void roomListSuccess(RoomsSuccess success, Failure failure);
+    //! roomListSuccess with blocks that do nothing.
+    void roomListInBackground();
+    //! Rooms whose last message is later than `lastMessageTime` (an invalid date asks for all,
+    //! sent as "(null)"), oldest first: the page is stored, chatRooms reloaded from the store,
+    //! then `success`, `complete` and ParloDidUpdateRooms. Main queue.
+    void roomListLastMessageTime(const QDateTime &lastMessageTime, int offset, int limit, RoomsSuccess success,
+                                 Failure failure, RoomsComplete complete = nullptr);
+    //! Walks the room list forward from the newest room held, roomCountLimit rooms a page, until
+    //! a page is not full; `complete` then gets that page (or the error). Setting
+    //! isPausedLoadingRoomData stops the walk after the page in flight without calling `complete`.
+    void roomListKeepUpdateingToNewestComplete(RoomsComplete complete);
+    //! Rooms waiting for an agent (get "/room/needAgentList" with the query of `params`: "county",
+    //! "district", "status", "type", "limit", "skip"; "type" is sent, even 0, once any value is
+    //! set), merged like roomListWithOffset.
+    void needAgentListForTovoAgentWithParames(const QVariantMap &params, RoomsSuccess success, Failure failure,
+                                              RoomsComplete complete = nullptr);
+    //! The agent's rooms (get "/room/list" with the query of `params`; only values that are not
+    //! 0 are sent), merged like roomListWithOffset.
+    void roomListForTovoAgentWithParams(const QVariantMap &params, RoomsSuccess success, Failure failure,
+                                        RoomsComplete complete = nullptr);
+    //! Archives `room` for the signed-in client (put "/rooms/<id>/archive"); chatRooms and the
+    //! store are left as they are. Blocks run on the main queue.
+    void archiveRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
 
     // Messages (ParloMessages.cpp)
+    //! Receives one message record.
+    using MessageSuccess = std::function<void(const IMMessagePtr &message)>;
+    //! Receives a page of messages in the server's order (oldest first).
+    using MessagesSuccess = std::function<void(const QList<IMMessagePtr> &messages)>;
+    //! Receives a count.
+    using CountSuccess = std::function<void(int count)>;
+
+    //! A page of `room`'s history skipping the `offset` newest messages (get
+    //! "/message/?room=&offset=&limit="). The delegate's ParloWillStartLoadingMessageWithRoom is
+    //! asked first: on false it is called a second time and nothing else happens (no request, no
+    //! block, no did-end call). Otherwise one block runs on the main queue, then
+    //! ParloDidEndLoadingMessageWithRoom.
+    void messageWithRoom(const IMRoomPtr &room, qint64 offset, int limit, MessagesSuccess success, Failure failure);
+    //! The same for the messages before `pinDate` (timestamp text, sent as given).
+    void messageWithRoom(const IMRoomPtr &room, const QString &pinDate, int limit, MessagesSuccess success,
+                         Failure failure);
+    //! Sends `message` (post "/message/" with its dictionary, "room" = the room's id, "sender" =
+    //! the current client's id, no "sendingType") and keeps it in sendingMessages until its echo
+    //! settles it (state 0). Success: the server's record is copied onto `message`, which
+    //! `success` gets. Failure: state 2, `failure`, then ParloDidChangeMessageSendingType. Not
+    //! retried. Blocks run on the main queue (on the caller's thread when not connected); a null
+    //! message fails at once with code 400.
+    void sendMessage(const IMMessagePtr &message, MessageSuccess success, Failure failure);
+    //! sendMessage with blocks that do nothing.
+    void sendMessageInBackground(const IMMessagePtr &message);
+    //! Updates `message` on the server (put "/message/<id>", its dictionary without "id", no
+    //! headers: the connection's signed-in client sends it); `success` gets the server's record.
+    //! Without an objectID `failure` gets code 400 "objectID is needed" at once.
+    void updateMessage(const IMMessagePtr &message, MessageSuccess success, Failure failure);
+    //! Reports that `room` was read (put "/room/receive/<id>" with {"echo"}): the badge total
+    //! drops by the room's unread count at once (ParloDidUpdateBadge, icon badge); the request
+    //! leaves from the global queue; the answer's read times and badge are written to every
+    //! listed copy of the room, then ParloDidUpdateRoom and ParloDidUpdateRooms (main queue).
+    //! A failure is only logged.
+    void updateReadTimeWithRoom(const IMRoomPtr &room, bool echoToRoom);
+    //! Counts others' messages in `room` after `lastSeenDate` up to `messageDate` (texts sent as
+    //! given); `success` gets "count". Main queue.
+    void unseenCountAfterLastSeenDate(const QString &lastSeenDate, const QString &messageDate, const IMRoomPtr &room,
+                                      CountSuccess success, Failure failure);
 
     // URL scheme (ParloScheme.cpp)
+    //! True when the host's information dictionary names a URL scheme (element 0 of the last
+    //! "CFBundleURLTypes" entry's "CFBundleURLSchemes") and a "parlo" entry with "storeid" and
+    //! "url"; otherwise prints "url scheme not found" and returns false. Read afresh each call.
+    bool isScehemeWorks() const;
+    //! The app's URL scheme; null unless isScehemeWorks.
+    QString urlType() const;
+    //! The base address of shared room links ("parlo" -> "url"); null unless isScehemeWorks.
+    QString urlStringForScheme() const;
+    //! The app's store identifier ("parlo" -> "storeid"); null unless isScehemeWorks.
+    QString appIDOnStore() const;
+    //! Handles an opened URL: for host "parlo.integrate" and path "/joinRoom/<id>" joins the room
+    //! (joinRoomWithID), at once when connected, else after the next chat-in. Returns true when
+    //! the URL's scheme equals urlType (case-sensitive; QUrl lower-cases schemes, so register a
+    //! lower-case one), false for another host. `application` and the rest are not used.
+    bool application(QObject *application, const QUrl &openURL, const QString &sourceApplication = QString(),
+                     const QVariant &annotation = QVariant());
 
     // Files and the file cache (ParloFiles.cpp)
 
@@ -185,6 +351,11 @@ private:
     static void forgetDelegate(ParloDelegate *delegate);
 
     // Session, rooms, messages and URL scheme internals
+    void mergeAppendedRooms(const QList<IMRoomPtr> &rooms);
+    void announceRooms();
+    void keepUpdatingRooms(RoomsComplete complete);
+    void loadMessagePage(const IMRoomPtr &room, const QString &path, MessagesSuccess success, Failure failure);
+    QObject *plainHttp();
 
     // Files internals
 

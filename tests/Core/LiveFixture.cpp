@@ -1,0 +1,139 @@
+#include "LiveFixture.h"
+
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QUuid>
+
+Peer::Peer(const QString &url) : socket(QUrl(url), {})
+{
+    for (const char *event : {"message", "didUpdateMessage", "joined", "receive", "roomDidUpadte"}) {
+        const QString name = QString::fromLatin1(event);
+        socket.on(name, [this, name](const QVariantList &items, const IMSocket::AckEmitter &) {
+            pushes[name].append(items.value(0).toMap());
+        });
+    }
+}
+
+bool Peer::connect()
+{
+    socket.connect();
+    return waitUntil([&] { return socket.status() == IMSocket::Status::Connected; }, 10000);
+}
+
+QVariantMap Peer::request(const QString &method, const QString &url, const QVariantMap &data)
+{
+    QVariantMap envelope{{"url", url},
+                         {"headers", QVariantMap{{"apiKey", kLiveApiKey}, {"clientKey", kLiveClientKey},
+                                                 {"clientID", clientID}, {"token", token}}}};
+    if (!data.isEmpty())
+        envelope["data"] = data;
+    QVariantMap answer;
+    bool done = false;
+    socket.emitWithAck(method, {envelope}, 10, [&](const QVariantList &items) {
+        answer = items.value(0).toMap();
+        done = true;
+    });
+    waitUntil([&] { return done; }, 12000);
+    return answer;
+}
+
+QVariantMap Peer::ok(const QString &method, const QString &url, const QVariantMap &data)
+{
+    const QVariantMap answer = request(method, url, data);
+    EXPECT_EQ(answer.value("statusCode").toInt(), 200) << url.toStdString() << " " << IMDescription(answer).toStdString();
+    return answer.value("body").toMap();
+}
+
+bool Peer::signUp(const QString &id)
+{
+    clientID = id;
+    const QVariantMap answer = request("post", "/client/", {{"clientID", id}, {"username", id}});
+    token = answer.value("body").toMap().value("token").toString();
+    return answer.value("statusCode").toInt() == 200 && !token.isEmpty();
+}
+
+void LiveCoreTest::SetUp()
+{
+    CoreTest::SetUp();
+    server = std::make_unique<NodeProcess>(
+        QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
+        QStringList{"--port", "0", "--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--test-control"},
+        QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+    ASSERT_TRUE(server->start()) << server->errorText().toStdString();
+    url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
+    parlo->setApiKey(kLiveApiKey);
+    parlo->setClientKey(kLiveClientKey);
+}
+
+void LiveCoreTest::TearDown()
+{
+    CoreTest::TearDown();
+    server.reset();
+}
+
+bool LiveCoreTest::connectFacade(Parlo *facade)
+{
+    Parlo *p = facade ? facade : parlo.get();
+    p->connectWithURL(url, {}, [] {});
+    return waitUntil([&] { return p->connectStatus() == 0; }, 10000);
+}
+
+void LiveCoreTest::signInFacade(const QString &id)
+{
+    ASSERT_TRUE(connectFacade());
+    IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+    settings->setClientID(id);
+    settings->setToken(QString());
+    QVariantMap body = call(1, "/client/", {{"clientID", id}, {"username", id}}).toMap();
+    settings->setToken(body.value("token").toString());
+    settings->setCurrentUser(body);
+    body = call(1, "/client/chatin/").toMap();
+    ASSERT_EQ(body.value("clientID").toString(), id);
+}
+
+QVariant LiveCoreTest::call(uint method, const QString &path, const QVariantMap &data)
+{
+    QVariantMap item{{"url", path}, {"headers", parlo->header()}};
+    if (!data.isEmpty())
+        item["data"] = data;
+    QVariant result;
+    bool done = false;
+    parlo->emitWithMethod(
+        method, item,
+        [&](const QVariant &body) {
+            result = body;
+            done = true;
+        },
+        [&](const IMError &error) {
+            ADD_FAILURE() << path.toStdString() << ": " << error.description().toStdString();
+            done = true;
+        });
+    waitUntil([&] { return done; }, 30000);
+    return result;
+}
+
+IMRoomPtr LiveCoreTest::listed(const QString &id, Parlo *facade)
+{
+    for (const IMRoomPtr &r : (facade ? facade : parlo.get())->chatRooms())
+        if (r->objectID() == id)
+            return r;
+    return nullptr;
+}
+
+QVariant LiveCoreTest::control(const QByteArray &method, const QString &path, const QVariantMap &body)
+{
+    QNetworkAccessManager http;
+    QNetworkRequest request(QUrl(url + path));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+    QNetworkReply *reply = http.sendCustomRequest(request, method, QJsonDocument::fromVariant(body).toJson());
+    waitUntil([&] { return reply->isFinished(); }, 10000);
+    const QVariant answer = QJsonDocument::fromJson(reply->readAll()).toVariant();
+    delete reply;
+    return answer;
+}
+
+QString LiveCoreTest::uniqueID(const QString &prefix)
+{
+    return prefix + "-" + QUuid::createUuid().toString(QUuid::Id128).left(8);
+}

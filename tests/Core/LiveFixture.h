@@ -1,0 +1,58 @@
+#pragma once
+
+// The facade against the reference server, started by the fixture for each test, and a second
+// user of the server driven by the test.
+
+#include "CoreFixture.h"
+#include "IMSocketIOClient.h"
+#include "NodeProcess.h"
+
+#include <QJsonDocument>
+
+inline const QString kLiveApiKey = QStringLiteral("live-api");
+inline const QString kLiveClientKey = QStringLiteral("live-client");
+
+//! A bare Socket.IO client acting as another user of the server; records the events pushed to it.
+class Peer
+{
+public:
+    explicit Peer(const QString &url);
+
+    bool connect();
+    //! Sends a virtual request and waits for its answer {"statusCode", "body"}.
+    QVariantMap request(const QString &method, const QString &url, const QVariantMap &data = {});
+    //! The body of a request that must answer 200 (the test fails otherwise).
+    QVariantMap ok(const QString &method, const QString &url, const QVariantMap &data = {});
+    //! Signs up as `id` and keeps the token.
+    bool signUp(const QString &id);
+    //! The payloads pushed under `event` so far.
+    QList<QVariantMap> pushed(const QString &event) const { return pushes.value(event); }
+
+    IMSocketIOClient socket;
+    QString clientID;
+    QString token;
+    QMap<QString, QList<QVariantMap>> pushes;
+};
+
+class LiveCoreTest : public CoreTest
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    //! Connects the facade and signs it up and in as `id` through its transport, as a host would.
+    void signInFacade(const QString &id);
+    //! Connects `facade` (the test's own by default) and waits for status 0.
+    bool connectFacade(Parlo *facade = nullptr);
+    //! A request through the facade's transport; fails the test on a failure.
+    QVariant call(uint method, const QString &path, const QVariantMap &data = {});
+    //! The listed room `id` (null when not listed).
+    IMRoomPtr listed(const QString &id, Parlo *facade = nullptr);
+    //! A plain-HTTP JSON request to the server's test-control routes; the answer's JSON.
+    QVariant control(const QByteArray &method, const QString &path, const QVariantMap &body = {});
+    //! A unique client id starting with `prefix`.
+    static QString uniqueID(const QString &prefix);
+
+    std::unique_ptr<NodeProcess> server;
+    QString url;
+};

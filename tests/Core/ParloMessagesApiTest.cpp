@@ -1,0 +1,244 @@
+// Message operations against the reference server: the shared facade and another client
+// exchange messages and read receipts; history pages; sending failures.
+#include "IMClient.h"
+#include "IMMessageSend.h"
+#include "LiveFixture.h"
+
+namespace {
+//! A delegate that may refuse page loads and records the loading calls.
+class LoadingRecorder : public ParloDelegate
+{
+public:
+    bool allow = true;
+    QStringList calls;
+    bool ParloWillStartLoadingMessageWithRoom(const IMRoomPtr &) override
+    {
+        calls << "willStart";
+        return allow;
+    }
+    void ParloDidEndLoadingMessageWithRoom(const IMRoomPtr &) override { calls << "didEnd"; }
+};
+
+struct PageCall
+{
+    int successes = 0;
+    int failures = 0;
+    QStringList texts;
+    IMError error;
+    Parlo::MessagesSuccess ok()
+    {
+        return [this](const QList<IMMessagePtr> &messages) {
+            ++successes;
+            texts.clear();
+            for (const IMMessagePtr &m : messages)
+                texts << m->message();
+        };
+    }
+    Parlo::Failure fail()
+    {
+        return [this](const IMError &e) {
+            ++failures;
+            error = e;
+        };
+    }
+};
+
+QStringList texts(const QList<QVariantMap> &pushes)
+{
+    QStringList out;
+    for (const QVariantMap &p : pushes)
+        out << p.value("message").toString();
+    return out;
+}
+} // namespace
+
+TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherClient)
+{
+    Parlo *shared = Parlo::shareInstance();
+    shared->setApiKey(kLiveApiKey);
+    shared->setClientKey(kLiveClientKey);
+    shared->setDelegate(&recorder);
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({});
+    ASSERT_TRUE(connectFacade(shared));
+
+    const QString me = uniqueID("me");
+    auto client = std::make_shared<IMClient>();
+    client->setClientID(me);
+    bool signedIn = false;
+    shared->signWithClient(
+        client,
+        [&](const IMClientPtr &) {
+            shared->chatinSuccess([&](const IMClientPtr &) { signedIn = true; },
+                                  [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
+        },
+        [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
+    ASSERT_TRUE(waitUntil([&] { return signedIn; }, 15000));
+
+    Peer peer(url);
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    const QString roomID = peer.ok("post", "/room", {{"name", "Pair"}, {"client", QVariantList{me}}}).value("id").toString();
+    ASSERT_TRUE(waitUntil([&] { return listed(roomID, shared) != nullptr; }, 10000));
+    const IMRoomPtr room = listed(roomID, shared);
+
+    // Ours: sending (1) until the echo settles it (0); the other client receives it.
+    IMMessagePtr mine = IMMessage::initWithRoom(room);
+    mine->setMessage("早安");
+    mine->setMessageType(kMessageTypeText);
+    EXPECT_EQ(mine->sendingType(), 1u);
+    IMMessageSend(mine);
+    EXPECT_TRUE(shared->sendingMessages().contains(mine));
+    ASSERT_TRUE(waitUntil([&] { return !shared->sendingMessages().contains(mine); }, 10000));
+    EXPECT_EQ(mine->sendingType(), 0u);
+    EXPECT_FALSE(mine->objectID().isEmpty());
+    EXPECT_EQ(recorder.named(kParloDidChangeMessageSendingType).size(), 1);
+    ASSERT_TRUE(waitUntil([&] { return peer.pushed("message").size() == 1; }, 10000));
+    EXPECT_EQ(texts(peer.pushed("message")), QStringList{"早安"});
+    EXPECT_EQ(peer.pushed("message")[0].value("idFromSender").toLongLong(), mine->idFromSender());
+
+    // Updated by its sender: the other client hears of it.
+    mine->setMessage("早安！");
+    IMMessageUpdate(mine);
+    ASSERT_TRUE(waitUntil([&] { return peer.pushed("didUpdateMessage").size() == 1; }, 10000));
+    EXPECT_EQ(peer.pushed("didUpdateMessage")[0].value("message"), QVariant("早安！"));
+
+    // Theirs: two messages raise our unread counts.
+    peer.ok("post", "/message/", {{"room", roomID}, {"message", "one"}});
+    peer.ok("post", "/message/", {{"room", roomID}, {"message", "two"}});
+    ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidReceiveMessageFromOthers).size() == 2; }, 10000));
+    EXPECT_EQ(shared->badge()->total(), 2);
+    const IMRoomPtr unread = listed(roomID, shared);
+    ASSERT_EQ(unread->badge(), 2);
+
+    int unseen = -1;
+    shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, [&](int count) { unseen = count; },
+                                         [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
+    ASSERT_TRUE(waitUntil([&] { return unseen >= 0; }, 10000));
+    EXPECT_EQ(unseen, 2);
+
+    // We read: the badge drops at once; the answer writes our read time and a zero count back;
+    // the other client gets the receipt.
+    recorder.notifications.clear();
+    shared->updateReadTimeWithRoom(unread, true);
+    EXPECT_EQ(shared->badge()->total(), 0);
+    EXPECT_EQ(IMPlatform::instance()->applicationIconBadgeNumber(), 0);
+    EXPECT_EQ(recorder.named(kParloDidUpdateBadge).size(), 1);
+    ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateRoom).size() == 1; }, 10000));
+    EXPECT_EQ(recorder.named(kParloDidUpdateRooms).size(), 1);
+    EXPECT_TRUE(listed(roomID, shared)->readTime().contains(me));
+    EXPECT_EQ(listed(roomID, shared)->badge(), 0);
+    ASSERT_TRUE(waitUntil([&] { return peer.pushed("receive").size() == 1; }, 10000));
+    EXPECT_TRUE(peer.pushed("receive")[0].value("readTime").toMap().contains(me));
+
+    // They read with an echo: our copy of the room gets their read time.
+    peer.ok("put", "/room/receive/" + roomID, {{"echo", 1}});
+    ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateReadTimeWithRoom).size() == 1; }, 10000));
+    EXPECT_TRUE(listed(roomID, shared)->readTime().contains(peer.clientID));
+
+    shared->socket()->disconnect();
+    shared->setDelegate(nullptr);
+    spinFor(20);
+}
+
+TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
+{
+    const QString me = uniqueID("me");
+    signInFacade(me);
+    LoadingRecorder loading;
+    parlo->setDelegate(&loading);
+    const QVariantMap created = call(1, "/room", {{"name", "History"}}).toMap();
+    auto room = IMRoom::fromDictionary(created);
+    QStringList createdAt;
+    for (int i = 1; i <= 5; ++i) {
+        createdAt << call(1, "/message/", {{"room", room->objectID()}, {"message", QString("m%1").arg(i)}})
+                         .toMap()
+                         .value("createdAt")
+                         .toString();
+        spinFor(3);
+    }
+
+    PageCall newest, older, pinned;
+    parlo->messageWithRoom(room, qint64(0), 2, newest.ok(), newest.fail());
+    ASSERT_TRUE(waitUntil([&] { return newest.successes > 0; }, 10000));
+    EXPECT_EQ(newest.texts, QStringList({"m4", "m5"}));
+    EXPECT_EQ(loading.calls, QStringList({"willStart", "didEnd"}));
+    parlo->messageWithRoom(room, qint64(2), 2, older.ok(), older.fail());
+    parlo->messageWithRoom(room, createdAt[3], 10, pinned.ok(), pinned.fail());
+    ASSERT_TRUE(waitUntil([&] { return older.successes > 0 && pinned.successes > 0; }, 10000));
+    EXPECT_EQ(older.texts, QStringList({"m2", "m3"}));
+    EXPECT_EQ(pinned.texts, QStringList({"m1", "m2", "m3"}));
+
+    // A failed page still ends the loading.
+    loading.calls.clear();
+    PageCall failed;
+    auto stranger = std::make_shared<IMRoom>();
+    stranger->setObjectID("no-such-room");
+    parlo->messageWithRoom(stranger, qint64(0), 2, failed.ok(), failed.fail());
+    ASSERT_TRUE(waitUntil([&] { return failed.failures > 0; }, 10000));
+    EXPECT_EQ(failed.error.code(), 404);
+    EXPECT_EQ(loading.calls, QStringList({"willStart", "didEnd"}));
+
+    // A refusing delegate is asked twice and nothing else happens.
+    loading.calls.clear();
+    loading.allow = false;
+    PageCall refused;
+    parlo->messageWithRoom(room, qint64(0), 2, refused.ok(), refused.fail());
+    spinFor(300);
+    EXPECT_EQ(loading.calls, QStringList({"willStart", "willStart"}));
+    EXPECT_EQ(refused.successes + refused.failures, 0);
+    parlo->setDelegate(&recorder);
+}
+
+TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
+{
+    signInFacade(uniqueID("me"));
+    Peer peer(url);
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    auto foreign = IMRoom::fromDictionary(peer.ok("post", "/room", {{"name", "Theirs"}}));
+    auto ours = IMRoom::fromDictionary(call(1, "/room", {{"name", "Ours"}}).toMap());
+
+    // Not a member: the server's 403.
+    IMMessagePtr intruder = IMMessage::initWithRoom(foreign);
+    intruder->setMessage("let me in");
+    int failures = 0;
+    IMError error;
+    parlo->sendMessage(intruder, [](const IMMessagePtr &) { ADD_FAILURE() << "sent"; },
+                       [&](const IMError &e) {
+                           ++failures;
+                           error = e;
+                       });
+    ASSERT_TRUE(waitUntil([&] { return failures > 0; }, 10000));
+    spinFor(50);
+    EXPECT_EQ(failures, 1);
+    EXPECT_EQ(error.code(), 403);
+    EXPECT_EQ(intruder->sendingType(), 2u);
+    EXPECT_TRUE(parlo->sendingMessages().contains(intruder));
+    EXPECT_EQ(recorder.events.filter("ChangeMessageSendingType"),
+              QStringList({"d:ChangeMessageSendingType", "n:ParloDidChangeMessageSendingType"}));
+
+    // A lost acknowledgement: a message is never sent twice, so it fails after one attempt.
+    control("POST", "/__control/faults", {{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});
+    parlo->setTimeout(1);
+    IMMessagePtr lost = IMMessage::initWithRoom(ours);
+    lost->setMessage("into the void");
+    failures = 0;
+    parlo->sendMessage(lost, nullptr, [&](const IMError &e) {
+        ++failures;
+        error = e;
+    });
+    ASSERT_TRUE(waitUntil([&] { return failures > 0; }, 10000));
+    EXPECT_EQ(error.code(), 999);
+    EXPECT_EQ(lost->sendingType(), 2u);
+    EXPECT_EQ(control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(), 1);
+
+    // Updating without an id sends nothing.
+    failures = 0;
+    parlo->updateMessage(IMMessage::create(), nullptr, [&](const IMError &e) {
+        ++failures;
+        error = e;
+    });
+    EXPECT_EQ(failures, 1);
+    EXPECT_EQ(error.code(), 400);
+    EXPECT_EQ(error.info(), "objectID is needed");
+}

@@ -1,0 +1,278 @@
+// Room operations against the reference server: creation, joins and their merges, paging, the
+// keep-up-to-date walk and failures.
+#include "LiveFixture.h"
+
+namespace {
+struct RoomCall
+{
+    int successes = 0;
+    int failures = 0;
+    IMRoomPtr room;
+    IMError error;
+    Parlo::RoomSuccess ok()
+    {
+        return [this](const IMRoomPtr &r) {
+            ++successes;
+            room = r;
+        };
+    }
+    Parlo::Failure fail()
+    {
+        return [this](const IMError &e) {
+            ++failures;
+            error = e;
+        };
+    }
+    bool wait() { return waitUntil([this] { return successes + failures > 0; }, 15000); }
+};
+
+struct ListCall
+{
+    int successes = 0;
+    int failures = 0;
+    int completions = 0;
+    QList<IMRoomPtr> page;
+    IMError error;
+    Parlo::RoomsSuccess ok()
+    {
+        return [this](const QList<IMRoomPtr> &rooms) {
+            ++successes;
+            page = rooms;
+        };
+    }
+    Parlo::Failure fail()
+    {
+        return [this](const IMError &e) {
+            ++failures;
+            error = e;
+        };
+    }
+    Parlo::RoomsComplete done()
+    {
+        return [this](const IMError &, const QList<IMRoomPtr> &) { ++completions; };
+    }
+    bool wait() { return waitUntil([this] { return completions > 0; }, 15000); }
+};
+
+QStringList idsOf(const QList<IMRoomPtr> &rooms)
+{
+    QStringList ids;
+    for (const IMRoomPtr &r : rooms)
+        ids << r->objectID();
+    return ids;
+}
+
+class LiveRoomsTest : public LiveCoreTest
+{
+protected:
+    void SetUp() override
+    {
+        LiveCoreTest::SetUp();
+        me = uniqueID("me");
+        signInFacade(me);
+    }
+
+    //! Creates `count` rooms of ours, a few milliseconds apart so that their times differ.
+    QStringList makeRooms(int count, const QVariantMap &data = {})
+    {
+        QStringList ids;
+        for (int i = 0; i < count; ++i) {
+            QVariantMap room{{"name", QString("Room %1").arg(i)}};
+            if (!data.isEmpty())
+                room["data"] = data;
+            ids << call(1, "/room", room).toMap().value("id").toString();
+            spinFor(3);
+        }
+        return ids;
+    }
+
+    QString me;
+};
+} // namespace
+
+TEST_F(LiveRoomsTest, CreateJoinFetchAndArchive)
+{
+    Peer peer(url);
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+
+    auto draft = std::make_shared<IMRoom>();
+    draft->setName("Tea");
+    RoomCall created;
+    parlo->createRoom(draft, created.ok(), created.fail());
+    EXPECT_EQ(created.successes, 0); // posted to the main queue, never inside the call
+    ASSERT_TRUE(created.wait());
+    ASSERT_TRUE(created.room) << created.error.description().toStdString();
+    EXPECT_EQ(created.room->name(), "Tea");
+
+    // The two-member room is reused unless a new one is asked for.
+    RoomCall pair, again, duplicate, forced;
+    parlo->createRoom(draft, peer.clientID, pair.ok(), pair.fail());
+    ASSERT_TRUE(pair.wait());
+    parlo->createRoom(draft, peer.clientID, again.ok(), again.fail());
+    parlo->createRoom(draft, peer.clientID, true, duplicate.ok(), duplicate.fail());
+    parlo->forceCreateRoom(draft, peer.clientID, forced.ok(), forced.fail());
+    ASSERT_TRUE(again.wait() && duplicate.wait() && forced.wait());
+    EXPECT_EQ(again.room->objectID(), pair.room->objectID());
+    EXPECT_NE(duplicate.room->objectID(), pair.room->objectID());
+    EXPECT_NE(forced.room->objectID(), pair.room->objectID());
+    EXPECT_NE(forced.room->objectID(), duplicate.room->objectID());
+    EXPECT_TRUE(waitUntil([&] { return peer.pushed("joined").size() == 3; }, 5000));
+
+    // Joining a public room merges it once, however often it is joined.
+    const QString open = peer.ok("post", "/room", {{"name", "Open"}, {"isPublic", true}}).value("id").toString();
+    parlo->setChatRooms({});
+    parlo->joinRoomWithID(open);
+    ASSERT_TRUE(waitUntil([&] { return listed(open) != nullptr; }, 10000));
+    parlo->joinRoomWithID(open);
+    ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateRooms).size() == 2; }, 10000));
+    EXPECT_EQ(idsOf(parlo->chatRooms()), QStringList{open});
+    EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), QStringList{open});
+
+    // An agent takes a room that asked for one.
+    const QString help = peer.ok("post", "/room", {{"name", "Help"}, {"data", QVariantMap{{"needAgent", true}}}})
+                             .value("id")
+                             .toString();
+    parlo->tovoAgentJoinRoomWithID(help);
+    ASSERT_TRUE(waitUntil([&] { return listed(help) != nullptr; }, 10000));
+    EXPECT_EQ(parlo->chatRooms().size(), 2);
+
+    // One room straight from the connection; then archived, with the list left alone.
+    RoomCall fetched;
+    parlo->roomWithRoomID(help, fetched.ok(), fetched.fail());
+    ASSERT_TRUE(fetched.wait());
+    ASSERT_EQ(fetched.successes, 1);
+    EXPECT_EQ(fetched.room->name(), "Help");
+    const QList<IMRoomPtr> before = parlo->chatRooms();
+    RoomCall archived;
+    parlo->archiveRoom(fetched.room, archived.ok(), archived.fail());
+    ASSERT_TRUE(archived.wait());
+    ASSERT_EQ(archived.successes, 1) << archived.error.description().toStdString();
+    EXPECT_TRUE(archived.room->archivedBy().contains(me));
+    EXPECT_EQ(parlo->chatRooms(), before);
+    EXPECT_TRUE(listed(help)->archivedBy().isEmpty());
+}
+
+TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
+{
+    Peer peer(url);
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    const QString closed = peer.ok("post", "/room", {{"name", "Closed"}}).value("id").toString();
+
+    auto room = std::make_shared<IMRoom>();
+    room->setObjectID(closed);
+    RoomCall join, fetch, missing, archive, pair;
+    parlo->joinRoom(room, join.ok(), join.fail());
+    parlo->roomWithRoomID(closed, fetch.ok(), fetch.fail());
+    parlo->roomWithRoomID("no-such-room", missing.ok(), missing.fail());
+    parlo->archiveRoom(room, archive.ok(), archive.fail());
+    parlo->createRoom(room, "no-such-client", pair.ok(), pair.fail());
+    ASSERT_TRUE(join.wait() && fetch.wait() && missing.wait() && archive.wait() && pair.wait());
+    EXPECT_EQ(join.error.code(), 403);
+    EXPECT_EQ(fetch.error.code(), 403);
+    EXPECT_EQ(fetch.error.info(), "not a member of this room");
+    EXPECT_EQ(missing.error.code(), 404);
+    EXPECT_EQ(archive.error.code(), 403);
+    EXPECT_EQ(pair.error.code(), 404);
+
+    // A list that fails calls the failure block, then the completion, once each.
+    IMUserDefaults::standardUserDefaults()->setToken("wrong");
+    ListCall list;
+    parlo->roomListWithOffset(0, 10, list.ok(), list.fail(), list.done());
+    ASSERT_TRUE(list.wait());
+    spinFor(50);
+    EXPECT_EQ(list.failures, 1);
+    EXPECT_EQ(list.completions, 1);
+    EXPECT_EQ(list.error.code(), 401);
+
+    // A room fetch whose answer never comes ends with 999 after the time-out, without retries.
+    control("POST", "/__control/faults", {{"path", "/room/" + closed}, {"action", "drop"}});
+    parlo->setTimeout(1);
+    RoomCall lost;
+    parlo->roomWithRoomID(closed, lost.ok(), lost.fail());
+    ASSERT_TRUE(lost.wait());
+    EXPECT_EQ(lost.error.code(), 999);
+    EXPECT_EQ(control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(), 1);
+}
+
+TEST_F(LiveRoomsTest, PagesAppendAndTheStoreKeepsOneRecordPerRoom)
+{
+    const QStringList rooms = makeRooms(7);
+    QStringList newestFirst = rooms;
+    std::reverse(newestFirst.begin(), newestFirst.end());
+
+    ListCall first;
+    parlo->roomListWithOffset(0, 3, first.ok(), first.fail(), first.done());
+    ASSERT_TRUE(first.wait()) << first.successes << " " << first.failures << " " << first.error.description().toStdString();
+    EXPECT_EQ(idsOf(first.page), newestFirst.mid(0, 3));
+    EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst.mid(0, 3));
+
+    // The next page starts after what is held.
+    ListCall next;
+    parlo->roomListSuccess(next.ok(), next.fail());
+    ASSERT_TRUE(waitUntil([&] { return next.successes > 0; }, 10000));
+    spinFor(20);
+    EXPECT_EQ(idsOf(next.page), newestFirst.mid(3));
+    EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
+
+    // The same page again: no duplicates.
+    ListCall repeat;
+    parlo->roomListWithOffset(0, 3, repeat.ok(), repeat.fail(), repeat.done());
+    ASSERT_TRUE(repeat.wait());
+    spinFor(20);
+    EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
+    EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), newestFirst);
+    EXPECT_EQ(recorder.named(kParloDidUpdateRooms).size(), 3);
+
+    // Agent lists filter on the room's data and merge the same way.
+    const QStringList agentRooms = makeRooms(2, {{"county", 3}, {"type", 5}, {"needAgent", true}});
+    ListCall agent;
+    parlo->roomListForTovoAgentWithParams({{"type", 5}}, agent.ok(), agent.fail(), agent.done());
+    ASSERT_TRUE(agent.wait());
+    EXPECT_EQ(idsOf(agent.page), QStringList({agentRooms[1], agentRooms[0]}));
+    ListCall need;
+    parlo->needAgentListForTovoAgentWithParames({{"county", 3}}, need.ok(), need.fail(), need.done());
+    ASSERT_TRUE(need.wait());
+    EXPECT_EQ(idsOf(need.page), QStringList({agentRooms[1], agentRooms[0]}));
+    spinFor(20);
+    EXPECT_EQ(parlo->chatRooms().size(), 9);
+}
+
+TEST_F(LiveRoomsTest, KeepingUpToDateWalksForwardPageByPageUntilAShortPage)
+{
+    const QStringList rooms = makeRooms(7);
+    parlo->setRoomCountLimit(3);
+    parlo->setLog(true);
+
+    int completions = 0;
+    QList<IMRoomPtr> lastPage;
+    parlo->roomListKeepUpdateingToNewestComplete([&](const IMError &error, const QList<IMRoomPtr> &page) {
+        EXPECT_TRUE(error.isNull());
+        ++completions;
+        lastPage = page;
+    });
+    ASSERT_TRUE(waitUntil([&] { return completions > 0; }, 20000));
+    spinFor(50);
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(idsOf(lastPage), QStringList{rooms[6]});
+    QStringList newestFirst = rooms;
+    std::reverse(newestFirst.begin(), newestFirst.end());
+    EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
+    int passes = 0;
+    for (const QVariant &record : IMUserDefaults::standardUserDefaults()->log())
+        passes += record.toMap().value("data") == QVariant("loading room data");
+    EXPECT_EQ(passes, 2);
+
+    // Paused: a full page ends the walk without a completion.
+    const QStringList more = makeRooms(3);
+    parlo->setIsPausedLoadingRoomData(true);
+    completions = 0;
+    parlo->roomListKeepUpdateingToNewestComplete([&](const IMError &, const QList<IMRoomPtr> &) { ++completions; });
+    ASSERT_TRUE(waitUntil([&] { return listed(more[2]) != nullptr; }, 10000));
+    spinFor(300);
+    EXPECT_EQ(completions, 0);
+    EXPECT_EQ(parlo->chatRooms().size(), 10);
+    EXPECT_EQ(IMUserDefaults::standardUserDefaults()->log().value(0).toMap().value("data"),
+              QVariant("loading room data return"));
+}

@@ -1,0 +1,217 @@
+// Session and account operations against the reference server.
+#include "IMClient.h"
+#include "LiveFixture.h"
+
+namespace {
+//! Counts the calls of an operation's blocks and keeps what they got.
+template <typename T> struct Result
+{
+    int successes = 0;
+    int failures = 0;
+    T value{};
+    IMError error;
+    bool onMain = true;
+    int total() const { return successes + failures; }
+    std::function<void(const T &)> ok()
+    {
+        return [this](const T &v) {
+            ++successes;
+            value = v;
+            onMain = onMain && IMIsMainThread();
+        };
+    }
+    Parlo::Failure fail()
+    {
+        return [this](const IMError &e) {
+            ++failures;
+            error = e;
+            onMain = onMain && IMIsMainThread();
+        };
+    }
+    bool wait(int ms = 15000) { return waitUntil([this] { return total() > 0; }, ms); }
+};
+
+bool logHolds(const QString &text)
+{
+    for (const QVariant &record : IMUserDefaults::standardUserDefaults()->log())
+        if (record.toMap().value("data").toString() == text)
+            return true;
+    return false;
+}
+} // namespace
+
+TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
+{
+    IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+    settings->setCurrentUser({});
+    settings->setClientID(QString());
+    parlo->setLog(true);
+    ASSERT_TRUE(connectFacade());
+
+    // Chat-in before sign-up fails later on the main queue, never inside the call.
+    Result<IMClientPtr> early;
+    parlo->chatinSuccess(early.ok(), early.fail());
+    EXPECT_EQ(early.total(), 0);
+    ASSERT_TRUE(early.wait());
+    EXPECT_EQ(early.error.code(), 404);
+    EXPECT_EQ(early.error.info(), "signUpWithClient: first");
+    EXPECT_EQ(early.error.userInfo().value("NSLocalizedDescriptionKey"), QVariant("signUpWithClient: first"));
+
+    // A device token given before sign-up is kept, then sent once a client is signed up.
+    parlo->updateDeviceTokenIfPossiable(QByteArray::fromHex("c0ffee0123456789"));
+    const QString me = uniqueID("me");
+    auto client = std::make_shared<IMClient>();
+    client->setClientID(me);
+    client->setUsername("Me");
+    Result<IMClientPtr> signUp;
+    parlo->signWithClient(client, signUp.ok(), signUp.fail());
+    EXPECT_EQ(settings->clientID(), me); // stored before the answer
+    ASSERT_TRUE(signUp.wait());
+    ASSERT_EQ(signUp.successes, 1) << signUp.error.description().toStdString();
+    EXPECT_TRUE(signUp.onMain);
+    EXPECT_FALSE(signUp.value->token().isEmpty());
+    EXPECT_EQ(settings->token(), signUp.value->token());
+    EXPECT_EQ(settings->currentUser().value("clientID"), QVariant(me));
+    EXPECT_TRUE(waitUntil([] { return logHolds("device token updated : c0ffee0123456789"); }, 10000));
+
+    // Another client makes a room with us and writes in it.
+    Peer peer(url);
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    const QString roomID = peer.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{me}}}).value("id").toString();
+    peer.ok("post", "/message/", {{"room", roomID}, {"message", "hi"}});
+    ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidReceiveMessage).size() == 1; }, 10000));
+
+    // Chat-in: the caller hears first; then the list, the announcements, the badge and last the
+    // deferred work.
+    parlo->setChatRooms({});
+    recorder.events.clear();
+    int listedWhenAnnounced = -1;
+    const auto observer = IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidChatIn, [&](const IMNotification &) { listedWhenAnnounced = int(parlo->chatRooms().size()); });
+    parlo->queueArray().append([&] { recorder.events << "deferred"; });
+    Result<IMClientPtr> chatIn;
+    parlo->chatinSuccess(
+        [&](const IMClientPtr &c) {
+            recorder.events << "success";
+            chatIn.ok()(c);
+        },
+        chatIn.fail());
+    ASSERT_TRUE(chatIn.wait());
+    IMNotificationCenter::defaultCenter()->removeObserver(observer);
+    ASSERT_EQ(chatIn.successes, 1) << chatIn.error.description().toStdString();
+    EXPECT_EQ(recorder.events, QStringList({"success", "d:UpdateRooms", "d:ChatIn", "n:ParloDidChatIn", "d:UpdateBadge",
+                                            "n:ParloDidUpdateBadge", "deferred"}));
+    EXPECT_EQ(listedWhenAnnounced, 1);
+    EXPECT_EQ(parlo->chatRooms().value(0)->objectID(), roomID);
+    EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().size(), 1);
+    EXPECT_EQ(parlo->badge()->total(), 1);
+    EXPECT_TRUE(parlo->queueArray().isEmpty());
+
+    // Badge reads, client list, class query and the plain-HTTP chat-in.
+    parlo->badge()->setTotal(9);
+    Result<IMBadgePtr> badge;
+    parlo->badgeSuccess(badge.ok(), badge.fail());
+    ASSERT_TRUE(badge.wait());
+    EXPECT_EQ(badge.value, parlo->badge());
+    EXPECT_EQ(parlo->badge()->total(), 1);
+    parlo->badge()->setTotal(9);
+    Result<IMBadgePtr> total;
+    parlo->badgeTotalSuccess(total.ok(), total.fail());
+    ASSERT_TRUE(total.wait());
+    EXPECT_EQ(parlo->badge()->total(), 1);
+
+    Result<QList<IMClientPtr>> clients;
+    parlo->clientsListWithOffset(0, clients.ok(), clients.fail());
+    ASSERT_TRUE(clients.wait());
+    QStringList ids;
+    for (const IMClientPtr &c : clients.value)
+        ids << c->clientID();
+    EXPECT_TRUE(ids.contains(me) && ids.contains(peer.clientID)) << ids.join(",").toStdString();
+
+    Result<QVariant> query;
+    parlo->queryWithClass("IMRoom", 0, 20, "createdAt DESC", query.ok(), query.fail());
+    ASSERT_TRUE(query.wait());
+    EXPECT_EQ(query.value.toList().value(0).toMap().value("id"), QVariant(roomID));
+
+    Result<IMClientPtr> http;
+    parlo->chatinHTTPSuccess(http.ok(), http.fail());
+    ASSERT_TRUE(http.wait());
+    ASSERT_EQ(http.successes, 1) << http.error.description().toStdString();
+    EXPECT_EQ(http.value->clientID(), me);
+    EXPECT_EQ(http.value->room().size(), 1);
+
+    // Logout: chat-out succeeds, the session and the store are emptied.
+    Result<QVariant> out;
+    parlo->chatOutSuccess(out.ok(), out.fail());
+    ASSERT_TRUE(out.wait());
+    EXPECT_EQ(out.value.toMap().value("clientID"), QVariant(me));
+    parlo->logout();
+    ASSERT_TRUE(waitUntil([&] { return settings->clientID().isNull(); }, 10000));
+    EXPECT_TRUE(settings->token().isNull());
+    EXPECT_TRUE(settings->currentUser().isEmpty());
+    EXPECT_TRUE(parlo->sendingMessages().isEmpty());
+    spinFor(50); // the store is re-created from the main queue
+    EXPECT_TRUE(parlo->chatRooms().isEmpty());
+    EXPECT_TRUE(logHolds("logout success"));
+}
+
+TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
+{
+    IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+    ASSERT_TRUE(connectFacade());
+
+    // Wrong keys: 401, yet the client id is kept for the next try.
+    parlo->setApiKey("wrong");
+    auto client = std::make_shared<IMClient>();
+    client->setClientID("keys-" + uniqueID("x"));
+    Result<IMClientPtr> signUp;
+    parlo->signWithClient(client, signUp.ok(), signUp.fail());
+    ASSERT_TRUE(signUp.wait());
+    EXPECT_EQ(signUp.failures, 1);
+    EXPECT_EQ(signUp.error.code(), 401);
+    EXPECT_EQ(settings->clientID(), client->clientID());
+
+    Result<IMClientPtr> nobody;
+    parlo->signWithClient(nullptr, nobody.ok(), nobody.fail());
+    EXPECT_EQ(nobody.failures, 1);
+    EXPECT_EQ(nobody.error.code(), 400);
+
+    // Unknown client over plain HTTP: the server's status.
+    parlo->setApiKey(kLiveApiKey);
+    Result<IMClientPtr> http;
+    parlo->chatinHTTPSuccess(http.ok(), http.fail());
+    ASSERT_TRUE(http.wait());
+    EXPECT_EQ(http.failures, 1);
+    EXPECT_EQ(http.error.code(), 401);
+    EXPECT_FALSE(http.error.info().isEmpty());
+
+    // Chat-in with a token the server does not know fails with its status, once.
+    Result<IMClientPtr> chatIn;
+    parlo->chatinSuccess(chatIn.ok(), chatIn.fail());
+    ASSERT_TRUE(chatIn.wait());
+    spinFor(50);
+    EXPECT_EQ(chatIn.total(), 1);
+    EXPECT_EQ(chatIn.error.code(), 401);
+
+    // Chat-out fails (bad token): logout clears the session all the same and the connection is
+    // asked to reconnect.
+    parlo->setChatRooms({std::make_shared<IMRoom>()});
+    parlo->sendingMessages().append(IMMessage::create());
+    int statuses = 0;
+    const auto observer = IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidChangeConnectStatus, [&](const IMNotification &) { ++statuses; });
+    parlo->logout();
+    ASSERT_TRUE(waitUntil([&] { return settings->clientID().isNull(); }, 10000));
+    EXPECT_TRUE(settings->currentUser().isEmpty());
+    EXPECT_TRUE(parlo->sendingMessages().isEmpty());
+    EXPECT_TRUE(waitUntil([&] { return statuses > 0 && parlo->connectStatus() == 0; }, 10000));
+    IMNotificationCenter::defaultCenter()->removeObserver(observer);
+
+    // Not connected at all: logout signs out at once.
+    settings->setClientID("again");
+    parlo->socket()->disconnect();
+    ASSERT_TRUE(waitUntil([&] { return parlo->socket()->status() != IMSocket::Status::Connected; }, 5000));
+    parlo->logout();
+    EXPECT_TRUE(settings->clientID().isNull());
+}
