@@ -6,6 +6,7 @@
 #include "IMRoom.h"
 #include "IMSocket.h"
 #include "ParloDelegate.h"
+#include "ParloFileKeys.h"
 #include "ParloNotifications.h"
 
 #include <QDateTime>
@@ -336,9 +337,130 @@ public:
                      const QVariant &annotation = QVariant());
 
     // Files and the file cache (ParloFiles.cpp)
+    //! Receives a file's bytes.
+    using DataSuccess = std::function<void(const QByteArray &data)>;
+    //! Ends a socket fetch: (null error, bytes) or (error, null bytes).
+    using FileComplete = std::function<void(const IMError &error, const QByteArray &data)>;
+    //! Receives a transfer's progress: bytes so far divided by bytes expected (negative while
+    //! the size is unknown).
+    using Progress = std::function<void(double fraction)>;
+    //! Receives the server's record of an uploaded file.
+    using FileSuccess = std::function<void(const IMFilePtr &file)>;
+    //! A multipart upload: the request (URL, header fields) and the whole body.
+    struct UploadRequest
+    {
+        QNetworkRequest request;
+        QByteArray body;
+    };
+
+    //! The memory cache of file bytes by file name, costed in bytes (64 MiB unless changed);
+    //! it may drop entries to stay under its limit. Safe to use from any thread. A null
+    //! QByteArray is the null marker: storing it is allowed and it reads as absent.
+    class FileCache
+    {
+    public:
+        FileCache();
+        ~FileCache();
+        FileCache(const FileCache &) = delete;
+        FileCache &operator=(const FileCache &) = delete;
+        //! The bytes kept for `name`; null when absent, dropped or the null marker.
+        QByteArray object(const QString &name) const;
+        //! Keeps `data` for `name`, replacing what was kept; bytes over the limit are not kept.
+        void setObject(const QString &name, const QByteArray &data);
+        //! Forgets `name`.
+        void removeObject(const QString &name);
+        //! Forgets everything.
+        void removeAllObjects();
+        //! The limit of the bytes kept.
+        qint64 totalCostLimit() const;
+        //! Sets the limit of the bytes kept, dropping entries to fit.
+        void setTotalCostLimit(qint64 bytes);
+
+    private:
+        struct Private;
+        std::unique_ptr<Private> d;
+    };
+
+    //! The URL session of plain-HTTP file transfers: one QNetworkAccessManager on the main
+    //! thread with a cookie jar (the HTTP chat-in's session cookie) and a transfer (idle)
+    //! time-out of 120 s; every transfer also ends after 180 s in all. Created on first use;
+    //! use it from the main thread.
+    QNetworkAccessManager *urlSession();
+    //! The transfers in flight by id (increasing integers as text): records of kSessionTask,
+    //! kSessionSuccess, kSessionFailure, kSessionProgress and, for downloads, kFilename (see
+    //! ParloFileKeys.h). A download's record lives until it ends; an upload's until its body
+    //! is sent or it ends. Main thread only.
+    const QMap<QString, QVariantMap> &taskDict();
+    //! The memory cache of files (see FileCache).
+    FileCache &cache();
+
+    // The disk cache: the folder "Parlo" inside IMPlatform::temporaryPath(). Synchronous; safe
+    // from any thread. A name is one path component: an empty name, "." or "..", or one with
+    // "/", "\" or a NUL character is refused (null path, no file is touched).
+
+    //! The path of file `name` in the disk cache, creating the folder (not its parents) when
+    //! missing; null for a refused name.
+    QString filePathWithName(const QString &name);
+    //! Whether the disk cache holds file `name`.
+    bool isFileExistsWithName(const QString &name);
+    //! The bytes of file `name` in the disk cache; null when there is none.
+    QByteArray fileWithName(const QString &name);
+    //! Writes `data` as file `name` atomically (a reader sees the old file or the new one);
+    //! false when the name is refused or the write failed.
+    bool fileSaveWithName(const QString &name, const QByteArray &data);
+
+    //! Fetches file `name` over the connection (get "/files/<name>") and keeps the bytes in the
+    //! memory cache (not on disk). `complete` runs once: on the main queue after an answer, at
+    //! once on the caller's thread when not connected or the name is refused (code 400).
+    void getFileWithName(const QString &name, FileComplete complete);
+    //! Fetches file `name`: with `fromCache` from the memory cache, else the disk cache (then
+    //! kept in memory), else over the connection (then kept in memory and on disk). Cache hits
+    //! and refusals call back at once on the caller's thread; answers on the main queue.
+    void getFileWithName(const QString &name, bool fromCache, DataSuccess success, Failure failure);
+    //! Fetches file `name`: with `fromCache` from the memory cache, else the disk cache (read on
+    //! the serial queue "queue"), else by HTTP download from "<domainString>/files/<name>" after
+    //! an HTTP chat-in. The download streams to a temporary file; the bytes are read once, kept
+    //! in memory and moved into the disk cache on the serial queue "QUEUE". An error status fails
+    //! with that status ("info" the body), a cut download with the network error; neither is
+    //! cached. Every block runs asynchronously on the main queue, exactly one of success/failure.
+    void getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
+                         Failure failure);
+    //! getFileWithName(name, true, progress, success, failure). Named apart from the
+    //! four-argument fetch, which a lambda in second place would make ambiguous.
+    void getFileWithNameProgress(const QString &name, Progress progress, DataSuccess success, Failure failure);
+
+    //! Uploads `data` as a multipart form (requestWithData) with "type" = `type`, "room" = the
+    //! room's id ("" without a room) and "isPublic" = 1 or 0. `progress` gets the fraction of
+    //! the body sent; `success` gets the server's IMFile, whose bytes are then in the memory
+    //! cache under its fileName. An error status fails with that status ("info" the body).
+    //! Blocks run asynchronously on the main queue, exactly one of success/failure. Returns the
+    //! transfer (owned by urlSession; abort() ends it with a failure), null when refused.
+    QPointer<QNetworkReply> uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
+                                               bool isPublic, Progress progress, FileSuccess success,
+                                               Failure failure);
+    //! uploadFileWithData without progress reports.
+    QPointer<QNetworkReply> uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
+                                               bool isPublic, FileSuccess success, Failure failure);
+    //! Uploads `image` as PNG (lossless, unscaled) with type kMessageTypeImage. A null image
+    //! fails with code 400 (main queue, asynchronously) and returns null.
+    QPointer<QNetworkReply> uploadFileWithImage(const QImage &image, const IMRoomPtr &room, bool isPublic,
+                                                FileSuccess success, Failure failure);
+    //! The multipart upload request for "<domainString>/files/upload": header fields apiKey,
+    //! clientKey, and the current client's clientID and token; the fixed boundary
+    //! "---------------------------14737809831466499882746641449"; one part per field of `dict`
+    //! in key order, then, only when `data` is not empty, the part "file" with file name "1"
+    //! and the closing boundary line.
+    UploadRequest requestWithData(const QByteArray &data, const QVariantMap &dict) const;
 
 private:
     friend class ParloDelegate;
+    friend struct ParloInternals;
+    template <typename Make>
+    void logLazily(const Make &make)
+    {
+        if (log() || printLog())
+            logDictionaryIfNeeded(make());
+    }
     void onDefaultEvents();
     void onEvents();
     void handleMessage(const QVariantList &data);
@@ -358,6 +480,16 @@ private:
     QObject *plainHttp();
 
     // Files internals
+    friend struct ParloFilesInternals;
+    struct FilesState;
+    FilesState *files() const;
+    void downloadFile(const QString &name, Progress progress, DataSuccess success, Failure failure);
+    void startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure);
+    void finishDownload(QNetworkReply *reply, const QString &key);
+    void finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
+                      Failure failure);
+    void chatinHTTPForFiles(Block success, Failure failure);
+    QNetworkReply *startTransfer(QNetworkReply *reply, Failure abandon);
 
     struct Private;
     std::unique_ptr<Private> d;

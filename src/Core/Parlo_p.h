@@ -42,6 +42,9 @@ struct Parlo::Private
     std::shared_ptr<void> readReportGateCloser;
 
     // Files state
+    // Made on first use (ParloFiles_p.h): the URL session, taskDict, the memory cache and the
+    // serial queues of the disk cache. Its end fails every transfer still in flight.
+    std::unique_ptr<FilesState, void (*)(FilesState *)> files{nullptr, nullptr};
 
     // The room list as the store returned it at the last reload. While chatRooms still holds
     // exactly these rooms, the store and the list agree, and an incoming message needs to write
@@ -69,5 +72,12 @@ struct Parlo::Private
         {QStringLiteral("line"), IM_LOG_LINE()}, { QStringLiteral(key), IMDescription(QVariant(value)) } \
     }
 
-//! Hands a log record to the facade's logging scheme.
-#define PARLO_LOG(key, value) logDictionaryIfNeeded(PARLO_LOG_RECORD(key, value))
+//! Hands a log record to the facade's logging scheme; the record is built only when logging is on.
+#define PARLO_LOG(key, value) logLazily([&] { return PARLO_LOG_RECORD(key, value); })
+
+//! Internal switches for the kit's own tests and benchmarks.
+struct ParloInternals
+{
+    //! Makes every incoming message write all rooms and read them back (the plain way).
+    static void setLiteralRoomWrites(Parlo *parlo, bool on) { parlo->d->literalRoomWrites = on; }
+};
