@@ -156,6 +156,8 @@ void Parlo::logDictionaryIfNeeded(const QVariantMap &record)
 {
     if (d->log) {
         IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+        if (!settings->hasLog())
+            settings->setLog(QVariantList());
         QVariantList log = settings->log();
         log.prepend(record);
         settings->setLog(log);
