@@ -1,0 +1,506 @@
+// Files: the multipart form, the caches and the refused names on their own; uploads and fetches
+// by socket and by HTTP against the reference server.
+#include "LiveFixture.h"
+#include "ParloFiles_p.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QImageReader>
+#include <QRandomGenerator>
+
+namespace {
+//! How an asynchronous operation ended: how often, with what, on which thread, and whether a
+//! block ran before the starting call returned.
+struct Ends
+{
+    int successes = 0;
+    int failures = 0;
+    QByteArray data;
+    IMFilePtr file;
+    IMError error;
+    QList<double> fractions;
+    bool offMain = false;
+    bool synchronous = false;
+    bool started = false; // set once the starting call has returned
+
+    void note()
+    {
+        offMain |= !IMIsMainThread();
+        synchronous |= !started;
+    }
+    Parlo::DataSuccess data_()
+    {
+        return [this](const QByteArray &bytes) {
+            note();
+            ++successes;
+            data = bytes;
+        };
+    }
+    Parlo::FileSuccess file_()
+    {
+        return [this](const IMFilePtr &f) {
+            note();
+            ++successes;
+            file = f;
+        };
+    }
+    Parlo::Failure failure()
+    {
+        return [this](const IMError &e) {
+            note();
+            ++failures;
+            error = e;
+        };
+    }
+    Parlo::Progress progress()
+    {
+        return [this](double fraction) {
+            note();
+            fractions << fraction;
+        };
+    }
+    Parlo::FileComplete complete()
+    {
+        return [this](const IMError &e, const QByteArray &bytes) {
+            note();
+            e.isNull() ? ++successes : ++failures;
+            error = e;
+            data = bytes;
+        };
+    }
+    //! Marks the call as returned and waits for its end; then a moment more to catch a second end.
+    bool wait(int ms = 20000)
+    {
+        started = true;
+        const bool ended = waitUntil([&] { return successes + failures > 0; }, ms);
+        spinFor(50);
+        return ended;
+    }
+    //! Exactly one end, a success, on the main thread, not before the call returned.
+    bool oneAsyncSuccess() const { return successes == 1 && failures == 0 && !offMain && !synchronous; }
+    bool oneAsyncFailure() const { return successes == 0 && failures == 1 && !offMain && !synchronous; }
+    bool fractionsRiseToOne() const
+    {
+        if (fractions.isEmpty() || fractions.last() != 1.0)
+            return false;
+        for (qsizetype i = 1; i < fractions.size(); ++i)
+            if (fractions[i] < fractions[i - 1])
+                return false;
+        return true;
+    }
+};
+
+QStringList downloadsIn(const QString &folder)
+{
+    return QDir(folder).entryList({QStringLiteral("parlo-download-*")}, QDir::Files);
+}
+
+QImage picture()
+{
+    QImage image(64, 48, QImage::Format_ARGB32);
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            image.setPixel(x, y, qRgba(x * 4, y * 5, (x * y) & 0xff, 200));
+    return image;
+}
+
+QByteArray randomBytes(qsizetype size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(bytes.data()), size / 4);
+    return bytes;
+}
+
+const QByteArray kBoundary = "---------------------------14737809831466499882746641449";
+} // namespace
+
+// ---- without a server --------------------------------------------------------------------------
+
+class FilesTest : public CoreTest
+{
+protected:
+    void SetUp() override
+    {
+        CoreTest::SetUp();
+        suiteTemp = IMPlatform::instance()->temporaryPath();
+        temp = makeTempDir();
+        IMPlatform::instance()->setTemporaryPath(temp);
+    }
+    void TearDown() override
+    {
+        CoreTest::TearDown();
+        IMPlatform::instance()->setTemporaryPath(suiteTemp);
+    }
+    QString temp;
+    QString suiteTemp;
+};
+
+TEST_F(FilesTest, MultipartRequestIsByteForByteWithAndWithoutBytes)
+{
+    parlo->setDomainString("http://files.example:8");
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"token", "t0k"}});
+    const QVariantMap fields{{"type", "image"}, {"room", ""}, {"isPublic", 1}};
+
+    const Parlo::UploadRequest upload = parlo->requestWithData("\x89PNG\r\n", fields);
+    EXPECT_EQ(upload.request.url(), QUrl("http://files.example:8/files/upload"));
+    EXPECT_EQ(upload.request.rawHeader("apiKey"), "api");
+    EXPECT_EQ(upload.request.rawHeader("clientKey"), "client");
+    EXPECT_EQ(upload.request.rawHeader("clientID"), "me");
+    EXPECT_EQ(upload.request.rawHeader("token"), "t0k");
+    EXPECT_EQ(upload.request.rawHeader("Content-Type"), "multipart/form-data; boundary=" + kBoundary);
+    const QByteArray fieldsPart = "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"isPublic\"\r\n\r\n1\r\n"
+                                  "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"room\"\r\n\r\n\r\n"
+                                  "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"type\"\r\n\r\nimage\r\n";
+    EXPECT_EQ(upload.body, fieldsPart + "--" + kBoundary
+                               + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"1\"\r\n"
+                                 "Content-Type: application/octet-stream\r\n\r\n\x89PNG\r\n\r\n--"
+                               + kBoundary + "--\r\n");
+    // No bytes: the fields alone, without a file part or a closing line.
+    EXPECT_EQ(parlo->requestWithData(QByteArray(), fields).body, fieldsPart);
+}
+
+TEST_F(FilesTest, DiskCacheLivesInParloFolderAndWritesAtomically)
+{
+    const QString folder = temp + "/Parlo";
+    EXPECT_FALSE(QFileInfo::exists(folder));
+    EXPECT_EQ(parlo->filePathWithName("a.png"), folder + "/a.png");
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+    EXPECT_FALSE(parlo->isFileExistsWithName("a.png"));
+    EXPECT_TRUE(parlo->fileWithName("a.png").isNull());
+
+    ASSERT_TRUE(parlo->fileSaveWithName("a.png", "first"));
+    ASSERT_TRUE(parlo->fileSaveWithName("a.png", "second, longer"));
+    EXPECT_TRUE(parlo->isFileExistsWithName("a.png"));
+    EXPECT_EQ(parlo->fileWithName("a.png"), "second, longer");
+    ASSERT_TRUE(parlo->fileSaveWithName("empty", QByteArray()));
+    const QByteArray empty = parlo->fileWithName("empty");
+    EXPECT_TRUE(empty.isEmpty() && !empty.isNull()) << "an empty file is a file, not the absent marker";
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList({"a.png", "empty"}));
+}
+
+TEST_F(FilesTest, RefusedNamesGiveCode400AndTouchNoFile)
+{
+    parlo->setDomainString("http://127.0.0.1:1");
+    const QStringList names{"", ".", "..", "../escape", "a/b", "a\\b", QString("a") + QChar(0) + "b"};
+    for (const QString &name : names) {
+        SCOPED_TRACE(name.toStdString());
+        EXPECT_TRUE(parlo->filePathWithName(name).isNull());
+        EXPECT_FALSE(parlo->isFileExistsWithName(name));
+        EXPECT_TRUE(parlo->fileWithName(name).isNull());
+        EXPECT_FALSE(parlo->fileSaveWithName(name, "x"));
+
+        Ends http;
+        parlo->getFileWithName(name, false, http.progress(), http.data_(), http.failure());
+        ASSERT_TRUE(http.wait());
+        EXPECT_TRUE(http.oneAsyncFailure());
+        EXPECT_EQ(http.error.code(), 400);
+        EXPECT_TRUE(http.error.info().startsWith("refused file name")) << http.error.info().toStdString();
+
+        Ends socket;
+        parlo->getFileWithName(name, true, socket.data_(), socket.failure());
+        EXPECT_EQ(socket.failures, 1);
+        EXPECT_EQ(socket.error.code(), 400);
+    }
+    EXPECT_EQ(QDir(temp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
+    EXPECT_TRUE(parlo->taskDict().isEmpty());
+}
+
+TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
+{
+    // No server address: any fetch that reached the network would fail.
+    ASSERT_TRUE(parlo->fileSaveWithName("f.bin", "from disk"));
+    parlo->cache().setObject("f.bin", QByteArray());
+    Ends socket;
+    parlo->getFileWithName("f.bin", true, socket.data_(), socket.failure());
+    EXPECT_EQ(socket.successes, 1);
+    EXPECT_EQ(socket.data, "from disk");
+    EXPECT_EQ(parlo->cache().object("f.bin"), "from disk");
+
+    parlo->cache().setObject("f.bin", "from memory");
+    Ends http;
+    parlo->getFileWithNameProgress("f.bin", http.progress(), http.data_(), http.failure());
+    ASSERT_TRUE(http.wait());
+    EXPECT_TRUE(http.oneAsyncSuccess());
+    EXPECT_EQ(http.data, "from memory");
+
+    // Bytes over the limit are not kept, and do not leave older bytes under the name.
+    parlo->cache().setTotalCostLimit(8);
+    parlo->cache().setObject("f.bin", "123456789");
+    EXPECT_TRUE(parlo->cache().object("f.bin").isNull());
+
+    Ends image;
+    EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.failure()).isNull());
+    ASSERT_TRUE(image.wait());
+    EXPECT_TRUE(image.oneAsyncFailure());
+    EXPECT_EQ(image.error.code(), 400);
+}
+
+// ---- against the server ------------------------------------------------------------------------
+
+class FilesLiveTest : public LiveCoreTest
+{
+protected:
+    void SetUp() override
+    {
+        LiveCoreTest::SetUp();
+        suiteTemp = IMPlatform::instance()->temporaryPath();
+        temp = makeTempDir();
+        IMPlatform::instance()->setTemporaryPath(temp);
+    }
+    void TearDown() override
+    {
+        LiveCoreTest::TearDown();
+        IMPlatform::instance()->setTemporaryPath(suiteTemp);
+    }
+
+    //! Signs up as `id` on the connected facade and makes it the current client.
+    void becomeClient(const QString &id)
+    {
+        IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
+        settings->setClientID(id);
+        settings->setToken(QString());
+        const QVariantMap body = call(1, "/client/", {{"clientID", id}, {"username", id}}).toMap();
+        settings->setToken(body.value("token").toString());
+        settings->setCurrentUser(body);
+    }
+
+    IMFilePtr upload(const QByteArray &data, const IMRoomPtr &room, bool isPublic = false)
+    {
+        Ends ends;
+        parlo->uploadFileWithData(data, "other", room, isPublic, ends.file_(), ends.failure());
+        EXPECT_TRUE(ends.wait());
+        EXPECT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
+        return ends.file;
+    }
+
+    void fault(const QVariantMap &rule) { ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id")); }
+
+    QString temp;
+    QString suiteTemp;
+};
+
+TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
+{
+    signInFacade(uniqueID("pic"));
+    const IMRoomPtr room = IMRoom::fromDictionary(call(1, "/room", {{"name", "pictures"}}).toMap());
+    ASSERT_TRUE(room && !room->objectID().isEmpty());
+
+    Ends up;
+    QPointer<QNetworkReply> task = parlo->uploadFileWithImage(picture(), room, false, up.file_(), up.failure());
+    EXPECT_TRUE(task);
+    // The record is there while the upload runs.
+    EXPECT_EQ(parlo->taskDict().size(), 1);
+    ASSERT_TRUE(up.wait());
+    ASSERT_TRUE(up.oneAsyncSuccess()) << up.error.description().toStdString();
+    const QString name = up.file->fileName();
+    EXPECT_TRUE(name.endsWith(".png"));
+    EXPECT_EQ(up.file->type(), kMessageTypeImage);
+    EXPECT_EQ(up.file->room(), room->objectID());
+    const QByteArray png = parlo->cache().object(name);
+    ASSERT_FALSE(png.isEmpty());
+    EXPECT_EQ(QImage::fromData(png, "PNG").convertToFormat(QImage::Format_ARGB32), picture()) << "lossless";
+    EXPECT_FALSE(parlo->isFileExistsWithName(name)) << "uploads are not written to disk";
+    EXPECT_TRUE(parlo->taskDict().isEmpty());
+
+    // By socket: the memory cache is filled, the disk is not.
+    parlo->cache().removeAllObjects();
+    Ends socket;
+    parlo->getFileWithName(name, socket.complete());
+    ASSERT_TRUE(socket.wait());
+    ASSERT_TRUE(socket.oneAsyncSuccess()) << socket.error.description().toStdString();
+    EXPECT_EQ(socket.data, png);
+    EXPECT_EQ(parlo->cache().object(name), png);
+    EXPECT_FALSE(parlo->isFileExistsWithName(name));
+
+    // By HTTP from cold: the record names the file while the (delayed) download runs.
+    parlo->cache().removeAllObjects();
+    fault({{"path", "/files/" + name}, {"method", "get"}, {"action", "delay"}, {"ms", 300}, {"times", 1}});
+    Ends cold;
+    parlo->getFileWithNameProgress(name, cold.progress(), cold.data_(), cold.failure());
+    ASSERT_TRUE(waitUntil([&] { return !parlo->taskDict().isEmpty(); }, 10000));
+    const QVariantMap record = parlo->taskDict().first();
+    EXPECT_EQ(record.value(kFilename).toString(), name);
+    EXPECT_TRUE(record.value(kSessionTask).value<QNetworkReply *>());
+    EXPECT_TRUE(record.value(kSessionProgress).value<Parlo::Progress>());
+    ASSERT_TRUE(cold.wait());
+    ASSERT_TRUE(cold.oneAsyncSuccess()) << cold.error.description().toStdString();
+    EXPECT_EQ(cold.data, png);
+    EXPECT_TRUE(cold.fractionsRiseToOne()) << cold.fractions.size();
+    EXPECT_TRUE(parlo->taskDict().isEmpty());
+    EXPECT_EQ(parlo->cache().object(name), png);
+    EXPECT_EQ(parlo->fileWithName(name), png);
+    EXPECT_EQ(downloadsIn(temp), QStringList()) << "the download was moved into the cache folder";
+
+    // From disk, then from memory: the network now fails every request, and is not asked.
+    fault({{"path", "/"}, {"prefix", true}, {"action", "status"}, {"status", 503}});
+    parlo->cache().removeAllObjects();
+    Ends disk;
+    parlo->getFileWithNameProgress(name, disk.progress(), disk.data_(), disk.failure());
+    ASSERT_TRUE(disk.wait());
+    ASSERT_TRUE(disk.oneAsyncSuccess()) << disk.error.description().toStdString();
+    EXPECT_EQ(disk.data, png);
+    EXPECT_EQ(parlo->cache().object(name), png);
+    ASSERT_TRUE(QFile::remove(parlo->filePathWithName(name)));
+    Ends memory;
+    parlo->getFileWithNameProgress(name, memory.progress(), memory.data_(), memory.failure());
+    ASSERT_TRUE(memory.wait());
+    EXPECT_TRUE(memory.oneAsyncSuccess());
+    EXPECT_EQ(memory.data, png);
+
+    // Without the cache the network is always asked.
+    Ends fresh;
+    parlo->getFileWithName(name, false, fresh.progress(), fresh.data_(), fresh.failure());
+    ASSERT_TRUE(fresh.wait());
+    EXPECT_TRUE(fresh.oneAsyncFailure());
+    EXPECT_EQ(fresh.error.code(), 503);
+}
+
+TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
+{
+    const QString owner = uniqueID("owner");
+    signInFacade(owner);
+    const IMRoomPtr room = IMRoom::fromDictionary(call(1, "/room", {{"name", "private"}}).toMap());
+    const IMFilePtr file = upload("secret bytes", room);
+    ASSERT_TRUE(file);
+
+    Ends socket;
+    parlo->getFileWithName("missing.png", socket.complete());
+    ASSERT_TRUE(socket.wait());
+    EXPECT_TRUE(socket.oneAsyncFailure());
+    EXPECT_EQ(socket.error.code(), 404);
+    Ends http;
+    parlo->getFileWithNameProgress("missing.png", http.progress(), http.data_(), http.failure());
+    ASSERT_TRUE(http.wait());
+    EXPECT_TRUE(http.oneAsyncFailure());
+    EXPECT_EQ(http.error.code(), 404);
+    EXPECT_TRUE(http.error.info().contains("missing.png")) << http.error.info().toStdString();
+    EXPECT_TRUE(http.fractions.isEmpty());
+
+    // Someone outside the room can neither read the file nor upload into the room.
+    becomeClient(uniqueID("outsider"));
+    parlo->cache().removeAllObjects();
+    Ends bySocket;
+    parlo->getFileWithName(file->fileName(), true, bySocket.data_(), bySocket.failure());
+    ASSERT_TRUE(bySocket.wait());
+    EXPECT_TRUE(bySocket.oneAsyncFailure());
+    EXPECT_EQ(bySocket.error.code(), 403);
+    Ends byHttp;
+    parlo->getFileWithNameProgress(file->fileName(), byHttp.progress(), byHttp.data_(), byHttp.failure());
+    ASSERT_TRUE(byHttp.wait());
+    EXPECT_TRUE(byHttp.oneAsyncFailure());
+    EXPECT_EQ(byHttp.error.code(), 403);
+    Ends intoRoom;
+    EXPECT_TRUE(parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(),
+                                          intoRoom.failure()));
+    ASSERT_TRUE(intoRoom.wait());
+    EXPECT_TRUE(intoRoom.oneAsyncFailure());
+    EXPECT_EQ(intoRoom.error.code(), 403);
+
+    for (const QString &name : {QString("missing.png"), file->fileName()}) {
+        EXPECT_TRUE(parlo->cache().object(name).isNull());
+        EXPECT_FALSE(parlo->isFileExistsWithName(name));
+    }
+    EXPECT_TRUE(parlo->taskDict().isEmpty());
+    EXPECT_EQ(downloadsIn(temp), QStringList());
+}
+
+TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
+{
+    signInFacade(uniqueID("broken"));
+    const IMFilePtr file = upload(randomBytes(256 * 1024), nullptr);
+    ASSERT_TRUE(file);
+    const QString name = file->fileName();
+    const QString path = "/files/" + name;
+    parlo->cache().removeAllObjects();
+
+    fault({{"path", path}, {"method", "get"}, {"action", "status"}, {"status", 500}, {"times", 1}});
+    Ends failed;
+    parlo->getFileWithNameProgress(name, failed.progress(), failed.data_(), failed.failure());
+    ASSERT_TRUE(failed.wait());
+    EXPECT_TRUE(failed.oneAsyncFailure());
+    EXPECT_EQ(failed.error.code(), 500);
+    EXPECT_EQ(failed.error.info(), "injected failure");
+
+    fault({{"path", path}, {"method", "get"}, {"action", "truncate"}, {"times", 1}});
+    Ends cut;
+    parlo->getFileWithNameProgress(name, cut.progress(), cut.data_(), cut.failure());
+    ASSERT_TRUE(cut.wait());
+    EXPECT_TRUE(cut.oneAsyncFailure());
+    EXPECT_EQ(cut.error.domain(), kParloNetworkErrorDomain) << cut.error.description().toStdString();
+
+    // A download that outlives the resource time-out is ended, once.
+    ParloFilesInternals::setResourceTimeout(parlo.get(), 400);
+    fault({{"path", path}, {"method", "get"}, {"action", "delay"}, {"ms", 5000}, {"times", 1}});
+    Ends slow;
+    parlo->getFileWithNameProgress(name, slow.progress(), slow.data_(), slow.failure());
+    ASSERT_TRUE(slow.wait(4000));
+    EXPECT_TRUE(slow.oneAsyncFailure());
+    EXPECT_EQ(slow.error.domain(), kParloNetworkErrorDomain);
+    EXPECT_EQ(slow.error.code(), int(QNetworkReply::TimeoutError));
+
+    EXPECT_TRUE(parlo->cache().object(name).isNull());
+    EXPECT_FALSE(parlo->isFileExistsWithName(name));
+    EXPECT_EQ(downloadsIn(temp), QStringList());
+    EXPECT_TRUE(parlo->taskDict().isEmpty());
+    EXPECT_EQ(ParloFilesInternals::transfersInFlight(parlo.get()), 0);
+    EXPECT_EQ(parlo->urlSession()->transferTimeout(), 120000);
+}
+
+TEST_F(FilesLiveTest, DownloadsStreamToATemporaryFile)
+{
+    signInFacade(uniqueID("stream"));
+    const QByteArray bytes = randomBytes(8 * 1024 * 1024);
+    const IMFilePtr file = upload(bytes, nullptr, true);
+    ASSERT_TRUE(file);
+    parlo->cache().removeAllObjects();
+
+    Ends ends;
+    parlo->getFileWithName(file->fileName(), false, ends.progress(), ends.data_(), ends.failure());
+    ends.started = true;
+    // The bytes received go to a file of their own in the cache folder, not to memory.
+    bool sawPartial = false;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            sawPartial |= ends.successes == 0 && !downloadsIn(temp).isEmpty();
+            return ends.successes + ends.failures > 0;
+        },
+        20000));
+    ASSERT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
+    EXPECT_TRUE(ends.data == bytes);
+    EXPECT_TRUE(sawPartial) << "the bytes were on disk while the download ran";
+    EXPECT_TRUE(ends.fractionsRiseToOne());
+    EXPECT_EQ(downloadsIn(temp), QStringList());
+    EXPECT_TRUE(parlo->fileWithName(file->fileName()) == bytes);
+}
+
+TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
+{
+    signInFacade(uniqueID("gone"));
+    const IMFilePtr file = upload("held", nullptr);
+    ASSERT_TRUE(file);
+    parlo->cache().removeAllObjects();
+    fault({{"path", "/files/" + file->fileName()}, {"method", "get"}, {"action", "drop"}});
+    fault({{"path", "/files/upload"}, {"action", "drop"}});
+
+    Ends download;
+    Ends up;
+    parlo->getFileWithNameProgress(file->fileName(), download.progress(), download.data_(), download.failure());
+    parlo->uploadFileWithData("never answered", "other", nullptr, false, up.file_(), up.failure());
+    download.started = up.started = true;
+    // Both requests are out: the download's record is there (the upload's goes once its body is sent).
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            for (const QVariantMap &record : parlo->taskDict())
+                if (record.contains(kFilename))
+                    return ParloFilesInternals::transfersInFlight(parlo.get()) == 2;
+            return false;
+        },
+        10000));
+    parlo.reset();
+    ASSERT_TRUE(download.wait());
+    ASSERT_TRUE(up.wait());
+    EXPECT_TRUE(download.oneAsyncFailure());
+    EXPECT_TRUE(up.oneAsyncFailure());
+    EXPECT_EQ(download.error.code(), int(QNetworkReply::OperationCanceledError));
+    EXPECT_EQ(downloadsIn(temp), QStringList());
+}
