@@ -34,7 +34,7 @@ TEST(SocketIOCodec, EngineIOPayloadsV4)
         "\"pingTimeout\":20000,\"maxPayload\":1000000}", 4, &packets));
     EXPECT_EQ(packets[0].type, EP::Open);
 
-    for (const QByteArray bad : {QByteArray(""), QByteArray("7x"), QByteArray("4a\x1e\x1e"), QByteArray("b!!!")})
+    for (const QByteArray &bad : {QByteArray(""), QByteArray("7x"), QByteArray("4a\x1e\x1e"), QByteArray("b!!!")})
         EXPECT_FALSE(EP::decodePayload(bad, 4, &packets)) << bad.toStdString();
 }
 
@@ -56,7 +56,7 @@ TEST(SocketIOCodec, EngineIOPayloadsV3CountUtf16Units)
     ASSERT_TRUE(EP::decodePayload("10:b4AQIDBA==", 3, &packets));
     EXPECT_EQ(packets[0].binary, QByteArray("\x01\x02\x03\x04"));
 
-    for (const QByteArray bad : {QByteArray("9:4hello"), QByteArray(":4"), QByteArray("x:4"), QByteArray("2:9z"),
+    for (const QByteArray &bad : {QByteArray("9:4hello"), QByteArray(":4"), QByteArray("x:4"), QByteArray("2:9z"),
                                  QByteArray("4hello"), QByteArray("99999999999999999999:4")})
         EXPECT_FALSE(EP::decodePayload(bad, 3, &packets)) << bad.toStdString();
 }
