@@ -208,8 +208,9 @@ public:
     //! Chats in over plain HTTP ("<domainString>/client/chatin/<clientID>/"); `success` gets the
     //! client of the answer and nothing else changes. A transfer error fails with its
     //! QNetworkReply code (domain "QNetworkReply"), a failure status with that status (domain
-    //! "Parlo", the body as "info"), an unreadable answer with domain "QJsonParseError". The
-    //! blocks run on the main thread, where the URL session delivers.
+    //! "Parlo", the body as "info"), an unreadable answer with domain "QJsonParseError". Sent
+    //! on urlSession, whose cookie jar keeps the session cookie for file downloads; the blocks
+    //! run on the main thread, where the URL session delivers.
     void chatinHTTPSuccess(ClientSuccess success, Failure failure);
 
     // Rooms (ParloRooms.cpp)
@@ -477,7 +478,6 @@ private:
     void announceRooms();
     void keepUpdatingRooms(RoomsComplete complete);
     void loadMessagePage(const IMRoomPtr &room, const QString &path, MessagesSuccess success, Failure failure);
-    QObject *plainHttp();
 
     // Files internals
     friend struct ParloFilesInternals;

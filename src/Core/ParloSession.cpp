@@ -55,13 +55,6 @@ QNetworkRequest plainRequest(const QString &url, const QString &apiKey, const QS
 }
 } // namespace
 
-QObject *Parlo::plainHttp()
-{
-    if (!d->sessionHttp)
-        d->sessionHttp = new QNetworkAccessManager(this);
-    return d->sessionHttp;
-}
-
 void Parlo::signWithClient(const IMClientPtr &client, ClientSuccess success, Failure failure)
 {
     if (!client) {
@@ -177,7 +170,7 @@ void Parlo::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
     }
     if (IMClient::currentClient()->clientID().isEmpty() || d->deviceToken.isEmpty())
         return;
-    auto *http = qobject_cast<QNetworkAccessManager *>(plainHttp());
+    QNetworkAccessManager *http = urlSession();
     const QNetworkRequest request =
         plainRequest(d->domainString + QStringLiteral("/client/setDeviceToken/"), d->apiKey, d->clientKey);
     const QByteArray body = QJsonDocument::fromVariant(
@@ -196,7 +189,7 @@ void Parlo::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
 
 void Parlo::chatinHTTPSuccess(ClientSuccess success, Failure failure)
 {
-    auto *http = qobject_cast<QNetworkAccessManager *>(plainHttp());
+    QNetworkAccessManager *http = urlSession();
     const QString path = QStringLiteral("%1/client/chatin/%2/").arg(d->domainString, clientID());
     QNetworkReply *reply = http->post(plainRequest(path, d->apiKey, d->clientKey), QByteArray());
     connect(reply, &QNetworkReply::finished, reply, [reply, success, failure] {

@@ -33,9 +33,6 @@ struct Parlo::Private
     bool printLog = false;
 
     // Session, rooms, messages and URL scheme state
-    // The network access of the session's plain-HTTP requests (device token, HTTP chat-in), a
-    // child of the facade made on first use.
-    QPointer<QObject> sessionHttp;
     // Read reports leave from the global queue and may reach the facade only while it lives:
     // the gate (defined in ParloMessages.cpp) is closed under its lock when the state goes.
     std::shared_ptr<struct ParloReadReportGate> readReportGate;
