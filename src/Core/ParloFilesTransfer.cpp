@@ -8,7 +8,6 @@
 
 #include <QDir>
 #include <QJsonDocument>
-#include <QJsonParseError>
 #include <QNetworkCookieJar>
 #include <QTimer>
 #include <filesystem>
@@ -77,6 +76,9 @@ Parlo::FilesState::~FilesState()
             it.value()(networkError(QNetworkReply::OperationCanceledError,
                                     QStringLiteral("the facade was destroyed before the transfer ended")));
     }
+    for (const Failure &failure : std::exchange(chatinWaits, {}))
+        failure(networkError(QNetworkReply::OperationCanceledError,
+                             QStringLiteral("the facade was destroyed before the chat-in ended")));
     taskDict.clear();
     downloads.clear(); // removes the temporary files of unfinished downloads
     readQueue.reset();
@@ -134,41 +136,22 @@ QNetworkReply *Parlo::startTransfer(QNetworkReply *reply, Failure abandon)
 
 void Parlo::chatinHTTPForFiles(Block success, Failure failure)
 {
-    const QString id = clientID();
-    if (id.isEmpty()) {
-        const QString info = QStringLiteral("signUpWithClient: first");
-        failure(IMError::parlo(404, QVariantMap{{QStringLiteral("info"), info},
-                                                {QStringLiteral("NSLocalizedDescriptionKey"), info}}));
-        return;
-    }
-    const IMClientPtr me = IMClient::currentClient();
-    QNetworkRequest request(QUrl(d->domainString + QStringLiteral("/client/chatin/") + parloFileSegment(id) + '/'));
-    request.setRawHeader("apiKey", d->apiKey.toUtf8());
-    request.setRawHeader("clientKey", d->clientKey.toUtf8());
-    request.setRawHeader("token", me->token().toUtf8());
-    request.setRawHeader("clientID", me->clientID().toUtf8());
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    QNetworkReply *reply = startTransfer(urlSession()->post(request, QByteArray()), failure);
+    // The session's HTTP chat-in leaves its cookie in urlSession's jar, which the download then
+    // presents. Its reply dies with urlSession without a word, so the wait is recorded here too
+    // and ends with the facade if it has not ended before.
     FilesState *f = files();
-    QObject::connect(reply, &QNetworkReply::finished, f->transferContext.get(), [f, reply, success, failure] {
-        if (!f->inFlight.remove(reply))
-            return;
-        reply->deleteLater();
-        const QByteArray body = reply->readAll();
-        const IMError error = transferError(reply, body, f->resourceTimeoutMs);
-        if (!error.isNull()) {
-            failure(error);
-            return;
-        }
-        QJsonParseError parse;
-        QJsonDocument::fromJson(body, &parse);
-        if (parse.error != QJsonParseError::NoError) {
-            failure(IMError(QStringLiteral("QJsonParseError"), parse.error,
-                            QVariantMap{{QStringLiteral("info"), parse.errorString()}}));
-            return;
-        }
-        success();
-    });
+    const quint64 wait = f->nextChatinWait++;
+    f->chatinWaits.insert(wait, failure);
+    chatinHTTPSuccess(
+        [f, wait, success](const IMClientPtr &) {
+            if (f->chatinWaits.remove(wait))
+                success();
+        },
+        [f, wait](const IMError &error) {
+            const Failure failure = f->chatinWaits.take(wait);
+            if (failure)
+                failure(error);
+        });
 }
 
 // ---- HTTP download -----------------------------------------------------------------------------

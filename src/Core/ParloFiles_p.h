@@ -41,6 +41,9 @@ struct Parlo::FilesState
     //! first. A transfer ends by being taken out of here, so it ends once.
     QHash<QNetworkReply *, Failure> inFlight;
     QHash<QString, std::shared_ptr<ParloDownload>> downloads;
+    //! HTTP chat-ins that a download waits for, with the failure that ends the wait.
+    QHash<quint64, Failure> chatinWaits;
+    quint64 nextChatinWait = 1;
     //! Reads of the disk cache ("queue") and writes after a download ("QUEUE"); made on first use
     //! on the main thread. Declared last: their blocks use the cache, so they finish first.
     std::unique_ptr<IMDispatchQueue> readQueue;

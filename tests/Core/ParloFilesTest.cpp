@@ -496,11 +496,17 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
             return false;
         },
         10000));
+    // And a download still waiting for its HTTP chat-in.
+    fault({{"path", "/client/chatin"}, {"prefix", true}, {"action", "drop"}});
+    Ends waiting;
+    parlo->getFileWithName(file->fileName(), false, waiting.progress(), waiting.data_(), waiting.failure());
+    waiting.started = true;
+    spinFor(300);
     parlo.reset();
-    ASSERT_TRUE(download.wait());
-    ASSERT_TRUE(up.wait());
-    EXPECT_TRUE(download.oneAsyncFailure());
-    EXPECT_TRUE(up.oneAsyncFailure());
-    EXPECT_EQ(download.error.code(), int(QNetworkReply::OperationCanceledError));
+    for (Ends *ends : {&download, &up, &waiting}) {
+        ASSERT_TRUE(ends->wait());
+        EXPECT_TRUE(ends->oneAsyncFailure());
+        EXPECT_EQ(ends->error.code(), int(QNetworkReply::OperationCanceledError));
+    }
     EXPECT_EQ(downloadsIn(temp), QStringList());
 }
