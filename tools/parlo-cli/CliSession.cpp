@@ -14,6 +14,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace ParloCli {
 namespace {
 
@@ -188,9 +190,27 @@ void Session::chatIn(bool mayRepair)
         });
 }
 
+QList<IMRoomPtr> Session::knownRooms()
+{
+    QList<IMRoomPtr> rooms = m_parlo->chatRooms();
+    for (const IMRoomPtr &extra : m_otherRooms) {
+        bool listed = false;
+        for (const IMRoomPtr &r : rooms)
+            listed = listed || r->objectID() == extra->objectID();
+        if (!listed)
+            rooms.append(extra);
+    }
+    return rooms;
+}
+
 void Session::remember(const QList<IMRoomPtr> &rooms)
 {
     for (const IMRoomPtr &room : rooms) {
+        // Rooms made or joined in this run are not in the facade's list until the next chat-in.
+        m_otherRooms.erase(std::remove_if(m_otherRooms.begin(), m_otherRooms.end(),
+                                          [&](const IMRoomPtr &r) { return r->objectID() == room->objectID(); }),
+                           m_otherRooms.end());
+        m_otherRooms.append(room);
         m_members.insert(room->objectID(), memberIDs(room));
         m_readTimes.insert(room->objectID(), room->readTime());
     }
@@ -224,13 +244,14 @@ void Session::fail(const Done &done, const IMError &error, const QString &what)
 bool Session::roomFor(const Options &o, const QString &reference, IMRoomPtr *room, const Done &done)
 {
     QString error;
-    const QString id = resolveRoom(reference, m_parlo->chatRooms(), &error);
+    const QList<IMRoomPtr> rooms = knownRooms();
+    const QString id = resolveRoom(reference, rooms, &error);
     if (id.isEmpty()) {
         m_printer.error(ExitUsage, QStringLiteral("%1: %2").arg(o.command, error));
         done(ExitUsage);
         return false;
     }
-    for (const IMRoomPtr &listed : m_parlo->chatRooms()) {
+    for (const IMRoomPtr &listed : rooms) {
         if (listed->objectID() == id) {
             *room = listed;
             return true;
@@ -261,6 +282,7 @@ void Session::run(const Options &o, Done done)
         m_parlo->joinRoom(
             room,
             [this, done](const IMRoomPtr &joined) {
+                remember({joined});
                 m_printer.result(roomLine(joined, m_me));
                 done(ExitOk);
             },
@@ -490,7 +512,7 @@ void Session::waitForNotification(const QString &name, std::function<bool(const 
 void Session::runRead(const Options &o, const IMRoomPtr &room, Done done)
 {
     bool listed = false;
-    for (const IMRoomPtr &r : m_parlo->chatRooms())
+    for (const IMRoomPtr &r : knownRooms())
         listed = listed || r->objectID() == room->objectID();
     if (!listed) {
         m_printer.error(ExitRefused, QStringLiteral("read: you are not in room %1").arg(o.args.value(0)));
@@ -540,6 +562,7 @@ void Session::runOpenLink(const Options &o, Done done)
     m_parlo->roomWithRoomID(
         id,
         [this, done](const IMRoomPtr &room) {
+            remember({room});
             m_printer.result(roomLine(room, m_me));
             done(ExitOk);
         },
@@ -600,7 +623,7 @@ void Session::ParloDidUpdateReadTimeWithRoom(const IMRoomPtr &room)
         return;
     // The pushed room carries no name: take the listed one's.
     IMRoomPtr named = room;
-    for (const IMRoomPtr &r : m_parlo->chatRooms())
+    for (const IMRoomPtr &r : knownRooms())
         if (r->objectID() == id)
             named = r;
     for (const auto &receipt : receipts) {

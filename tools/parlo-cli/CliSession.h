@@ -49,6 +49,7 @@ private:
     void chatIn(bool mayRepair);
     void ready();
     void remember(const QList<IMRoomPtr> &rooms);
+    QList<IMRoomPtr> knownRooms();
     void countEvent();
 
     // Runs one command; `done` is called exactly once.
@@ -91,6 +92,7 @@ private:
     Done m_watchDone;
     QMap<QString, QStringList> m_members;
     QMap<QString, QVariantMap> m_readTimes;
+    QList<IMRoomPtr> m_otherRooms;
 
     // The interactive mode.
     std::unique_ptr<QSocketNotifier> m_input;

@@ -1,0 +1,251 @@
+// Two parlo-cli users against the reference server, each with its own profile, checked by what
+// each prints and by its exit codes.
+#include "NodeProcess.h"
+#include "QtPrinters.h"
+#include "TestUtil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+const QString kApiKey = QStringLiteral("cli-api");
+const QString kClientKey = QStringLiteral("cli-client");
+
+struct CliRun
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+QList<QVariantMap> jsonLines(const QString &text)
+{
+    QList<QVariantMap> records;
+    for (const QString &line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        records.append(QJsonDocument::fromJson(line.toUtf8()).toVariant().toMap());
+    return records;
+}
+
+class CliEndToEnd : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        dir = makeTempDir();
+        server = std::make_unique<NodeProcess>(
+            QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
+            QStringList{"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--data", dir + "/server"},
+            QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+        ASSERT_TRUE(server->start()) << server->errorText().toStdString();
+        url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
+    }
+
+    std::unique_ptr<QProcess> process(const QString &user, const QStringList &args)
+    {
+        auto p = std::make_unique<QProcess>();
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const QString &key : env.keys())
+            if (key.startsWith(QLatin1String("PARLO_")))
+                env.remove(key);
+        p->setProcessEnvironment(env);
+        p->setProgram(QStringLiteral(PARLO_CLI_PATH));
+        p->setArguments(QStringList{"--url", url, "--api-key", kApiKey, "--client-key", kClientKey, "--profile",
+                                    dir + "/" + user}
+                        + args);
+        return p;
+    }
+
+    CliRun cli(const QString &user, const QStringList &args)
+    {
+        auto p = process(user, args);
+        p->start();
+        CliRun run;
+        if (!p->waitForStarted(10000) || !p->waitForFinished(30000)) {
+            p->kill();
+            p->waitForFinished();
+            ADD_FAILURE() << "parlo-cli " << args.join(' ').toStdString() << " did not finish";
+        }
+        run.code = p->exitStatus() == QProcess::NormalExit ? p->exitCode() : -1;
+        run.out = QString::fromUtf8(p->readAllStandardOutput());
+        run.err = QString::fromUtf8(p->readAllStandardError());
+        return run;
+    }
+
+    // Runs and expects success, reporting what it printed otherwise.
+    CliRun ok(const QString &user, const QStringList &args)
+    {
+        CliRun run = cli(user, args);
+        EXPECT_EQ(run.code, 0) << user.toStdString() << ": " << args.join(' ').toStdString() << "\n"
+                               << run.out.toStdString() << run.err.toStdString();
+        return run;
+    }
+
+    QString dir;
+    QString url;
+    std::unique_ptr<NodeProcess> server;
+};
+
+} // namespace
+
+TEST_F(CliEndToEnd, TwoUsersTalkAndEachSeesTheOther)
+{
+    EXPECT_TRUE(ok("alice", {"signup", "--client-id", "alice", "--name", "Alice"}).out.contains("signed in as alice (Alice)"));
+    // One-shot commands may also sign up on the way.
+    ok("bob", {"--client-id", "bob", "--name", "Bob", "rooms"});
+
+    const QList<QVariantMap> created = jsonLines(ok("alice", {"--json", "create-room", "Lunch", "--member", "bob"}).out);
+    ASSERT_EQ(created.size(), 1);
+    const QString roomID = created[0].value("id").toString();
+    ASSERT_FALSE(roomID.isEmpty());
+    EXPECT_EQ(created[0].value("members").toStringList(), (QStringList{"alice", "bob"}));
+    EXPECT_TRUE(ok("alice", {"send", "Lunch", "hello", "bob"}).out.contains("Alice: hello bob"));
+
+    // Bob finds the room by its name with one unread message, and the message in its history.
+    const CliRun rooms = ok("bob", {"rooms"});
+    EXPECT_TRUE(rooms.out.contains("Lunch")) << rooms.out.toStdString();
+    EXPECT_TRUE(rooms.out.contains("1 unread"));
+    EXPECT_TRUE(rooms.out.contains("Alice: hello bob"));
+    EXPECT_TRUE(ok("bob", {"history", roomID}).out.contains("Alice: hello bob"));
+
+    // Alice watches while Bob answers and reads: she sees both, live, and stops by herself.
+    auto watch = process("alice", {"--json", "watch", "--count", "2"});
+    watch->start();
+    QString watched;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            watched += QString::fromUtf8(watch->readAllStandardOutput());
+            return watched.contains("\"watching\"");
+        },
+        15000))
+        << QString::fromUtf8(watch->readAllStandardError()).toStdString();
+    ok("bob", {"send", "Lunch", "hi alice"});
+    EXPECT_TRUE(ok("bob", {"read", "Lunch"}).out.contains("marked Lunch read"));
+    ASSERT_TRUE(watch->waitForFinished(15000)) << watched.toStdString();
+    EXPECT_EQ(watch->exitCode(), 0);
+    watched += QString::fromUtf8(watch->readAllStandardOutput());
+    const QList<QVariantMap> events = jsonLines(watched);
+    ASSERT_EQ(events.size(), 3) << watched.toStdString();
+    EXPECT_EQ(events[1].value("event"), "message");
+    EXPECT_EQ(events[1].value("message"), "hi alice");
+    EXPECT_EQ(events[1].value("sender"), "bob");
+    EXPECT_EQ(events[1].value("room"), roomID);
+    EXPECT_EQ(events[2].value("event"), "read");
+    EXPECT_EQ(events[2].value("reader"), "bob");
+    EXPECT_EQ(events[2].value("roomName"), "Lunch");
+
+    // Pages: the newest message, then the one before it.
+    const QList<QVariantMap> page = jsonLines(ok("alice", {"--json", "history", "Lunch", "--limit", "1"}).out);
+    ASSERT_EQ(page.size(), 2);
+    EXPECT_EQ(page[0].value("message"), "hi alice");
+    const QString older = page[1].value("older").toString();
+    ASSERT_FALSE(older.isEmpty());
+    const QList<QVariantMap> before = jsonLines(ok("alice", {"--json", "history", "Lunch", "--before", older}).out);
+    ASSERT_FALSE(before.isEmpty());
+    EXPECT_EQ(before[0].value("message"), "hello bob");
+
+    // Archiving shows in Alice's list.
+    ok("alice", {"archive", "Lunch"});
+    EXPECT_TRUE(ok("alice", {"rooms"}).out.contains("(archived)"));
+}
+
+TEST_F(CliEndToEnd, PicturesGoUpAndFilesComeDownWithProgressAndLinksOpenPublicRooms)
+{
+    ok("alice", {"signup", "--client-id", "alice"});
+    ok("bob", {"signup", "--client-id", "bob"});
+    ok("alice", {"create-room", "Photos", "--member", "bob"});
+    const QString picture = dir + "/picture.png";
+    ok("alice", {"make-picture", picture, "--size", "40"});
+
+    const CliRun sent = ok("alice", {"send-picture", "Photos", picture});
+    EXPECT_TRUE(sent.err.contains("upload picture.png [") && sent.err.contains("100%")) << sent.err.toStdString();
+    EXPECT_TRUE(sent.out.contains("[picture ")) << sent.out.toStdString();
+
+    const QList<QVariantMap> history = jsonLines(ok("bob", {"--json", "history", "Photos"}).out);
+    ASSERT_EQ(history.size(), 2);
+    EXPECT_EQ(history[0].value("messageType"), "image");
+    const QString name = history[0].value("message").toString();
+    const QString saved = dir + "/saved.png";
+    const CliRun fetched = ok("bob", {"download", name, "--out", saved});
+    EXPECT_TRUE(fetched.err.contains("100%")) << fetched.err.toStdString();
+    QFile a(picture), b(saved);
+    ASSERT_TRUE(a.open(QIODevice::ReadOnly) && b.open(QIODevice::ReadOnly));
+    EXPECT_EQ(a.readAll(), b.readAll());
+
+    // A join link opens a public room; a private room's link is refused by the server.
+    ok("alice", {"create-room", "Lobby", "--public"});
+    const QString lobby = ok("alice", {"link", "Lobby"}).out.trimmed();
+    EXPECT_TRUE(lobby.startsWith("parlo://parlo.integrate/joinRoom/")) << lobby.toStdString();
+    EXPECT_TRUE(ok("bob", {"open-link", lobby}).out.contains("Lobby"));
+    EXPECT_TRUE(ok("bob", {"rooms"}).out.contains("Lobby"));
+    const QString photos = ok("alice", {"link", "Photos"}).out.trimmed();
+    ok("carol", {"signup", "--client-id", "carol"});
+    const CliRun refused = cli("carol", {"open-link", photos});
+    EXPECT_EQ(refused.code, 4);
+    EXPECT_TRUE(refused.err.contains("403")) << refused.err.toStdString();
+}
+
+TEST_F(CliEndToEnd, FailuresEndWithTheDocumentedExitCodesAndMessages)
+{
+    // Bad arguments: usage, nothing sent.
+    CliRun run = cli("alice", {"history"});
+    EXPECT_EQ(run.code, 2);
+    EXPECT_TRUE(run.err.contains("usage: parlo-cli history ROOM"));
+    run = cli("alice", {"send-picture", "Lunch", dir + "/missing.png"});
+    EXPECT_EQ(run.code, 2); // nobody is signed in with this fresh profile
+    EXPECT_TRUE(run.err.contains("nobody is signed in")) << run.err.toStdString();
+
+    ok("alice", {"signup", "--client-id", "alice"});
+    run = cli("alice", {"send-picture", "Lunch", dir + "/missing.png"});
+    EXPECT_EQ(run.code, 2);
+    EXPECT_TRUE(run.err.contains("cannot read")) << run.err.toStdString();
+
+    // Refused: the server's status and text, also as a JSON record for scripts.
+    run = cli("alice", {"--json", "history", "no-such-room"});
+    EXPECT_EQ(run.code, 4);
+    const QList<QVariantMap> records = jsonLines(run.out);
+    ASSERT_EQ(records.size(), 1) << run.out.toStdString();
+    EXPECT_EQ(records[0].value("type"), "error");
+    EXPECT_EQ(records[0].value("exitCode").toInt(), 4);
+    EXPECT_TRUE(records[0].value("message").toString().contains("404"));
+    run = cli("alice", {"--api-key", "wrong", "rooms"});
+    EXPECT_EQ(run.code, 4);
+    EXPECT_TRUE(run.err.contains("401")) << run.err.toStdString();
+
+    // Unreachable: a closed port, then a server that stopped.
+    run = cli("alice", {"--url", "http://127.0.0.1:1", "rooms"});
+    EXPECT_EQ(run.code, 3);
+    EXPECT_TRUE(run.err.contains("cannot reach the server")) << run.err.toStdString();
+    server->stop();
+    run = cli("alice", {"--timeout", "2", "rooms"});
+    EXPECT_EQ(run.code, 3) << run.err.toStdString();
+}
+
+TEST_F(CliEndToEnd, TheInteractiveModeRunsLinesInOrderAndShowsEvents)
+{
+    ok("alice", {"signup", "--client-id", "alice"});
+    ok("bob", {"signup", "--client-id", "bob"});
+    auto shell = process("alice", {});
+    shell->start();
+    ASSERT_TRUE(shell->waitForStarted(10000));
+    shell->write("create-room Desk --member bob\nsend Desk 'first line'\nnot-a-command\nhistory Desk\n");
+    shell->closeWriteChannel();
+    ASSERT_TRUE(shell->waitForFinished(20000));
+    const QString out = QString::fromUtf8(shell->readAllStandardOutput());
+    const QString err = QString::fromUtf8(shell->readAllStandardError());
+    // The bad line is reported and the run ends with its code; the others still ran, in order.
+    EXPECT_EQ(shell->exitCode(), 2) << err.toStdString();
+    EXPECT_TRUE(err.contains("unknown command \"not-a-command\""));
+    const qsizetype roomAt = out.indexOf("Desk");
+    const qsizetype historyAt = out.lastIndexOf("alice: first line");
+    EXPECT_GE(roomAt, 0) << out.toStdString();
+    EXPECT_GT(historyAt, roomAt) << out.toStdString();
+    // Its own message came back as a pushed event too.
+    EXPECT_TRUE(out.contains("message  Desk  alice (you): first line")) << out.toStdString();
+}
