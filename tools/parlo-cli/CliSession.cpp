@@ -594,6 +594,10 @@ void Session::countEvent()
 
 void Session::ParloDidReceiveMessage(const IMMessagePtr &message)
 {
+    // Writing counts as reading: the pushed room carries the read times as they are now, so a
+    // later receipt reports only real reads.
+    if (const IMRoomPtr room = message->room(); room && !room->readTime().isEmpty())
+        m_readTimes.insert(room->objectID(), room->readTime());
     if (!m_watching)
         return;
     m_printer.result(messageEvent(message, m_me));
@@ -605,6 +609,8 @@ void Session::ParloDidJoinedWithRoom(const IMRoomPtr &room)
     const QString id = room->objectID();
     const QStringList joiners = m_members.contains(id) ? newMembers(m_members.value(id), room) : QStringList{m_me};
     m_members.insert(id, memberIDs(room));
+    if (!m_readTimes.contains(id))
+        m_readTimes.insert(id, room->readTime());
     if (!m_watching)
         return;
     m_printer.result(joinedEvent(room, joiners, m_me));
