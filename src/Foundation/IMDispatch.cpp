@@ -1,79 +1,171 @@
 #include "IMDispatch.h"
 
 #include <QCoreApplication>
-#include <QMetaObject>
-#include <QMutex>
-#include <QRunnable>
+#include <QEvent>
+#include <QObject>
 #include <QThread>
-#include <QThreadPool>
 #include <QTimer>
-#include <QWaitCondition>
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+// Blocks travel between threads through the queue's own mutex-protected list, never inside a
+// Qt event: the hand-over is then visible to ThreadSanitizer (Qt's own locks, in a library not
+// built with it, are not). Qt is used only to wake the main thread, with an event that carries
+// nothing.
+
+namespace {
+using Clock = std::chrono::steady_clock;
+
+class MainWaker : public QObject
+{
+public:
+    std::function<void()> drain;
+
+protected:
+    void customEvent(QEvent *) override { drain(); }
+};
+} // namespace
 
 struct IMDispatchQueue::Private
 {
     Kind kind;
     QString label;
-    QThread *thread = nullptr;   // serial queues only
-    QObject *context = nullptr;  // lives on `thread`
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<Block> pending;
+    std::multimap<Clock::time_point, Block> timed; // serial and global queues
+    bool wakePosted = false;                        // main queue
+    bool stopping = false;                          // serial queue
+    MainWaker *waker = nullptr;                     // main queue
+    std::vector<std::thread> threads;               // one for a serial queue, a pool for the global one
+    std::vector<std::thread::id> threadIds;
+
+    // Runs queued blocks on a worker thread until the queue stops (serial) or for ever (global).
+    void work()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            const Clock::time_point now = Clock::now();
+            while (!timed.empty() && timed.begin()->first <= now) {
+                pending.push_back(std::move(timed.begin()->second));
+                timed.erase(timed.begin());
+            }
+            if (!pending.empty()) {
+                Block block = std::move(pending.front());
+                pending.pop_front();
+                lock.unlock();
+                block();
+                block = nullptr;
+                lock.lock();
+                continue;
+            }
+            if (stopping)
+                return;
+            if (timed.empty())
+                wake.wait(lock);
+            else
+                wake.wait_until(lock, timed.begin()->first);
+        }
+    }
+
+    void drainMain()
+    {
+        std::deque<Block> batch;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            batch.swap(pending);
+            wakePosted = false;
+        }
+        for (Block &block : batch)
+            block();
+    }
 };
 
-IMDispatchQueue::IMDispatchQueue(Kind kind, const QString &label) : d(new Private{kind, label})
+IMDispatchQueue::IMDispatchQueue(Kind kind, const QString &label) : d(new Private)
 {
+    d->kind = kind;
+    d->label = label;
+    if (kind == Kind::Main) {
+        d->waker = new MainWaker;
+        Private *p = d.get();
+        d->waker->drain = [p] { p->drainMain(); };
+        if (QCoreApplication *app = QCoreApplication::instance())
+            d->waker->moveToThread(app->thread());
+    } else if (kind == Kind::Global) {
+        const int count = std::max(2, QThread::idealThreadCount());
+        for (int i = 0; i < count; ++i) {
+            d->threads.emplace_back([p = d.get()] { p->work(); });
+            d->threadIds.push_back(d->threads.back().get_id());
+            d->threads.back().detach(); // the global queue lives as long as the process
+        }
+    }
 }
 
-IMDispatchQueue::IMDispatchQueue(const QString &label) : d(new Private{Kind::Serial, label})
+IMDispatchQueue::IMDispatchQueue(const QString &label) : d(new Private)
 {
-    d->thread = new QThread;
-    d->thread->setObjectName(label);
-    d->context = new QObject;
-    d->context->moveToThread(d->thread);
-    QObject::connect(d->thread, &QThread::finished, d->context, &QObject::deleteLater);
-    d->thread->start();
+    d->kind = Kind::Serial;
+    d->label = label;
+    d->threads.emplace_back([p = d.get()] { p->work(); });
+    d->threadIds.push_back(d->threads.back().get_id());
 }
 
 IMDispatchQueue::~IMDispatchQueue()
 {
     if (d->kind != Kind::Serial)
         return;
+    {
+        // Blocks already queued still run; blocks waiting for a delay are dropped.
+        std::lock_guard<std::mutex> lock(d->mutex);
+        d->stopping = true;
+        d->timed.clear();
+    }
+    d->wake.notify_all();
     if (isCurrent()) {
-        // Destroyed from one of its own blocks: let the thread finish on its own.
-        QThread *thread = d->thread;
-        QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
-        thread->quit();
+        // Destroyed from one of its own blocks: the thread finishes the queue on its own.
+        d->threads.front().detach();
+        d.release(); // the thread still uses the state; it is left for the life of the process
         return;
     }
-    // Everything queued before this point runs first: the quit request is queued behind it.
-    QThread *thread = d->thread;
-    QMetaObject::invokeMethod(d->context, [thread] { thread->quit(); }, Qt::QueuedConnection);
-    thread->wait();
-    delete thread;
+    d->threads.front().join();
 }
 
 IMDispatchQueue *IMDispatchQueue::mainQueue()
 {
-    static IMDispatchQueue queue(Kind::Main, QStringLiteral("main"));
-    return &queue;
+    static IMDispatchQueue *queue = new IMDispatchQueue(Kind::Main, QStringLiteral("main"));
+    return queue;
 }
 
 IMDispatchQueue *IMDispatchQueue::globalQueue()
 {
-    static IMDispatchQueue queue(Kind::Global, QStringLiteral("global"));
-    return &queue;
+    static IMDispatchQueue *queue = new IMDispatchQueue(Kind::Global, QStringLiteral("global"));
+    return queue;
 }
 
 void IMDispatchQueue::async(Block block)
 {
-    switch (d->kind) {
-    case Kind::Main:
-        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(block), Qt::QueuedConnection);
-        break;
-    case Kind::Global:
-        QThreadPool::globalInstance()->start(std::move(block));
-        break;
-    case Kind::Serial:
-        QMetaObject::invokeMethod(d->context, std::move(block), Qt::QueuedConnection);
-        break;
+    if (d->kind == Kind::Main) {
+        bool post = false;
+        {
+            std::lock_guard<std::mutex> lock(d->mutex);
+            d->pending.push_back(std::move(block));
+            post = !d->wakePosted;
+            d->wakePosted = true;
+        }
+        if (post)
+            QCoreApplication::postEvent(d->waker, new QEvent(QEvent::User));
+        return;
     }
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        d->pending.push_back(std::move(block));
+    }
+    d->wake.notify_one();
 }
 
 void IMDispatchQueue::sync(const Block &block)
@@ -82,45 +174,41 @@ void IMDispatchQueue::sync(const Block &block)
         block();
         return;
     }
-    QMutex mutex;
-    QWaitCondition done;
+    std::mutex mutex;
+    std::condition_variable done;
     bool finished = false;
     async([&] {
         block();
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         finished = true;
-        done.wakeAll();
+        done.notify_all();
     });
-    QMutexLocker lock(&mutex);
-    while (!finished)
-        done.wait(&mutex);
+    std::unique_lock<std::mutex> lock(mutex);
+    done.wait(lock, [&] { return finished; });
 }
 
 void IMDispatchQueue::after(double seconds, Block block)
 {
     const int ms = seconds <= 0 ? 0 : int(seconds * 1000.0 + 0.5);
-    if (d->kind == Kind::Global) {
-        IMDispatchAfter(seconds, [this, block = std::move(block)]() mutable { async(std::move(block)); });
+    if (d->kind == Kind::Main) {
+        // The timer is started on the main thread, from a block that already crossed over.
+        MainWaker *waker = d->waker;
+        async([waker, ms, block = std::move(block)]() mutable { QTimer::singleShot(ms, waker, std::move(block)); });
         return;
     }
-    QObject *context = d->kind == Kind::Main ? QCoreApplication::instance() : d->context;
-    // The timer must be started on the thread that owns the context.
-    QMetaObject::invokeMethod(
-        context, [context, ms, block = std::move(block)]() mutable { QTimer::singleShot(ms, context, std::move(block)); },
-        Qt::QueuedConnection);
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        d->timed.emplace(Clock::now() + std::chrono::milliseconds(ms), std::move(block));
+    }
+    d->wake.notify_one();
 }
 
 bool IMDispatchQueue::isCurrent() const
 {
-    switch (d->kind) {
-    case Kind::Main:
+    if (d->kind == Kind::Main)
         return IMIsMainThread();
-    case Kind::Global:
-        return false;
-    case Kind::Serial:
-        return QThread::currentThread() == d->thread;
-    }
-    return false;
+    const std::thread::id me = std::this_thread::get_id();
+    return std::find(d->threadIds.begin(), d->threadIds.end(), me) != d->threadIds.end();
 }
 
 QString IMDispatchQueue::label() const

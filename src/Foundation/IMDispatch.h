@@ -5,7 +5,7 @@
 #include <memory>
 
 //! A queue that runs blocks: the main queue (the Qt main thread's event loop), the global
-//! queue (Qt's global thread pool) or a serial queue with a thread of its own.
+//! queue (a pool of worker threads) or a serial queue with a thread of its own.
 class IMDispatchQueue
 {
 public:
@@ -13,12 +13,12 @@ public:
 
     //! The main queue: blocks run on the thread of the QCoreApplication, from its event loop.
     static IMDispatchQueue *mainQueue();
-    //! The global concurrent queue: blocks run on QThreadPool::globalInstance().
+    //! The global concurrent queue: blocks run on a shared pool of worker threads.
     static IMDispatchQueue *globalQueue();
 
     //! A serial queue labelled `label`, running its blocks one at a time, in order, on its own thread.
     explicit IMDispatchQueue(const QString &label);
-    //! Runs the blocks already queued, then stops the queue's thread.
+    //! Runs the blocks already queued (dropping those still waiting for a delay), then stops the thread.
     ~IMDispatchQueue();
     IMDispatchQueue(const IMDispatchQueue &) = delete;
     IMDispatchQueue &operator=(const IMDispatchQueue &) = delete;
@@ -29,7 +29,7 @@ public:
     void sync(const Block &block);
     //! Queues `block` to run on this queue after `seconds`.
     void after(double seconds, Block block);
-    //! True when the calling thread is this queue's (always false for the global queue).
+    //! True when the calling thread is this queue's (for the global queue: one of its threads).
     bool isCurrent() const;
     //! The label given at creation ("main" and "global" for the shared queues).
     QString label() const;
