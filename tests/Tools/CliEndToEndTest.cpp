@@ -113,6 +113,9 @@ TEST_F(CliEndToEnd, TwoUsersTalkAndEachSeesTheOther)
     EXPECT_TRUE(rooms.out.contains("1 unread"));
     EXPECT_TRUE(rooms.out.contains("Alice: hello bob"));
     EXPECT_TRUE(ok("bob", {"history", roomID}).out.contains("Alice: hello bob"));
+    // The older protocol revision and long-polling only reach the same server.
+    EXPECT_TRUE(ok("bob", {"--protocol", "3", "--transport", "polling", "rooms"}).out.contains("Lunch"));
+    EXPECT_TRUE(ok("bob", {"--transport", "websocket", "rooms"}).out.contains("Lunch"));
 
     // Alice watches while Bob answers and reads: she sees both, live, and stops by herself.
     auto watch = process("alice", {"--json", "watch", "--count", "2"});
