@@ -475,6 +475,7 @@ private:
 
     // Session, rooms, messages and URL scheme internals
     void mergeAppendedRooms(const QList<IMRoomPtr> &rooms);
+    void agentRoomList(const QString &path, RoomsSuccess success, Failure failure, RoomsComplete complete);
     void announceRooms();
     void keepUpdatingRooms(RoomsComplete complete);
     void loadMessagePage(const IMRoomPtr &room, const QString &path, MessagesSuccess success, Failure failure);

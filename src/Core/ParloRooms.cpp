@@ -311,27 +311,22 @@ void Parlo::keepUpdatingRooms(RoomsComplete complete)
 void Parlo::needAgentListForTovoAgentWithParames(const QVariantMap &params, RoomsSuccess success, Failure failure,
                                                  RoomsComplete complete)
 {
-    QPointer<Parlo> self(this);
-    emitWithMethod(
-        0, roomItem(agentPath(QStringLiteral("/room/needAgentList"), params, true), header()),
-        [self, success, complete](const QVariant &body) {
-            const QList<IMRoomPtr> rooms = IMRoom::arrayOfModelsFromDictionaries(body.toList());
-            if (success)
-                success(rooms);
-            if (complete)
-                complete(IMError(), rooms);
-            if (self)
-                self->mergeAppendedRooms(rooms);
-        },
-        listFailure(failure, complete));
+    agentRoomList(agentPath(QStringLiteral("/room/needAgentList"), params, true), std::move(success),
+                  std::move(failure), std::move(complete));
 }
 
 void Parlo::roomListForTovoAgentWithParams(const QVariantMap &params, RoomsSuccess success, Failure failure,
                                            RoomsComplete complete)
 {
+    agentRoomList(agentPath(QStringLiteral("/room/list"), params, false), std::move(success), std::move(failure),
+                  std::move(complete));
+}
+
+void Parlo::agentRoomList(const QString &path, RoomsSuccess success, Failure failure, RoomsComplete complete)
+{
     QPointer<Parlo> self(this);
     emitWithMethod(
-        0, roomItem(agentPath(QStringLiteral("/room/list"), params, false), header()),
+        0, roomItem(path, header()),
         [self, success, complete](const QVariant &body) {
             const QList<IMRoomPtr> rooms = IMRoom::arrayOfModelsFromDictionaries(body.toList());
             if (success)
