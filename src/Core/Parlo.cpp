@@ -152,6 +152,13 @@ void Parlo::postNotificationName(const QString &name, const QVariant &object)
     IMNotificationCenter::defaultCenter()->post(name, object, QVariantMap{{QStringLiteral("object"), object}});
 }
 
+void Parlo::announceBadge(const IMBadgePtr &badge)
+{
+    if (ParloDelegate *delegate = d->delegate)
+        delegate->ParloDidUpdateBadge(badge);
+    postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badge));
+}
+
 void Parlo::logDictionaryIfNeeded(const QVariantMap &record)
 {
     if (d->log) {

@@ -475,6 +475,8 @@ private:
 
     // Session, rooms, messages and URL scheme internals
     void mergeAppendedRooms(const QList<IMRoomPtr> &rooms);
+    void joinByID(const QString &roomID, void (Parlo::*join)(const IMRoomPtr &, RoomSuccess, Failure));
+    void announceBadge(const IMBadgePtr &badge);
     void agentRoomList(const QString &path, RoomsSuccess success, Failure failure, RoomsComplete complete);
     void announceRooms();
     void keepUpdatingRooms(RoomsComplete complete);

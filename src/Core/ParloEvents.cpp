@@ -140,9 +140,7 @@ void Parlo::handleMessage(const QVariantList &data)
     IMBadgePtr badgeRecord = badge();
     badgeRecord->setTotal(payload.value(QStringLiteral("totalBadge")).toInt());
     PARLO_LOG("data", QStringLiteral("badge.total :%1").arg(badgeRecord->total()));
-    if (ParloDelegate *delegate = d->delegate)
-        delegate->ParloDidUpdateBadge(badgeRecord);
-    postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badgeRecord));
+    announceBadge(badgeRecord);
     if (ParloDelegate *delegate = d->delegate)
         delegate->ParloDidReceiveMessage(message);
 

@@ -166,9 +166,7 @@ void Parlo::updateReadTimeWithRoom(const IMRoomPtr &room, bool echoToRoom)
     const IMBadgePtr badgeRecord = badge();
     badgeRecord->setTotal(badgeRecord->total() - (room ? room->badge() : 0));
     IMPlatform::instance()->setApplicationIconBadgeNumber(badgeRecord->total());
-    if (ParloDelegate *delegate = d->delegate)
-        delegate->ParloDidUpdateBadge(badgeRecord);
-    postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badgeRecord));
+    announceBadge(badgeRecord);
 
     if (!d->readReportGate) {
         auto gate = std::make_shared<ParloReadReportGate>();

@@ -168,24 +168,20 @@ void Parlo::tovoAgentJoinRoom(const IMRoomPtr &room, RoomSuccess success, Failur
 
 void Parlo::joinRoomWithID(const QString &roomID)
 {
-    auto room = std::make_shared<IMRoom>();
-    room->setObjectID(roomID);
-    QPointer<Parlo> self(this);
-    joinRoom(
-        room,
-        [self](const IMRoomPtr &joined) {
-            if (self)
-                self->mergeAppendedRooms({joined});
-        },
-        [](const IMError &error) { qCWarning(lcParlo).noquote() << error.description(); });
+    joinByID(roomID, &Parlo::joinRoom);
 }
 
 void Parlo::tovoAgentJoinRoomWithID(const QString &roomID)
 {
+    joinByID(roomID, &Parlo::tovoAgentJoinRoom);
+}
+
+void Parlo::joinByID(const QString &roomID, void (Parlo::*join)(const IMRoomPtr &, RoomSuccess, Failure))
+{
     auto room = std::make_shared<IMRoom>();
     room->setObjectID(roomID);
     QPointer<Parlo> self(this);
-    tovoAgentJoinRoom(
+    (this->*join)(
         room,
         [self](const IMRoomPtr &joined) {
             if (self)

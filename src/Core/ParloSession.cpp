@@ -118,9 +118,7 @@ void Parlo::chatinSuccess(ClientSuccess success, Failure failure)
             p->postNotificationName(kParloDidChatIn, QVariant::fromValue(client));
             const IMBadgePtr badge = p->badge();
             badge->setTotal(body.toMap().value(QStringLiteral("totalBadge")).toInt());
-            if (ParloDelegate *delegate = p->d->delegate)
-                delegate->ParloDidUpdateBadge(badge);
-            p->postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badge));
+            p->announceBadge(badge);
             p->execQueue();
         },
         std::move(failure));
@@ -238,9 +236,7 @@ void Parlo::badgeSuccess(BadgeSuccess success, Failure failure)
                 success(badge);
             if (!self)
                 return;
-            if (ParloDelegate *delegate = self->d->delegate)
-                delegate->ParloDidUpdateBadge(badge);
-            self->postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badge));
+            self->announceBadge(badge);
         },
         std::move(failure));
 }
@@ -257,9 +253,7 @@ void Parlo::badgeTotalSuccess(BadgeSuccess success, Failure failure)
                 success(badge);
             if (!self)
                 return;
-            if (ParloDelegate *delegate = self->d->delegate)
-                delegate->ParloDidUpdateBadge(badge);
-            self->postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badge));
+            self->announceBadge(badge);
         },
         std::move(failure));
 }
