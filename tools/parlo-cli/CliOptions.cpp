@@ -74,39 +74,39 @@ const CommandSpec kCommands[] = {
 
 const OptionSpec *findOption(const QString &name)
 {
-    for (const OptionSpec &spec : kOptions)
-        if (name == QLatin1String(spec.name))
-            return &spec;
+    for (const OptionSpec &entry : kOptions)
+        if (name == QLatin1String(entry.name))
+            return &entry;
     return nullptr;
 }
 
 const CommandSpec *findCommand(const QString &name)
 {
-    for (const CommandSpec &spec : kCommands)
-        if (name == QLatin1String(spec.name))
-            return &spec;
+    for (const CommandSpec &entry : kCommands)
+        if (name == QLatin1String(entry.name))
+            return &entry;
     return nullptr;
 }
 
-bool appliesTo(const OptionSpec &spec, const QString &command)
+bool appliesTo(const OptionSpec &entry, const QString &command)
 {
-    if (!spec.commands)
+    if (!entry.commands)
         return true;
-    return QString::fromLatin1(spec.commands).split(QLatin1Char(' ')).contains(command);
+    return QString::fromLatin1(entry.commands).split(QLatin1Char(' ')).contains(command);
 }
 
 struct Pending
 {
-    const OptionSpec *spec;
+    const OptionSpec *entry;
     QString value;
 };
 
 // Applies one option's value; returns an error text or an empty one.
-QString apply(Options &o, const OptionSpec &spec, const QString &value)
+QString apply(Options &o, const OptionSpec &entry, const QString &value)
 {
-    const QString name = QString::fromLatin1(spec.name);
+    const QString name = QString::fromLatin1(entry.name);
     int number = 0;
-    if (spec.kind == Kind::Int) {
+    if (entry.kind == Kind::Int) {
         bool ok = false;
         number = value.toInt(&ok);
         if (!ok || number < 0)
@@ -227,28 +227,28 @@ ParseResult parse(const QStringList &arguments, Options base, bool allowConnecti
             name = name.left(eq);
             hasValue = true;
         }
-        const OptionSpec *spec = findOption(name);
-        if (!spec) {
+        const OptionSpec *entry = findOption(name);
+        if (!entry) {
             result.error = QStringLiteral("unknown option --%1").arg(name);
             return result;
         }
-        if (!spec->commands && !allowConnectionOptions) {
+        if (!entry->commands && !allowConnectionOptions) {
             result.error = QStringLiteral("--%1 is set when parlo-cli starts").arg(name);
             return result;
         }
-        if (spec->kind == Kind::Flag) {
+        if (entry->kind == Kind::Flag) {
             if (hasValue) {
                 result.error = QStringLiteral("--%1 takes no value").arg(name);
                 return result;
             }
         } else if (!hasValue) {
             if (i + 1 >= arguments.size()) {
-                result.error = QStringLiteral("--%1 needs a value (%2)").arg(name, QString::fromLatin1(spec->value));
+                result.error = QStringLiteral("--%1 needs a value (%2)").arg(name, QString::fromLatin1(entry->value));
                 return result;
             }
             value = arguments[++i];
         }
-        pending.append({spec, value});
+        pending.append({entry, value});
     }
 
     Options &o = result.options;
@@ -274,11 +274,11 @@ ParseResult parse(const QStringList &arguments, Options base, bool allowConnecti
         return result;
     }
     for (const Pending &p : pending) {
-        if (!appliesTo(*p.spec, command)) {
-            result.error = QStringLiteral("--%1 does not apply to %2").arg(QString::fromLatin1(p.spec->name), command);
+        if (!appliesTo(*p.entry, command)) {
+            result.error = QStringLiteral("--%1 does not apply to %2").arg(QString::fromLatin1(p.entry->name), command);
             return result;
         }
-        if (QString e = apply(o, *p.spec, p.value); !e.isEmpty()) {
+        if (QString e = apply(o, *p.entry, p.value); !e.isEmpty()) {
             result.error = e;
             return result;
         }
@@ -401,19 +401,19 @@ bool isLocalCommand(const QString &command)
 
 QString usageText(const QString &topic)
 {
-    auto optionLine = [](const OptionSpec &spec) {
-        QString left = QStringLiteral("  --%1").arg(QString::fromLatin1(spec.name));
-        if (spec.value)
-            left += QLatin1Char(' ') + QString::fromLatin1(spec.value);
-        return left.leftJustified(26) + QLatin1Char(' ') + QString::fromLatin1(spec.help) + QLatin1Char('\n');
+    auto optionLine = [](const OptionSpec &entry) {
+        QString left = QStringLiteral("  --%1").arg(QString::fromLatin1(entry.name));
+        if (entry.value)
+            left += QLatin1Char(' ') + QString::fromLatin1(entry.value);
+        return left.leftJustified(26) + QLatin1Char(' ') + QString::fromLatin1(entry.help) + QLatin1Char('\n');
     };
     if (const CommandSpec *cmd = topic.isEmpty() ? nullptr : findCommand(topic)) {
         QString text = QStringLiteral("usage: parlo-cli [options] %1\n%2\n")
                            .arg(QString::fromLatin1(cmd->synopsis), QString::fromLatin1(cmd->summary));
         QString own;
-        for (const OptionSpec &spec : kOptions)
-            if (spec.commands && appliesTo(spec, topic))
-                own += optionLine(spec);
+        for (const OptionSpec &entry : kOptions)
+            if (entry.commands && appliesTo(entry, topic))
+                own += optionLine(entry);
         if (!own.isEmpty())
             text += QStringLiteral("\noptions of %1:\n").arg(topic) + own;
         return text;
@@ -426,9 +426,9 @@ QString usageText(const QString &topic)
         text += QStringLiteral("  ") + QString::fromLatin1(cmd.synopsis).leftJustified(52) + QLatin1Char(' ')
                 + QString::fromLatin1(cmd.summary) + QLatin1Char('\n');
     text += QStringLiteral("\noptions:\n");
-    for (const OptionSpec &spec : kOptions)
-        if (!spec.commands)
-            text += optionLine(spec);
+    for (const OptionSpec &entry : kOptions)
+        if (!entry.commands)
+            text += optionLine(entry);
     text += QStringLiteral(
         "  --help                     this text (after a command: the command's)\n"
         "  --version                  the version\n"
