@@ -1,6 +1,12 @@
 #include "IMPlatform.h"
 
+#include "IMLog.h"
+
+#include <QClipboard>
+#include <QDateTime>
 #include <QDir>
+#include <QGuiApplication>
+#include <QMutex>
 #include <QFile>
 #include <QJsonDocument>
 #include <QStandardPaths>
@@ -9,6 +15,13 @@
 
 namespace {
 std::atomic<IMPlatform *> g_platform{nullptr};
+
+QMutex g_dialogsLock;
+IMPlatform::Dialogs &dialogs()
+{
+    static IMPlatform::Dialogs d;
+    return d;
+}
 
 QString ensured(const QString &path)
 {
@@ -73,4 +86,78 @@ void IMPlatform::setInfoDictionary(const QVariantMap &info)
 {
     m_info = info;
     m_infoSet = true;
+}
+
+void IMPlatform::setPasteboardString(const QString &text)
+{
+    if (auto *app = qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        app->clipboard()->setText(text);
+    else
+        IM_LOG(QStringLiteral("no clipboard without a GUI application"));
+}
+
+QString IMPlatform::pasteboardString() const
+{
+    if (auto *app = qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        return app->clipboard()->text();
+    return QString();
+}
+
+QString IMPlatform::saveImageToPhotoAlbum(const QImage &image)
+{
+    if (image.isNull())
+        return QString();
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+    if (folder.isEmpty())
+        folder = QDir::home().filePath(QStringLiteral("Pictures"));
+    ensured(folder);
+    // A name per second, made unique within the second, so nothing already saved is overwritten.
+    const QString stem = QStringLiteral("Parlo %1").arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH.mm.ss")));
+    QString path = QDir(folder).filePath(stem + QStringLiteral(".png"));
+    for (int i = 2; QFile::exists(path); ++i)
+        path = QDir(folder).filePath(QStringLiteral("%1 (%2).png").arg(stem).arg(i));
+    if (!image.save(path, "PNG")) {
+        IM_LOG(QStringLiteral("could not save the picture to %1").arg(path));
+        return QString();
+    }
+    return path;
+}
+
+void IMPlatform::presentShareSheet(const QVariantList &items, QObject *window)
+{
+    std::function<void(const QVariantList &, QObject *)> share;
+    {
+        QMutexLocker lock(&g_dialogsLock);
+        share = dialogs().share;
+    }
+    if (share)
+        share(items, window);
+    else
+        IM_LOG(QStringLiteral("no share sheet: %1 item(s) not shared").arg(items.size()));
+}
+
+bool IMPlatform::isCameraAvailable() const
+{
+    return false;
+}
+
+void IMPlatform::pickImage(int sourceType, QObject *window, const std::function<void(const QImage &)> &done)
+{
+    std::function<void(int, QObject *, const std::function<void(const QImage &)> &)> pick;
+    {
+        QMutexLocker lock(&g_dialogsLock);
+        pick = dialogs().pick;
+    }
+    if (pick) {
+        pick(sourceType, window, done);
+    } else if (done) {
+        IM_LOG(QStringLiteral("no image picker"));
+        done(QImage());
+    }
+}
+
+void IMPlatform::setDialogs(const Dialogs &d)
+{
+    QMutexLocker lock(&g_dialogsLock);
+    dialogs() = d;
 }

@@ -1,7 +1,12 @@
 #pragma once
 
+#include <QImage>
 #include <QString>
+#include <QVariantList>
 #include <QVariantMap>
+#include <functional>
+
+class QObject;
 
 //! Services of the host platform that the kit uses. A host replaces them by installing a
 //! subclass with `setInstance`; the defaults work on a desktop.
@@ -37,6 +42,32 @@ public:
     virtual QVariantMap infoDictionary() const;
     //! Replaces the information dictionary.
     void setInfoDictionary(const QVariantMap &info);
+
+    //! Puts `text` on the general pasteboard (default: the system clipboard).
+    virtual void setPasteboardString(const QString &text);
+    //! The general pasteboard's text (default: the system clipboard's).
+    virtual QString pasteboardString() const;
+    //! Saves `image` to the photo album (default: a PNG in the user's Pictures folder); returns
+    //! where it went, empty on failure.
+    virtual QString saveImageToPhotoAlbum(const QImage &image);
+    //! Presents the share sheet for `items` (texts, URLs, images) over `window` (may be null);
+    //! default: the screens' share dialog (items shown with a copy button), or a log line without it.
+    virtual void presentShareSheet(const QVariantList &items, QObject *window);
+    //! Whether a camera can take pictures (default false: the camera source uses the file chooser).
+    virtual bool isCameraAvailable() const;
+    //! Lets the user pick a picture from `sourceType` (0 camera, 1 photo library) over `window`;
+    //! `done` runs once on the main thread with the image, null when cancelled or unreadable.
+    //! Default: the screens' file chooser on images, or a null image without it.
+    virtual void pickImage(int sourceType, QObject *window, const std::function<void(const QImage &)> &done);
+
+    //! The desktop dialogs behind the default share sheet and picker (the screens' library installs them).
+    struct Dialogs
+    {
+        std::function<void(const QVariantList &items, QObject *window)> share;  //!< the share dialog
+        std::function<void(int sourceType, QObject *window, const std::function<void(const QImage &)> &done)> pick;  //!< the picker
+    };
+    //! Installs the desktop dialogs used by the default `presentShareSheet` and `pickImage`.
+    static void setDialogs(const Dialogs &dialogs);
 
 private:
     bool m_activityVisible = false;
