@@ -1,0 +1,12 @@
+// Test entry point for the screens: a QApplication owns the main thread's event loop, as in a host.
+#include <QApplication>
+#include <gtest/gtest.h>
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("ParloSDKTests"));
+    QApplication::setApplicationName(QStringLiteral("ParloSDKUITests"));
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
