@@ -30,3 +30,12 @@ private:
     explicit IMStoryboard(const QString &name);
     QString m_name;
 };
+
+//! Registers `Class` (default-constructible) under its class name in storyboard "IMMain" when the
+//! library loads: `IM_STORYBOARD_SCREEN(IMRoomViewController)` in the class's .cpp file.
+#define IM_STORYBOARD_SCREEN(Class) \
+    static const bool Class##_storyboardRegistered = [] { \
+        IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral(#Class), \
+                                             [] { return static_cast<IMUIViewController *>(new Class); }); \
+        return true; \
+    }()
