@@ -12,14 +12,19 @@ class QBoxLayout;
 class IMLayoutConstraint : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(qreal constant READ constant WRITE setConstant NOTIFY constantChanged)
+    Q_PROPERTY(qreal constant READ constant WRITE setConstant)
+    Q_PROPERTY(qreal presentedConstant READ presentedConstant WRITE setPresentedConstant NOTIFY constantChanged)
 public:
     //! A constraint with `constant`, owned by `parent`.
     explicit IMLayoutConstraint(qreal constant = 0, QObject *parent = nullptr);
-    //! The current value.
+    //! The value set last (during an animation: the value it moves to).
     qreal constant() const;
     //! Sets the value; animated when called inside `IMAnimate`, applied to every binding at once otherwise.
     void setConstant(qreal constant);
+    //! The value the layout shows now (moves through the animation towards `constant`).
+    qreal presentedConstant() const;
+    //! Sets the shown value only (the animation's steps).
+    void setPresentedConstant(qreal value);
 
     //! Calls `apply(constant)` now and on every change (for as long as `context` lives, default this).
     void bind(const std::function<void(qreal)> &apply, QObject *context = nullptr);
@@ -33,9 +38,10 @@ public:
     void bindMargin(QWidget *view, Qt::Edge edge);
 
 signals:
-    //! The value changed (also during an animation, once a frame).
-    void constantChanged(qreal constant);
+    //! The shown value changed (also during an animation, once a frame).
+    void constantChanged(qreal presentedConstant);
 
 private:
     qreal m_constant = 0;
+    qreal m_presented = 0;
 };
