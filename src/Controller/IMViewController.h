@@ -44,5 +44,5 @@ protected:
 
 private:
     QPointer<IMTableView> m_tableview;
-    QList<IMNotificationCenter::Token> m_keyboardTokens;
+    QList<QPair<QString, IMNotificationCenter::Token>> m_keyboardTokens;  // (name, token)
 };

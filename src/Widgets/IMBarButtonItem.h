@@ -57,6 +57,8 @@ public:
     QWidget *view();
     //! Calls the action and emits `triggered`, as a click does.
     void trigger();
+    //! The bar's tint, used when the item has none of its own (the bar calls it).
+    void applyBarTint(const QColor &color);
 
 signals:
     //! The item was clicked.
@@ -73,4 +75,6 @@ private:
     bool m_enabled = true;
     QPointer<QWidget> m_customView;
     QPointer<QWidget> m_button;
+    QColor m_barTint;
+    std::function<void()> m_apply;
 };

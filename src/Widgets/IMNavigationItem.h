@@ -14,6 +14,7 @@ class IMNavigationItem : public QObject
 public:
     //! An empty item.
     explicit IMNavigationItem(QObject *parent = nullptr);
+    ~IMNavigationItem() override;
     //! The title.
     QString title() const;
     //! Sets the title.

@@ -21,7 +21,8 @@ public:
 
     //! The storyboard's name.
     QString name() const;
-    //! A new screen for `identifier`, loaded (`viewDidLoad` ran); null for an unknown identifier.
+    //! A new screen for `identifier`, not loaded yet (its `viewDidLoad` runs before it first shows, or at
+    //! `loadViewIfNeeded`), so the caller can set it up first; null for an unknown identifier.
     IMUIViewController *instantiateViewControllerWithIdentifier(const QString &identifier) const;
     //! Whether `identifier` is registered.
     bool contains(const QString &identifier) const;
