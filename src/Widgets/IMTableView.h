@@ -2,6 +2,7 @@
 
 #include <QAbstractScrollArea>
 #include <QList>
+#include <QSet>
 #include <functional>
 
 #include "IMIndexPath.h"
@@ -168,6 +169,11 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    friend struct IMTableViewPrivate;
+    void scheduleLayout();
+    void updateScrollRange();
+    void layoutRows(const QSet<int> &fresh = {}, RowAnimation animation = RowAnimationNone);
+    bool handlePointer(int phase, const QPointF &pos);
     struct Private;
     Private *d;
 };

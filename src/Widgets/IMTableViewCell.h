@@ -13,6 +13,7 @@ class UxLabel;
 class IMTableViewCell : public QWidget
 {
     Q_OBJECT
+    Q_PROPERTY(qreal contentOffsetX READ contentOffsetX WRITE setContentOffsetX)
 public:
     //! A row of kind `reuseIdentifier`.
     explicit IMTableViewCell(const QString &reuseIdentifier = {}, QWidget *parent = nullptr);
@@ -52,13 +53,19 @@ public:
     //! row's children; layouts made in Designer call it after `setupUi`.
     void connectOutlets();
 
+    //! Height of the row at `width`, from the content's layout (or its size hint).
+    int heightForWidth(int width) const override;
+    bool hasHeightForWidth() const override;
+
 protected:
+    bool event(QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
     QString m_reuseIdentifier;
     QWidget *m_contentView = nullptr;
+    QWidget *m_separator = nullptr;
     QPointer<UxImageView> m_photoImageView;
     QPointer<UxLabel> m_titleLabel;
     QPointer<UxLabel> m_timeLabel;
