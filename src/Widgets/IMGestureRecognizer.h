@@ -55,6 +55,10 @@ protected:
     void setLocation(const QPointF &pos);
 
 private:
+    friend class IMGestureDispatcher;
+    //! Offers a mouse or touch event that reached the view or one of its descendants; `pos` is in
+    //! the view's coordinates. Returns whether the event is consumed.
+    bool handleEvent(QEvent *event, const QPointF &pos);
     QPointer<QWidget> m_view;
     Action m_action;
     State m_state = Possible;

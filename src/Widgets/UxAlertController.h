@@ -19,6 +19,8 @@ public:
     static UxAlertController *showWithController(QWidget *controller, const QString &cancelTitle, int type,
                                                  const QString &title, const QString &message,
                                                  const QStringList &buttons, const Completion &complete);
+    //! A sheet destroyed before a choice (its window closed, say) completes with -1.
+    ~UxAlertController() override;
     //! The sheet on screen, or null.
     static UxAlertController *current();
     //! The titles of the buttons (cancel last).
