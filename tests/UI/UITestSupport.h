@@ -1,0 +1,30 @@
+#pragma once
+
+// Shared helpers for the screens' tests: settle the event loop, find widgets by text.
+#include <QAbstractButton>
+#include <QCoreApplication>
+#include <QEvent>
+#include <QPointingDevice>
+#include <QWidget>
+
+// Runs posted calls and deferred deletes until nothing is left (a few rounds).
+inline void settle(int rounds = 3)
+{
+    for (int i = 0; i < rounds; ++i) {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCoreApplication::processEvents();
+    }
+}
+
+// The first button under `root` whose text is `text`, or null.
+template <typename Button = QAbstractButton>
+Button *buttonWithText(QWidget *root, const QString &text)
+{
+    for (Button *b : root->findChildren<Button *>())
+        if (b->text() == text)
+            return b;
+    return nullptr;
+}
+
+// A touch screen for QTest::touchEvent, registered once.
+QPointingDevice *testTouchScreen();
