@@ -7,6 +7,7 @@
 
 namespace {
 const char *kRecognizersKey = "_imGestureRecognizers";
+const char *kTouchForRecognizersKey = "_imTouchForRecognizers";
 const qreal kTapSlop = 10;   // points a tap or long press may wander
 const qreal kPanStart = 6;   // points a pan must move before it begins
 
@@ -77,12 +78,20 @@ public:
             const QList<IMGestureRecognizer *> list = attached(w);
             if (list.isEmpty())
                 continue;
-            const QPointF pos = w == widget ? local : w->mapFrom(widget, local);
+            const QPointF pos = w == widget ? local : widget->mapTo(w, local);
             for (IMGestureRecognizer *r : list)
                 if (r && r->isEnabled())
                     consumed = r->handleEvent(event, pos) || consumed;
             if (w->isWindow())
                 break;
+        }
+        // A view that takes touches only for its recognisers takes the whole touch sequence here:
+        // left to the widget, the touch would be ignored and its updates never delivered.
+        if (event->type() != QEvent::MouseButtonPress && event->type() != QEvent::MouseMove && event->type() != QEvent::MouseButtonRelease) {
+            if (widget->property(kTouchForRecognizersKey).toBool()) {
+                event->accept();
+                return true;
+            }
         }
         return consumed;
     }
@@ -113,7 +122,10 @@ void IMGestureRecognizer::addToView(QWidget *view)
     if (!view)
         return;
     m_view = view;
-    view->setAttribute(Qt::WA_AcceptTouchEvents, true);
+    if (!view->testAttribute(Qt::WA_AcceptTouchEvents)) {
+        view->setAttribute(Qt::WA_AcceptTouchEvents, true);
+        view->setProperty(kTouchForRecognizersKey, true);
+    }
     QList<IMGestureRecognizer *> list = attached(view);
     if (!list.contains(this))
         list << this;
