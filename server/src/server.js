@@ -96,8 +96,9 @@ async function createServer(options = {}) {
       // The headers go out as they are, full length included, then half the body and a cut connection.
       const end = res.end.bind(res);
       res.end = (chunk, ...rest) => {
-        if (!Buffer.isBuffer(chunk) || chunk.length < 2) return end(chunk, ...rest);
-        res.write(chunk.subarray(0, chunk.length >> 1), () => res.destroy());
+        const body = typeof chunk === 'string' ? Buffer.from(chunk) : chunk;
+        if (!Buffer.isBuffer(body) || body.length < 2) return end(chunk, ...rest);
+        res.write(body.subarray(0, body.length >> 1), () => res.destroy());
         return res;
       };
       return go();
@@ -120,8 +121,7 @@ async function createServer(options = {}) {
         const ctx = httpCtx(req);
         if (decodeSegment(m[1]) !== ctx.client.clientID) throw new HttpError(403, 'clientID does not match the path');
         const sid = crypto.randomBytes(24).toString('hex');
-        store.sessions.set(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
-        store.changed();
+        store.putSession(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
         const body = service.chatIn(ctx);
         send(200, body, { 'Set-Cookie': `${SESSION_COOKIE}=${sid}; Path=/; HttpOnly; Max-Age=${SESSION_MS / 1000}` });
       }).catch(fail);
@@ -173,7 +173,7 @@ async function createServer(options = {}) {
     const s = store.sessions.get(m[1]);
     if (!s) return null;
     if (s.expires < Date.now()) {
-      store.sessions.delete(m[1]);
+      store.deleteSession(m[1]);
       return null;
     }
     return store.clients.has(s.clientID) ? s.clientID : null;
@@ -297,7 +297,7 @@ async function createServer(options = {}) {
       if (path === '/__control/stats' && method === 'get') {
         return send(200, {
           connections: io.engine.clientsCount, clients: store.clients.size, rooms: store.rooms.size,
-          messages: store.messages.size, files: store.files.size,
+          messages: store.messageCount, files: store.files.size,
         });
       }
       return send(404, `no control route ${method} ${path}`);
@@ -357,7 +357,7 @@ async function createServer(options = {}) {
           for (const res of held) res.destroy();
           io.close(() => resolve());
           httpServer.closeAllConnections?.();
-        }).then(() => store.flush());
+        }).then(() => store.close());
       }
       return closing;
     },
