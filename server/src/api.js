@@ -498,7 +498,7 @@ class ChatService {
     if (resent) {
       // A re-send after a lost acknowledgement: the others already have it; only the asking socket
       // may have missed its echo, which is what settles the message on the sending device.
-      if (ctx.conn) ctx.conn.socket.emit('message', this.messagePush(resent, room, me));
+      if (ctx.conn) this.hub.emit(ctx.conn, 'message', this.messagePush(resent, room, me));
       return this.messageView(resent);
     }
     const now = isoNow();

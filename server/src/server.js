@@ -37,7 +37,7 @@ async function createServer(options = {}) {
     dataDir: null, testControl: false, maxUploadBytes: 10 * 1024 * 1024, ...options,
   };
   const store = new Store(opts.dataDir);
-  const hub = new Hub();
+  const hub = new Hub((fn) => store.afterCommit(fn));
   const faults = new Faults();
   const service = new ChatService({ store, hub, apiKey: opts.apiKey, clientKey: opts.clientKey });
   const held = new Set(); // HTTP responses held open by a "drop" fault
@@ -54,14 +54,16 @@ async function createServer(options = {}) {
   // ---- plain HTTP --------------------------------------------------------------------------------
 
   const httpServer = http.createServer((req, res) => {
-    const send = once((status, body, headers = {}) => {
+    // Answers wait for the commit of the changes they report.
+    const send = once((...args) => store.afterCommit((error) => reply(...(error ? [500, 'the state could not be saved'] : args))));
+    const reply = (status, body, headers = {}) => {
       const isBuf = Buffer.isBuffer(body);
       const payload = isBuf ? body : typeof body === 'string' ? body : JSON.stringify(body);
       const type = isBuf ? 'application/octet-stream' : typeof body === 'string' ? 'text/plain; charset=utf-8' : 'application/json';
       if (res.headersSent || res.destroyed) return;
       res.writeHead(status, { 'Content-Type': type, 'Content-Length': Buffer.byteLength(payload), ...headers });
       res.end(payload);
-    });
+    };
     const fail = (e) => {
       if (e instanceof HttpError) send(e.status, e.message, { Connection: 'close' });
       else {
@@ -323,11 +325,13 @@ async function createServer(options = {}) {
           return ack({ statusCode: 400, body: 'headers must be an object' });
         }
         const run = () => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn });
+        // An acknowledgement waits for the commit of the changes it reports.
+        const settle = (answer) => store.afterCommit((error) => ack(error ? { statusCode: 500, body: 'the state could not be saved' } : answer));
         const rule = faults.match(method, env.url);
-        if (!rule || rule.action === 'truncate') return ack(run()); // nothing to cut in an acknowledgement
+        if (!rule || rule.action === 'truncate') return settle(run()); // nothing to cut in an acknowledgement
         if (rule.action === 'status') return later(rule.ms, () => ack({ statusCode: rule.status, body: rule.body }));
         const answer = rule.handle ? run() : null;
-        if (rule.action === 'delay') later(rule.ms, () => ack(answer || run()));
+        if (rule.action === 'delay') later(rule.ms, () => settle(answer || run()));
         return undefined; // drop: handled (unless told otherwise), never acknowledged
       });
     }

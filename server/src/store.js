@@ -1,7 +1,8 @@
 'use strict';
 // The server's state in SQLite: DATA/parlo.db with a data folder, an in-memory database without.
-// Every change is committed before the request that made it is answered, so a killed server
-// loses nothing it acknowledged. Clients, rooms, files and sessions are few and read on every
+// The changes of one event-loop turn share one transaction, committed before any of that turn's
+// answers or pushes go out (afterCommit), so a killed server loses nothing it acknowledged and a
+// burst of requests costs one commit, not one each. Clients, rooms, files and sessions are few and read on every
 // request, so they are also kept in memory; messages are read from the database when asked for.
 // Uploaded bytes go to DATA/files/<name> (in memory without a data folder).
 const fs = require('node:fs');
@@ -34,6 +35,7 @@ class Store {
     this.latest = new Map(); // room id -> its last message, read once
     this.messageCount = 0;
     this.seq = 0;
+    this.pending = null; // while this turn's transaction is open: what waits for its commit
     if (this.dataDir) fs.mkdirSync(path.join(this.dataDir, 'files'), { recursive: true });
     const file = this.dataDir ? path.join(this.dataDir, 'parlo.db') : ':memory:';
     try {
@@ -115,10 +117,6 @@ class Store {
       unseen: q(`SELECT COUNT(*) FROM messages WHERE room = ? AND sender <> ? AND messageType <> 'delete'
         AND createdAt > ? AND createdAt <= ?`).pluck(),
     };
-    this.addMessageTx = this.db.transaction((m, room) => {
-      this.sql.insertMessage.run(messageRow(m));
-      this.saveRoom(room);
-    });
   }
 
   load() {
@@ -138,12 +136,46 @@ class Store {
   }
 
   close() {
+    this.commit();
     if (this.db.open) this.db.close();
+  }
+
+  // ---- one transaction per event-loop turn --------------------------------------------------
+
+  /** Opens this turn's transaction before a write; it commits once the turn's handlers are done. */
+  write() {
+    if (this.pending || this.db.inTransaction) return; // the latter: a migration's own transaction
+    this.db.exec('BEGIN');
+    this.pending = [];
+    setImmediate(() => this.commit());
+  }
+
+  commit() {
+    const waiting = this.pending;
+    if (!waiting) return;
+    this.pending = null;
+    let error = null;
+    try {
+      this.db.exec('COMMIT');
+    } catch (e) {
+      // Those requests are answered as failed; memory is ahead of the disk until a restart.
+      error = e;
+      console.error(`parlo-server: cannot save the state: ${e.message}`);
+      if (this.db.inTransaction) this.db.exec('ROLLBACK');
+    }
+    for (const fn of waiting) fn(error);
+  }
+
+  /** Runs `fn(error)` once this turn's changes are committed (at once when there are none). */
+  afterCommit(fn) {
+    if (this.pending) this.pending.push(fn);
+    else fn(null);
   }
 
   // ---- clients, rooms, files, sessions: in memory, each change written through ---------------
 
   saveClient(c) {
+    this.write();
     this.sql.saveClient.run(c.clientID, JSON.stringify(c));
   }
 
@@ -153,6 +185,7 @@ class Store {
   }
 
   saveRoom(room) {
+    this.write();
     this.sql.saveRoom.run(room.id, JSON.stringify(room));
   }
 
@@ -181,29 +214,35 @@ class Store {
   }
 
   saveFile(f) {
+    this.write();
     this.sql.saveFile.run(f.fileName, JSON.stringify(f));
   }
 
   putSession(sid, s) {
+    this.write();
     this.sql.putSession.run(sid, s.clientID, s.expires);
     this.sessions.set(sid, s);
   }
 
   deleteSession(sid) {
+    this.write();
     this.sql.deleteSession.run(sid);
     this.sessions.delete(sid);
   }
 
   // ---- messages: in the database ------------------------------------------------------------
 
-  /** Stores a new message together with its room's new state, in one transaction. */
+  /** Stores a new message and its room's new state. */
   addMessage(m, room) {
-    this.addMessageTx(m, room);
+    this.write();
+    this.sql.insertMessage.run(messageRow(m));
+    this.saveRoom(room);
     this.messageCount += 1;
     this.latest.set(room.id, m);
   }
 
   saveMessage(m) {
+    this.write();
     this.sql.updateMessage.run(messageRow(m));
     if (this.latest.get(m.room)?.id === m.id) this.latest.set(m.room, m);
   }
