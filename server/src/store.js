@@ -50,6 +50,9 @@ class Store {
   open(file) {
     const db = new Database(file);
     this.db = db;
+    // One server per data folder: a second one would keep its own copy of the rooms in memory and
+    // write over the first one's changes, so it is refused ("database is locked").
+    db.pragma('locking_mode = EXCLUSIVE');
     db.pragma('journal_mode = WAL');
     // In WAL mode a commit is in the operating system's hands once it returns, which is what a
     // killed process needs; NORMAL skips the fsync per commit that only a power cut would need.
