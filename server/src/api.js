@@ -148,7 +148,7 @@ class ChatService {
 
   /** A room for one member: its own unread count as "badge" and the latest message first. */
   roomView(r, viewer, { withContent = true } = {}) {
-    const latest = r.lastMessageId ? this.store.messages.get(r.lastMessageId) : null;
+    const latest = this.store.latestOf(r);
     return {
       id: r.id, className: 'Room', createdAt: r.createdAt, updatedAt: r.updatedAt,
       name: r.name, thumbnail: r.thumbnail, isPublic: r.isPublic,
@@ -228,7 +228,7 @@ class ChatService {
     const data = obj(d.data, 'data');
     if (data) c.data = data;
     c.updatedAt = now;
-    this.store.changed();
+    this.store.saveClient(c);
     if (ctx.conn) this.hub.bind(ctx.conn, clientID);
     return this.privateClient(c);
   }
@@ -236,7 +236,7 @@ class ChatService {
   chatIn(ctx) {
     const c = ctx.client;
     c.chatinAt = isoNow();
-    this.store.changed();
+    this.store.saveClient(c);
     return this.privateClient(c);
   }
 
@@ -245,7 +245,7 @@ class ChatService {
     const deviceToken = isPlainObject(ctx.data) ? ctx.data.token : undefined;
     if (typeof deviceToken === 'string' && deviceToken !== '') {
       c.deviceTokens = (c.deviceTokens || []).filter((t) => t.token !== deviceToken);
-      this.store.changed();
+      this.store.saveClient(c);
     }
     if (ctx.conn) this.hub.unbind(ctx.conn);
     return { clientID: c.clientID, chatoutAt: isoNow() };
@@ -260,7 +260,7 @@ class ChatService {
     const c = ctx.client;
     c.deviceTokens = (c.deviceTokens || []).filter((t) => t.token !== token);
     c.deviceTokens.push({ type, token });
-    this.store.changed();
+    this.store.saveClient(c);
     return { type, token };
   }
 
@@ -290,7 +290,7 @@ class ChatService {
       case 'Client': rows = [...this.store.clients.values()].map((c) => this.publicClient(c)); break;
       case 'Message':
         rows = [];
-        for (const r of this.roomsOf(me)) for (const m of this.store.roomMessages.get(r.id)) rows.push(this.messageView(m));
+        for (const r of this.roomsOf(me)) for (const m of this.store.messagesOf(r.id)) rows.push(this.messageView(m));
         break;
       case 'File':
         rows = [...this.store.files.values()].filter((f) => this.canReadFile(f, me)).map((f) => this.fileView(f));
@@ -320,7 +320,6 @@ class ChatService {
     for (const id of extraMembers) if (!room.members.includes(id)) room.members.push(id);
     for (const id of room.members) room.unread[id] = 0;
     this.store.addRoom(room);
-    this.store.changed();
     return room;
   }
 
@@ -383,7 +382,7 @@ class ChatService {
     if (room.agent && room.agent !== me) throw fail(403, 'this room already has an agent');
     room.agent = me;
     if (!room.members.includes(me)) this.addMember(room, me, ctx.conn);
-    else this.store.changed();
+    else this.store.saveRoom(room);
     return this.roomView(room, me);
   }
 
@@ -392,7 +391,7 @@ class ChatService {
     this.store.indexMember(room, clientID);
     room.unread[clientID] = 0;
     room.updatedAt = isoNow();
-    this.store.changed();
+    this.store.saveRoom(room);
     this.pushJoined(room, conn);
   }
 
@@ -439,7 +438,7 @@ class ChatService {
     const room = this.roomFor(ctx, ctx.args[0]);
     const me = ctx.client.clientID;
     if (!room.archivedBy.includes(me)) room.archivedBy.push(me);
-    this.store.changed();
+    this.store.saveRoom(room);
     this.hub.toClient(me, 'roomDidUpadte', () => this.roomView(room, me), ctx.conn);
     return this.roomView(room, me);
   }
@@ -450,7 +449,7 @@ class ChatService {
     const me = ctx.client.clientID;
     room.readTime[me] = isoNow();
     room.unread[me] = 0;
-    this.store.changed();
+    this.store.saveRoom(room);
     if (isPlainObject(ctx.data) && truthy(ctx.data.echo)) {
       const payload = { id: room.id, className: 'Room', readTime: { ...room.readTime }, lastMessageTime: room.lastMessageTime };
       for (const member of room.members) this.hub.toClient(member, 'receive', () => payload, ctx.conn);
@@ -473,16 +472,10 @@ class ChatService {
     const roomID = p.get('room');
     if (!roomID) throw fail(400, 'room is required');
     const room = this.roomFor(ctx, roomID);
-    const all = this.store.roomMessages.get(room.id);
     const limit = intParam(p, 'limit', DEFAULT_PAGE, MAX_PAGE);
-    let end = all.length;
-    const pin = parseDate(p.get('pinDate'), 'pinDate');
-    if (pin) {
-      end = lowerBound(all, pin);
-    } else {
-      end = Math.max(0, all.length - intParam(p, 'offset', 0));
-    }
-    return all.slice(Math.max(0, end - limit), end).map((m) => this.messageView(m));
+    const date = parseDate(p.get('pinDate'), 'pinDate');
+    const offset = date ? 0 : intParam(p, 'offset', 0);
+    return this.store.newestMessages(room.id, { limit, offset, date }).map((m) => this.messageView(m));
   }
 
   createMessage(ctx) {
@@ -499,14 +492,21 @@ class ChatService {
       idFromSender = Number(idFromSender);
       if (!Number.isSafeInteger(idFromSender)) throw fail(400, 'idFromSender must be an integer');
     }
+    const text = str(d.message, 'message', MAX_TEXT) ?? '';
+    const resent = idFromSender === undefined || idFromSender === null ? null : this.store.messagesWithSenderId(me, idFromSender)
+      .find((m) => m.room === room.id && m.messageType === messageType && m.message === text);
+    if (resent) {
+      // A re-send after a lost acknowledgement: the others already have it; only the asking socket
+      // may have missed its echo, which is what settles the message on the sending device.
+      if (ctx.conn) this.hub.emit(ctx.conn, 'message', this.messagePush(resent, room, me));
+      return this.messageView(resent);
+    }
     const now = isoNow();
     const m = {
       id: newId(), seq: this.store.nextSeq(), room: room.id, sender: me, createdAt: now, updatedAt: now,
-      message: str(d.message, 'message', MAX_TEXT) ?? '', messageType, idFromSender: idFromSender ?? undefined,
+      message: text, messageType, idFromSender: idFromSender ?? undefined,
       option: obj(d.option, 'option'), data: obj(d.data, 'data'),
     };
-    this.store.messages.set(m.id, m);
-    this.store.roomMessages.get(room.id).push(m);
     room.lastMessageId = m.id;
     room.lastMessageTime = now;
     room.updatedAt = now;
@@ -518,18 +518,19 @@ class ChatService {
     // The sender has read everything up to its own message.
     room.readTime[me] = now;
     room.unread[me] = 0;
-    this.store.changed();
-    for (const member of room.members) {
-      this.hub.toClient(member, 'message', () => ({
-        ...this.messageView(m, this.roomView(room, member)), totalBadge: this.totalBadge(member),
-      }));
-    }
+    this.store.addMessage(m, room);
+    for (const member of room.members) this.hub.toClient(member, 'message', () => this.messagePush(m, room, member));
     return this.messageView(m);
+  }
+
+  /** The "message" push for one member: the room as that member sees it and its badge total. */
+  messagePush(m, room, member) {
+    return { ...this.messageView(m, this.roomView(room, member)), totalBadge: this.totalBadge(member) };
   }
 
   /** Changes a message's text, type, option or data; type "delete" blanks it. Senders only. */
   updateMessage(ctx) {
-    const m = this.store.messages.get(ctx.args[0]);
+    const m = this.store.message(ctx.args[0]);
     if (!m) throw fail(404, `message not found: ${ctx.args[0]}`);
     const room = this.roomFor(ctx, m.room);
     if (m.sender !== ctx.client.clientID) throw fail(403, 'only the sender may change a message');
@@ -547,7 +548,7 @@ class ChatService {
     if (data) m.data = data;
     if (m.messageType === 'delete') m.message = '';
     m.updatedAt = isoNow();
-    this.store.changed();
+    this.store.saveMessage(m);
     const view = this.messageView(m);
     for (const member of room.members) this.hub.toClient(member, 'didUpdateMessage', () => view);
     return view;
@@ -565,14 +566,7 @@ class ChatService {
     const room = this.roomFor(ctx, roomID);
     const upTo = parseDate(p.get('messageDate'), 'messageDate');
     const after = parseDate(p.get('lastSeenDate'), 'lastSeenDate');
-    let count = 0;
-    for (const m of this.store.roomMessages.get(room.id)) {
-      if (m.sender === ctx.client.clientID || m.messageType === 'delete') continue;
-      if (after && m.createdAt <= after) continue;
-      if (upTo && m.createdAt > upTo) continue;
-      count += 1;
-    }
-    return { count };
+    return { count: this.store.unseenCount(room.id, ctx.client.clientID, after, upTo) };
   }
 
   // ---- files ---------------------------------------------------------------------------------------
@@ -600,8 +594,8 @@ class ChatService {
       isPublic: truthy(isPublic), room: roomID, owner: client.clientID, createdAt: now, updatedAt: now,
     };
     this.store.putFileBytes(f.fileName, bytes);
+    this.store.saveFile(f);
     this.store.files.set(f.fileName, f);
-    this.store.changed();
     return this.fileView(f);
   }
 }
@@ -639,18 +633,6 @@ function matchesAgentFilter(room, p) {
     if (!room.data || Number(room.data[key]) !== want) return false;
   }
   return true;
-}
-
-/** Index of the first message created at or after `date` (messages are in time order). */
-function lowerBound(list, date) {
-  let lo = 0;
-  let hi = list.length;
-  while (lo < hi) {
-    const mid = (lo + hi) >> 1;
-    if (list[mid].createdAt < date) lo = mid + 1;
-    else hi = mid;
-  }
-  return lo;
 }
 
 function extensionOf(b) {

@@ -3,8 +3,10 @@
 // whose token it last proved (sign-up, chat-in or any signed request); chat-out releases it.
 
 class Hub {
-  constructor() {
+  /** `defer(fn)` holds a push until the state it shows is saved; fn gets an error when saving failed. */
+  constructor(defer = (fn) => fn(null)) {
     this.byClient = new Map(); // clientID -> Set of connections
+    this.defer = defer;
   }
 
   /** `conn` is a socket's session record: { socket, clientID }. */
@@ -42,8 +44,12 @@ class Hub {
     for (const conn of set) {
       if (conn === except) continue;
       if (payload === undefined) payload = payloadFn();
-      conn.socket.emit(event, payload);
+      this.emit(conn, event, payload);
     }
+  }
+
+  emit(conn, event, payload) {
+    this.defer((error) => error || conn.socket.emit(event, payload));
   }
 }
 

@@ -37,7 +37,7 @@ async function createServer(options = {}) {
     dataDir: null, testControl: false, maxUploadBytes: 10 * 1024 * 1024, ...options,
   };
   const store = new Store(opts.dataDir);
-  const hub = new Hub();
+  const hub = new Hub((fn) => store.afterCommit(fn));
   const faults = new Faults();
   const service = new ChatService({ store, hub, apiKey: opts.apiKey, clientKey: opts.clientKey });
   const held = new Set(); // HTTP responses held open by a "drop" fault
@@ -54,14 +54,16 @@ async function createServer(options = {}) {
   // ---- plain HTTP --------------------------------------------------------------------------------
 
   const httpServer = http.createServer((req, res) => {
-    const send = once((status, body, headers = {}) => {
+    // Answers wait for the commit of the changes they report.
+    const send = once((...args) => store.afterCommit((error) => reply(...(error ? [500, 'the state could not be saved'] : args))));
+    const reply = (status, body, headers = {}) => {
       const isBuf = Buffer.isBuffer(body);
       const payload = isBuf ? body : typeof body === 'string' ? body : JSON.stringify(body);
       const type = isBuf ? 'application/octet-stream' : typeof body === 'string' ? 'text/plain; charset=utf-8' : 'application/json';
       if (res.headersSent || res.destroyed) return;
       res.writeHead(status, { 'Content-Type': type, 'Content-Length': Buffer.byteLength(payload), ...headers });
       res.end(payload);
-    });
+    };
     const fail = (e) => {
       if (e instanceof HttpError) send(e.status, e.message, { Connection: 'close' });
       else {
@@ -96,8 +98,9 @@ async function createServer(options = {}) {
       // The headers go out as they are, full length included, then half the body and a cut connection.
       const end = res.end.bind(res);
       res.end = (chunk, ...rest) => {
-        if (!Buffer.isBuffer(chunk) || chunk.length < 2) return end(chunk, ...rest);
-        res.write(chunk.subarray(0, chunk.length >> 1), () => res.destroy());
+        const body = typeof chunk === 'string' ? Buffer.from(chunk) : chunk;
+        if (!Buffer.isBuffer(body) || body.length < 2) return end(chunk, ...rest);
+        res.write(body.subarray(0, body.length >> 1), () => res.destroy());
         return res;
       };
       return go();
@@ -120,8 +123,7 @@ async function createServer(options = {}) {
         const ctx = httpCtx(req);
         if (decodeSegment(m[1]) !== ctx.client.clientID) throw new HttpError(403, 'clientID does not match the path');
         const sid = crypto.randomBytes(24).toString('hex');
-        store.sessions.set(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
-        store.changed();
+        store.putSession(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
         const body = service.chatIn(ctx);
         send(200, body, { 'Set-Cookie': `${SESSION_COOKIE}=${sid}; Path=/; HttpOnly; Max-Age=${SESSION_MS / 1000}` });
       }).catch(fail);
@@ -173,7 +175,7 @@ async function createServer(options = {}) {
     const s = store.sessions.get(m[1]);
     if (!s) return null;
     if (s.expires < Date.now()) {
-      store.sessions.delete(m[1]);
+      store.deleteSession(m[1]);
       return null;
     }
     return store.clients.has(s.clientID) ? s.clientID : null;
@@ -297,7 +299,7 @@ async function createServer(options = {}) {
       if (path === '/__control/stats' && method === 'get') {
         return send(200, {
           connections: io.engine.clientsCount, clients: store.clients.size, rooms: store.rooms.size,
-          messages: store.messages.size, files: store.files.size,
+          messages: store.messageCount, files: store.files.size,
         });
       }
       return send(404, `no control route ${method} ${path}`);
@@ -323,11 +325,13 @@ async function createServer(options = {}) {
           return ack({ statusCode: 400, body: 'headers must be an object' });
         }
         const run = () => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn });
+        // An acknowledgement waits for the commit of the changes it reports.
+        const settle = (answer) => store.afterCommit((error) => ack(error ? { statusCode: 500, body: 'the state could not be saved' } : answer));
         const rule = faults.match(method, env.url);
-        if (!rule || rule.action === 'truncate') return ack(run()); // nothing to cut in an acknowledgement
+        if (!rule || rule.action === 'truncate') return settle(run()); // nothing to cut in an acknowledgement
         if (rule.action === 'status') return later(rule.ms, () => ack({ statusCode: rule.status, body: rule.body }));
         const answer = rule.handle ? run() : null;
-        if (rule.action === 'delay') later(rule.ms, () => ack(answer || run()));
+        if (rule.action === 'delay') later(rule.ms, () => settle(answer || run()));
         return undefined; // drop: handled (unless told otherwise), never acknowledged
       });
     }
@@ -357,7 +361,7 @@ async function createServer(options = {}) {
           for (const res of held) res.destroy();
           io.close(() => resolve());
           httpServer.closeAllConnections?.();
-        }).then(() => store.flush());
+        }).then(() => store.close());
       }
       return closing;
     },

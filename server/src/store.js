@@ -1,34 +1,199 @@
 'use strict';
-// The server's state: clients, rooms, messages, files and cookie sessions, kept in memory and,
-// with a data folder, written to DATA/state.json (atomically, through a temporary file) and
-// DATA/files/<name>.
+// The server's state in SQLite: DATA/parlo.db with a data folder, an in-memory database without.
+// The changes of one event-loop turn share one transaction, committed before any of that turn's
+// answers or pushes go out (afterCommit), so a killed server loses nothing it acknowledged and a
+// burst of requests costs one commit, not one each. Clients, rooms, files and sessions are few and read on every
+// request, so they are also kept in memory; messages are read from the database when asked for.
+// Uploaded bytes go to DATA/files/<name> (in memory without a data folder).
 const fs = require('node:fs');
 const path = require('node:path');
+const Database = require('better-sqlite3');
 
-const STATE_VERSION = 1;
+// One entry per schema version, each applied in its own transaction; user_version records the last.
+const MIGRATIONS = [
+  `CREATE TABLE clients (clientID TEXT PRIMARY KEY, body TEXT NOT NULL);
+   CREATE TABLE rooms (id TEXT PRIMARY KEY, body TEXT NOT NULL);
+   CREATE TABLE messages (seq INTEGER PRIMARY KEY, id TEXT NOT NULL UNIQUE, room TEXT NOT NULL,
+     sender TEXT NOT NULL, idFromSender INTEGER, messageType TEXT NOT NULL, createdAt TEXT NOT NULL,
+     body TEXT NOT NULL);
+   CREATE INDEX messages_by_room ON messages (room, seq);
+   CREATE INDEX messages_by_sender ON messages (sender, idFromSender) WHERE idFromSender IS NOT NULL;
+   CREATE TABLE files (fileName TEXT PRIMARY KEY, body TEXT NOT NULL);
+   CREATE TABLE sessions (sid TEXT PRIMARY KEY, clientID TEXT NOT NULL, expires INTEGER NOT NULL);`,
+];
+const LEGACY_STATE_VERSION = 1;
 
 class Store {
   constructor(dataDir) {
     this.dataDir = dataDir || null;
     this.clients = new Map(); // clientID -> client
     this.rooms = new Map(); // room id -> room
-    this.messages = new Map(); // message id -> message
-    this.roomMessages = new Map(); // room id -> messages, oldest first
     this.files = new Map(); // file name -> file record
     this.fileBytes = new Map(); // file name -> Buffer (without a data folder)
     this.sessions = new Map(); // cookie session id -> { clientID, expires }
     this.memberRooms = new Map(); // clientID -> Set of room ids
+    this.latest = new Map(); // room id -> its last message, read once
+    this.messageCount = 0;
     this.seq = 0;
-    this.saveTimer = null;
-    if (this.dataDir) {
-      fs.mkdirSync(path.join(this.dataDir, 'files'), { recursive: true });
-      this.load();
+    this.pending = null; // while this turn's transaction is open: what waits for its commit
+    if (this.dataDir) fs.mkdirSync(path.join(this.dataDir, 'files'), { recursive: true });
+    const file = this.dataDir ? path.join(this.dataDir, 'parlo.db') : ':memory:';
+    try {
+      this.open(file);
+    } catch (e) {
+      this.db?.close();
+      // A damaged database stops the start: better than silently starting empty.
+      throw e.legacy ? e : new Error(`cannot use ${file}: ${e.message}`);
     }
   }
 
+  open(file) {
+    const db = new Database(file);
+    this.db = db;
+    // One server per data folder: a second one would keep its own copy of the rooms in memory and
+    // write over the first one's changes, so it is refused ("database is locked").
+    db.pragma('locking_mode = EXCLUSIVE');
+    db.pragma('journal_mode = WAL');
+    // In WAL mode a commit is in the operating system's hands once it returns, which is what a
+    // killed process needs; NORMAL skips the fsync per commit that only a power cut would need.
+    db.pragma('synchronous = NORMAL');
+    const version = db.pragma('user_version', { simple: true });
+    if (version > MIGRATIONS.length) throw new Error(`schema version ${version} is newer than this server`);
+    for (let v = version; v < MIGRATIONS.length; v++) {
+      db.transaction(() => {
+        db.exec(MIGRATIONS[v]);
+        if (v === 0) this.importLegacyState();
+        db.pragma(`user_version = ${v + 1}`);
+      })();
+    }
+    this.prepare();
+    this.load();
+    if (this.legacyImported) fs.renameSync(this.legacyPath, `${this.legacyPath}.imported`);
+  }
+
+  get legacyPath() {
+    return this.dataDir && path.join(this.dataDir, 'state.json');
+  }
+
+  /** Copies an older server's DATA/state.json into the new database (same transaction as its schema). */
+  importLegacyState() {
+    if (!this.dataDir) return;
+    let text;
+    try {
+      text = fs.readFileSync(this.legacyPath, 'utf8');
+    } catch (e) {
+      if (e.code === 'ENOENT') return;
+      throw e;
+    }
+    let state;
+    try {
+      state = JSON.parse(text);
+      if (state?.version !== LEGACY_STATE_VERSION) throw new Error(`unsupported state version ${state?.version}`);
+    } catch (e) {
+      throw Object.assign(new Error(`cannot import ${this.legacyPath}: ${e.message}`), { legacy: true });
+    }
+    this.prepare();
+    for (const c of state.clients || []) this.saveClient(c);
+    for (const r of state.rooms || []) this.saveRoom(r);
+    for (const m of [...(state.messages || [])].sort((a, b) => a.seq - b.seq)) this.sql.insertMessage.run(messageRow(m));
+    for (const f of state.files || []) this.saveFile(f);
+    for (const [sid, s] of Object.entries(state.sessions || {})) this.putSession(sid, s);
+    this.legacyImported = true;
+  }
+
+  prepare() {
+    const q = (text) => this.db.prepare(text);
+    this.sql = {
+      saveClient: q('INSERT OR REPLACE INTO clients (clientID, body) VALUES (?, ?)'),
+      saveRoom: q('INSERT OR REPLACE INTO rooms (id, body) VALUES (?, ?)'),
+      saveFile: q('INSERT OR REPLACE INTO files (fileName, body) VALUES (?, ?)'),
+      putSession: q('INSERT OR REPLACE INTO sessions (sid, clientID, expires) VALUES (?, ?, ?)'),
+      deleteSession: q('DELETE FROM sessions WHERE sid = ?'),
+      insertMessage: q(`INSERT INTO messages (seq, id, room, sender, idFromSender, messageType, createdAt, body)
+        VALUES (@seq, @id, @room, @sender, @idFromSender, @messageType, @createdAt, @body)`),
+      updateMessage: q('UPDATE messages SET messageType = @messageType, body = @body WHERE id = @id'),
+      message: q('SELECT body FROM messages WHERE id = ?').pluck(),
+      newestBefore: q('SELECT body FROM messages WHERE room = ? ORDER BY seq DESC LIMIT ? OFFSET ?').pluck(),
+      newestBeforeDate: q('SELECT body FROM messages WHERE room = ? AND createdAt < ? ORDER BY seq DESC LIMIT ?').pluck(),
+      ofRoom: q('SELECT body FROM messages WHERE room = ? ORDER BY seq').pluck(),
+      bySenderId: q('SELECT body FROM messages WHERE sender = ? AND idFromSender = ? ORDER BY seq DESC').pluck(),
+      unseen: q(`SELECT COUNT(*) FROM messages WHERE room = ? AND sender <> ? AND messageType <> 'delete'
+        AND createdAt > ? AND createdAt <= ?`).pluck(),
+    };
+  }
+
+  load() {
+    const all = (table) => this.db.prepare(`SELECT body FROM ${table}`).pluck().all().map((b) => JSON.parse(b));
+    for (const c of all('clients')) this.clients.set(c.clientID, c);
+    for (const r of all('rooms')) this.indexRoom(r);
+    for (const f of all('files')) this.files.set(f.fileName, f);
+    const now = Date.now();
+    this.db.prepare('DELETE FROM sessions WHERE expires <= ?').run(now);
+    for (const s of this.db.prepare('SELECT sid, clientID, expires FROM sessions').all()) {
+      this.sessions.set(s.sid, { clientID: s.clientID, expires: s.expires });
+    }
+    const { n, seq } = this.db.prepare('SELECT COUNT(*) AS n, MAX(seq) AS seq FROM messages').get();
+    this.messageCount = n;
+    for (const r of this.rooms.values()) this.seq = Math.max(this.seq, r.seq || 0);
+    this.seq = Math.max(this.seq, seq || 0);
+  }
+
+  close() {
+    this.commit();
+    if (this.db.open) this.db.close();
+  }
+
+  // ---- one transaction per event-loop turn --------------------------------------------------
+
+  /** Opens this turn's transaction before a write; it commits once the turn's handlers are done. */
+  write() {
+    if (this.pending || this.db.inTransaction) return; // the latter: a migration's own transaction
+    this.db.exec('BEGIN');
+    this.pending = [];
+    setImmediate(() => this.commit());
+  }
+
+  commit() {
+    const waiting = this.pending;
+    if (!waiting) return;
+    this.pending = null;
+    let error = null;
+    try {
+      this.db.exec('COMMIT');
+    } catch (e) {
+      // Those requests are answered as failed; memory is ahead of the disk until a restart.
+      error = e;
+      console.error(`parlo-server: cannot save the state: ${e.message}`);
+      if (this.db.inTransaction) this.db.exec('ROLLBACK');
+    }
+    for (const fn of waiting) fn(error);
+  }
+
+  /** Runs `fn(error)` once this turn's changes are committed (at once when there are none). */
+  afterCommit(fn) {
+    if (this.pending) this.pending.push(fn);
+    else fn(null);
+  }
+
+  // ---- clients, rooms, files, sessions: in memory, each change written through ---------------
+
+  saveClient(c) {
+    this.write();
+    this.sql.saveClient.run(c.clientID, JSON.stringify(c));
+  }
+
   addRoom(room) {
+    this.saveRoom(room);
+    this.indexRoom(room);
+  }
+
+  saveRoom(room) {
+    this.write();
+    this.sql.saveRoom.run(room.id, JSON.stringify(room));
+  }
+
+  indexRoom(room) {
     this.rooms.set(room.id, room);
-    this.roomMessages.set(room.id, []);
     for (const id of room.members) this.indexMember(room, id);
   }
 
@@ -51,72 +216,77 @@ class Store {
     return this.seq;
   }
 
-  get statePath() {
-    return path.join(this.dataDir, 'state.json');
+  saveFile(f) {
+    this.write();
+    this.sql.saveFile.run(f.fileName, JSON.stringify(f));
   }
 
-  load() {
-    let text;
-    try {
-      text = fs.readFileSync(this.statePath, 'utf8');
-    } catch (e) {
-      if (e.code === 'ENOENT') return;
-      throw e;
-    }
-    // A state file that does not parse stops the start: better than silently starting empty.
-    const state = JSON.parse(text);
-    if (state.version !== STATE_VERSION) throw new Error(`unsupported state version ${state.version}`);
-    this.seq = state.seq || 0;
-    for (const c of state.clients || []) this.clients.set(c.clientID, c);
-    for (const r of state.rooms || []) this.addRoom(r);
-    for (const m of state.messages || []) {
-      this.messages.set(m.id, m);
-      const list = this.roomMessages.get(m.room);
-      if (list) list.push(m);
-    }
-    for (const list of this.roomMessages.values()) list.sort((a, b) => a.seq - b.seq);
-    for (const f of state.files || []) this.files.set(f.fileName, f);
-    const now = Date.now();
-    for (const [sid, s] of Object.entries(state.sessions || {})) {
-      if (s.expires > now) this.sessions.set(sid, s);
-    }
+  putSession(sid, s) {
+    this.write();
+    this.sql.putSession.run(sid, s.clientID, s.expires);
+    this.sessions.set(sid, s);
   }
 
-  snapshot() {
-    return {
-      version: STATE_VERSION,
-      seq: this.seq,
-      clients: [...this.clients.values()],
-      rooms: [...this.rooms.values()],
-      messages: [...this.messages.values()],
-      files: [...this.files.values()],
-      sessions: Object.fromEntries(this.sessions),
-    };
+  deleteSession(sid) {
+    this.write();
+    this.sql.deleteSession.run(sid);
+    this.sessions.delete(sid);
   }
 
-  /** Asks for the state to be written soon; changes within a few milliseconds share one write. */
-  changed() {
-    if (!this.dataDir || this.saveTimer) return;
-    this.saveTimer = setTimeout(() => {
-      this.saveTimer = null;
-      try {
-        this.flush();
-      } catch (e) {
-        // The next change tries again; requests go on being served from memory.
-        console.error(`parlo-server: cannot write ${this.statePath}: ${e.message}`);
-      }
-    }, 20);
+  // ---- messages: in the database ------------------------------------------------------------
+
+  /** Stores a new message and its room's new state. */
+  addMessage(m, room) {
+    this.write();
+    this.sql.insertMessage.run(messageRow(m));
+    this.saveRoom(room);
+    this.messageCount += 1;
+    this.latest.set(room.id, m);
   }
 
-  /** Writes the state now: a temporary file, synced, then renamed over the old one. */
-  flush() {
-    if (!this.dataDir) return;
-    if (this.saveTimer) {
-      clearTimeout(this.saveTimer);
-      this.saveTimer = null;
+  saveMessage(m) {
+    this.write();
+    this.sql.updateMessage.run(messageRow(m));
+    if (this.latest.get(m.room)?.id === m.id) this.latest.set(m.room, m);
+  }
+
+  message(id) {
+    return parse(this.sql.message.get(id));
+  }
+
+  /** The room's last message, or null. */
+  latestOf(room) {
+    if (!room.lastMessageId) return null;
+    let m = this.latest.get(room.id);
+    if (m?.id !== room.lastMessageId) {
+      m = this.message(room.lastMessageId);
+      this.latest.set(room.id, m);
     }
-    writeAtomic(this.statePath, JSON.stringify(this.snapshot()));
+    return m;
   }
+
+  /** The newest `limit` messages of a room before the `offset` newest, or created before `date`; oldest first. */
+  newestMessages(roomID, { limit, offset = 0, date = null }) {
+    const rows = date ? this.sql.newestBeforeDate.all(roomID, date, limit) : this.sql.newestBefore.all(roomID, limit, offset);
+    return rows.reverse().map(parse);
+  }
+
+  /** All of a room's messages, oldest first. */
+  messagesOf(roomID) {
+    return this.sql.ofRoom.all(roomID).map(parse);
+  }
+
+  /** The sender's messages with this idFromSender, newest first. */
+  messagesWithSenderId(sender, idFromSender) {
+    return this.sql.bySenderId.all(sender, idFromSender).map(parse);
+  }
+
+  /** Messages of the room not from `reader` and not deleted, created after `after` and up to `upTo` (null: no bound). */
+  unseenCount(roomID, reader, after, upTo) {
+    return this.sql.unseen.get(roomID, reader, after ?? '', upTo ?? '\uffff');
+  }
+
+  // ---- file bytes -----------------------------------------------------------------------------
 
   putFileBytes(name, bytes) {
     if (this.dataDir) writeAtomic(path.join(this.dataDir, 'files', name), bytes);
@@ -132,6 +302,15 @@ class Store {
     }
   }
 }
+
+function messageRow(m) {
+  return {
+    seq: m.seq, id: m.id, room: m.room, sender: m.sender, idFromSender: m.idFromSender ?? null,
+    messageType: m.messageType, createdAt: m.createdAt, body: JSON.stringify(m),
+  };
+}
+
+const parse = (body) => (body === undefined ? null : JSON.parse(body));
 
 function writeAtomic(file, data) {
   const tmp = `${file}.${process.pid}.tmp`;

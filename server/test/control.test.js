@@ -1,10 +1,8 @@
 'use strict';
 const { test, describe, before, after } = require('node:test');
 const assert = require('node:assert/strict');
-const { spawn } = require('node:child_process');
-const path = require('node:path');
 const http = require('node:http');
-const { startServer } = require('./helpers');
+const { startServer, spawnServer, exited } = require('./helpers');
 
 const signal = () => AbortSignal.timeout(3000);
 
@@ -50,7 +48,7 @@ describe('fault switches', () => {
     assert.equal((await control('POST', 'faults', { path: '/x', action: 'explode' })).status, 400);
   });
 
-  test('truncate cuts a plain-HTTP answer after half its announced length; acknowledgements pass', async () => {
+  test('truncate cuts a plain-HTTP answer (bytes, JSON or text) after half its announced length; acknowledgements pass', async () => {
     const boundary = '---------------------------14737809831466499882746641449';
     const bytes = Buffer.alloc(4000, 9);
     const head = `--${boundary}\r\nContent-Disposition: form-data; name="isPublic"\r\n\r\n1\r\n`
@@ -60,16 +58,21 @@ describe('fault switches', () => {
       headers: { ...u.headers(), 'Content-Type': `multipart/form-data; boundary=${boundary}` },
     });
     const { fileName } = await res.json();
-    await control('POST', 'faults', { path: `/files/${fileName}`, action: 'truncate', times: 2 });
-    const got = await new Promise((resolve) => {
-      http.get(`${server.url}/files/${fileName}`, (r) => {
+    const cut = (method, route, body) => new Promise((resolve) => {
+      http.request(`${server.url}${route}`, { method, headers: u.headers() }, (r) => {
         let n = 0;
         r.on('data', (c) => { n += c.length; });
         r.on('error', () => {});
         r.on('close', () => resolve({ length: Number(r.headers['content-length']), received: n, complete: r.complete }));
-      });
+      }).end(body);
     });
-    assert.deepEqual(got, { length: 4000, received: 2000, complete: false });
+    for (const [method, route, body, times] of [['GET', `/files/${fileName}`, undefined, 2],
+      ['POST', '/client/setDeviceToken/', '{"type":"ios","token":"cut"}', 1], ['GET', '/nowhere', undefined, 1]]) {
+      await control('POST', 'faults', { path: route, action: 'truncate', times });
+      const got = await cut(method, route, body);
+      assert.ok(got.length >= 10 && !got.complete, `${route}: ${JSON.stringify(got)}`);
+      assert.equal(got.received, got.length >> 1, route);
+    }
     assert.ok((await u.request('get', `/files/${fileName}`)).body.equals(bytes));
     assert.equal((await fetch(`${server.url}/files/${fileName}`, { signal: signal() })).status, 200, 'the rule ended');
   });
@@ -94,20 +97,11 @@ describe('fault switches', () => {
 });
 
 test('the command line prints the listening line and stops on SIGTERM', async () => {
-  const child = spawn(process.execPath, [path.join(__dirname, '..', 'index.js'), '--port', '0', '--test-control'], { stdio: ['ignore', 'pipe', 'inherit'] });
+  const { child, url } = await spawnServer(['--test-control']);
   try {
-    const url = await new Promise((resolve, reject) => {
-      let out = '';
-      const t = setTimeout(() => reject(new Error(`no listening line in: ${out}`)), 5000);
-      child.stdout.on('data', (d) => {
-        out += d;
-        const m = /^parlo-server listening on (http:\/\/127\.0\.0\.1:\d+)$/m.exec(out);
-        if (m) resolve(m[1], clearTimeout(t));
-      });
-    });
     assert.equal((await fetch(`${url}/__control/stats`, { signal: signal() })).status, 200);
   } finally {
     child.kill('SIGTERM');
   }
-  assert.equal(await new Promise((resolve) => child.once('exit', resolve)), 0);
+  assert.equal(await exited(child), 0);
 });

@@ -1,33 +1,56 @@
 'use strict';
 // Starts a server on a free loopback port and drives it the way the kit's client does.
 const { io } = require('socket.io-client');
+const { spawn } = require('node:child_process');
+const path = require('node:path');
 const { createServer } = require('../src/server');
 
 const KEYS = { apiKey: 'test-api', clientKey: 'test-client' };
 const WAIT_MS = 3000;
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
+/** A Socket.IO connection to `url` as the kit's client makes it; `sockets` collects it for clean-up. */
+const connect = (url, sockets = []) => new Promise((resolve, reject) => {
+  const s = io(url, { transports: ['websocket'], reconnection: false, forceNew: true, timeout: WAIT_MS });
+  sockets.push(s);
+  s.once('connect', () => resolve(wrap(s)));
+  s.once('connect_error', reject);
+});
+
+/** A connected, signed-up client. */
+async function user(url, clientID, profile = {}, sockets = []) {
+  const c = await connect(url, sockets);
+  const body = await c.ok('post', '/client/', { clientID, username: clientID, ...profile }, { clientID });
+  return Object.assign(c, { clientID, token: body.token, id: body.id });
+}
+
 async function startServer(extra = {}) {
   const server = await createServer({ port: 0, ...KEYS, ...extra });
   const sockets = [];
-  server.connect = () => new Promise((resolve, reject) => {
-    const s = io(server.url, { transports: ['websocket'], reconnection: false, forceNew: true, timeout: WAIT_MS });
-    sockets.push(s);
-    s.once('connect', () => resolve(wrap(s)));
-    s.once('connect_error', reject);
-  });
-  /** A connected, signed-up client. */
-  server.user = async (clientID, profile = {}) => {
-    const c = await server.connect();
-    const body = await c.ok('post', '/client/', { clientID, username: clientID, ...profile }, { clientID });
-    return Object.assign(c, { clientID, token: body.token, id: body.id });
-  };
+  server.connect = () => connect(server.url, sockets);
+  server.user = (clientID, profile) => user(server.url, clientID, profile, sockets);
   server.stop = async () => {
     for (const s of sockets) s.disconnect();
     await server.close();
   };
   return server;
 }
+
+/** Runs the command line with `args`; resolves to { child, url } once it prints its listening line. */
+function spawnServer(args) {
+  const child = spawn(process.execPath, [path.join(__dirname, '..', 'index.js'), '--port', '0', ...args], { stdio: ['ignore', 'pipe', 'inherit'] });
+  return new Promise((resolve, reject) => {
+    let out = '';
+    const t = setTimeout(() => reject(new Error(`no listening line in: ${out}`)), 5000);
+    child.stdout.on('data', (d) => {
+      out += d;
+      const m = /^parlo-server listening on (http:\/\/127\.0\.0\.1:\d+)$/m.exec(out);
+      if (m) resolve({ child, url: m[1] }, clearTimeout(t));
+    });
+  });
+}
+
+const exited = (child) => new Promise((resolve) => child.once('exit', (code, signal) => resolve(code ?? signal)));
 
 function wrap(socket) {
   const c = {
@@ -63,4 +86,4 @@ function wrap(socket) {
   return c;
 }
 
-module.exports = { startServer, KEYS, sleep };
+module.exports = { startServer, spawnServer, exited, connect, user, KEYS, sleep };

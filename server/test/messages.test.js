@@ -30,6 +30,24 @@ describe('messages', () => {
     assert.equal(quiet.length, 0);
   });
 
+  test('a re-send (same sender, idFromSender, room, type and text) answers the stored message and echoes it only to the asking socket', async () => {
+    const r = await a.ok('post', '/room', { name: 'resend', client: [{ clientID: 'mb' }] });
+    const otherSocket = Object.assign(await server.connect(), { clientID: 'ma', token: a.token });
+    await otherSocket.ok('post', '/badge');
+    const [toB, toOtherSocket] = [b.collect('message'), otherSocket.collect('message')];
+    const body = { room: r.id, message: 'once', idFromSender: 99 };
+    const first = await a.ok('post', '/message/', body);
+    const echo = a.next('message');
+    assert.equal((await a.ok('post', '/message/', body)).id, first.id);
+    assert.equal((await echo).id, first.id);
+    // Random 32-bit ids recur over a busy sender's history: other text under the same id is a new message.
+    assert.notEqual((await a.ok('post', '/message/', { ...body, message: 'reused id' })).id, first.id);
+    await sleep(50);
+    for (const got of [toB, toOtherSocket]) assert.deepEqual(got.map((m) => m.message), ['once', 'reused id']);
+    assert.deepEqual((await b.ok('get', `/message/?room=${r.id}&offset=0&limit=10`)).map((m) => m.message), ['once', 'reused id']);
+    assert.equal((await b.ok('get', `/room/${r.id}`)).badge, 2);
+  });
+
   test('only members write and read a room; message types and sizes are checked', async () => {
     assert.equal((await outsider.request('post', '/message/', { room: room.id, message: 'x' })).statusCode, 403);
     assert.equal((await outsider.request('get', `/message/?room=${room.id}&offset=0&limit=10`)).statusCode, 403);
