@@ -1,6 +1,8 @@
 #include "IMTableView.h"
 
 #include <QContextMenuEvent>
+#include <QLayout>
+#include <QResizeEvent>
 #include <QHash>
 #include <QMap>
 #include <QMenu>
@@ -138,6 +140,22 @@ qreal IMTableView::heightForCellWithIdentifier(const QString &identifier, const 
     cell->resize(width, cell->height() > 0 ? cell->height() : int(d->rowHeight));
     if (configure)
         configure(cell);
+    // Style sheets set fonts at polish time; an unshown template must be polished to measure right.
+    // Its layouts cache heights per width and only forget them at the next layout pass: make
+    // them forget now, nested layouts included, or the previous dressing's height comes back.
+    cell->ensurePolished();
+    std::function<void(QLayout *)> forget = [&forget](QLayout *l) {
+        if (!l)
+            return;
+        l->invalidate();
+        for (int i = 0; i < l->count(); ++i) {
+            QLayoutItem *item = l->itemAt(i);
+            item->invalidate();
+            forget(item->layout());
+        }
+    };
+    forget(cell->contentView()->layout());
+    forget(cell->layout());
     const qreal h = d->sanitize(cell->heightForWidth(width) >= 0 ? cell->heightForWidth(width) : cell->sizeHint().height());
     d->heightCache.insert(cacheKey, h);
     return h;
@@ -464,6 +482,22 @@ int IMTableView::createdCellCount() const { return d->createdCells; }
 void IMTableView::resizeEvent(QResizeEvent *event)
 {
     QAbstractScrollArea::resizeEvent(event);
+    if (event->oldSize().width() != event->size().width() && d->total() > 0) {
+        // Heights depend on the width: measure again (cached template heights too).
+        d->heightCache.clear();
+        const qreal before = contentOffset().y();
+        const int first = d->visible.isEmpty() ? 0 : d->visible.firstKey();
+        for (int g = 0; g < d->total(); ++g) {
+            if (d->estimatedRowHeight > 0)
+                d->layout.forget(g);
+            else
+                d->layout.setHeight(g, d->measure(g));
+        }
+        updateScrollRange();
+        // Keep the first row on screen at the top.
+        if (before > 0)
+            verticalScrollBar()->setValue(int(d->layout.top(first)));
+    }
     updateScrollRange();
     layoutRows();
 }
