@@ -1,0 +1,23 @@
+#include "IMRelativeDate.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+QString IMRelativeDateString(const QDateTime &date, bool withTime, const QDateTime &now)
+{
+    if (!date.isValid())
+        return QString();
+    const QDateTime local = date.toLocalTime();
+    const QDate today = (now.isValid() ? now : QDateTime::currentDateTime()).toLocalTime().date();
+    const QLocale locale;
+    QString day;
+    if (local.date() == today)
+        day = QCoreApplication::translate("IMRelativeDate", "今天");
+    else if (local.date() == today.addDays(-1))
+        day = QCoreApplication::translate("IMRelativeDate", "昨天");
+    else
+        day = locale.toString(local.date(), QLocale::ShortFormat);
+    if (!withTime)
+        return day;
+    return day + QLatin1Char(' ') + locale.toString(local.time(), QLocale::ShortFormat);
+}
