@@ -28,3 +28,15 @@ Button *buttonWithText(QWidget *root, const QString &text)
 
 // A touch screen for QTest::touchEvent, registered once.
 QPointingDevice *testTouchScreen();
+
+#include <QStringList>
+
+// Collects the kit's console lines ("<File:line> text") while it lives.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+    //! The texts logged, without their "<File:line> " prefix.
+    QStringList texts() const;
+};
