@@ -9,6 +9,8 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QNetworkCookieJar>
+#include <QNetworkReply>
+#include <QSslError>
 #include <QTimer>
 #include <filesystem>
 
@@ -107,6 +109,12 @@ QNetworkAccessManager *Parlo::urlSession()
         f->urlSession = std::make_unique<QNetworkAccessManager>();
         f->urlSession->setCookieJar(new QNetworkCookieJar(f->urlSession.get()));
         f->urlSession->setTransferTimeout(f->requestTimeoutMs);
+        // Read at each error, so a later connectWithURL's "selfSigned" applies to this session too.
+        QObject::connect(f->urlSession.get(), &QNetworkAccessManager::sslErrors, this,
+            [this](QNetworkReply *reply, const QList<QSslError> &errors) {
+                if (d->selfSigned)
+                    reply->ignoreSslErrors(errors);
+            });
     }
     return f->urlSession.get();
 }
