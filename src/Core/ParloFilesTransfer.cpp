@@ -15,6 +15,7 @@
 #include <filesystem>
 
 IMError parloFileNameError(const QString &name);
+IMFilePtr parloUploadedFile(const QByteArray &answer);
 QByteArray parloReadWholeFile(const QString &path);
 QString parloFileSegment(const QString &name);
 
@@ -405,9 +406,8 @@ void Parlo::finishUpload(QNetworkReply *reply, const QString &key, const QByteAr
     IMError error = transferError(reply, answer.left(kErrorBodyLimit), f->resourceTimeoutMs);
     IMFilePtr file;
     if (error.isNull()) {
-        const QVariant parsed = QJsonDocument::fromJson(answer).toVariant();
-        file = IMFile::fromDictionary(parsed.toMap());
-        if (!file || !parloFileNameError(file->fileName()).isNull())
+        file = parloUploadedFile(answer);
+        if (!file)
             error = IMError::parlo(0, QStringLiteral("the upload's answer names no usable file: %1")
                                           .arg(QString::fromUtf8(answer.left(1024))));
     }

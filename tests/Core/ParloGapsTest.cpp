@@ -113,23 +113,22 @@ TEST_F(CoreTest, FailedSendsAreKeptUpToTheLimitOldestFirstOut)
     EXPECT_EQ(parlo->failedSendingLimit(), 100);
     parlo->setFailedSendingLimit(2);
     connectScripted();
-    auto send = [this](const QString &text, int &failures) {
+    // Shared: the send still in flight fails when the facade goes, after this test's frame.
+    const auto failures = std::make_shared<int>(0);
+    auto send = [&](const QString &text) {
         IMMessagePtr message = IMMessage::create();
         message->setMessage(text);
-        parlo->sendMessage(message, nullptr, [&failures](const IMError &) { ++failures; });
+        parlo->sendMessage(message, nullptr, [failures](const IMError &) { ++*failures; });
         return message;
     };
-    int inFlightFailures = 0;
-    const IMMessagePtr inFlight = send("waits for its echo", inFlightFailures);
+    const IMMessagePtr inFlight = send("waits for its echo");
     socket->setStatus(IMSocket::Status::Disconnected);
-    int failures = 0;
     QList<IMMessagePtr> failed;
     for (int i = 0; i < 4; ++i)
-        failed << send(QString::number(i), failures);
-    EXPECT_EQ(failures, 4);
-    EXPECT_EQ(inFlightFailures, 0);
+        failed << send(QString::number(i));
+    EXPECT_EQ(*failures, 4);
     // The one still in flight stays; of the failed ones the newest two do.
-    EXPECT_EQ(parlo->sendingMessages(), (QList<IMMessagePtr> { inFlight, failed[2], failed[3] }));
+    EXPECT_EQ(parlo->sendingMessages(), (QList<IMMessagePtr>{inFlight, failed[2], failed[3]}));
 }
 
 TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
