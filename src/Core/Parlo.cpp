@@ -86,6 +86,9 @@ QList<IMMessagePtr> &Parlo::sendingMessages()
     return *d->sendingMessages;
 }
 
+int Parlo::failedSendingLimit() const { return d->failedSendingLimit; }
+void Parlo::setFailedSendingLimit(int limit) { d->failedSendingLimit = limit; }
+
 QList<Parlo::Block> &Parlo::queueArray()
 {
     if (!d->queueArray)

@@ -64,15 +64,25 @@ public:
     //! Replaces the base of plain-HTTP addresses.
     void setDomainString(const QString &url);
     //! Messages sent from this device whose echo has not arrived yet (created empty on first use).
+    //! A failed send stays listed (state 2); beyond failedSendingLimit failed entries the oldest
+    //! failed ones are dropped, so a long-running host does not grow without end.
     QList<IMMessagePtr> &sendingMessages();
+    //! How many failed sends sendingMessages keeps at most (100); below 0 means no limit.
+    int failedSendingLimit() const;
+    //! Sets the number of failed sends kept; applied at the next failure.
+    void setFailedSendingLimit(int limit);
     //! Work waiting for chat-in, run in order by execQueue (created empty on first use).
     QList<Block> &queueArray();
     //! Whether keeping the room list up to date is paused.
     bool isPausedLoadingRoomData() const;
     //! Pauses or resumes keeping the room list up to date.
     void setIsPausedLoadingRoomData(bool paused);
-    //! The connection status: 0 connected, 1 disconnected (initially), 2 error, 3 reconnected,
-    //! 4 trying to reconnect, 5 reconnecting, 6 reconnection gave up.
+    //! The connection status (what the host should do in brackets): 0 connected (sign up or chat
+    //! in again: a new connection is anonymous to the server); 1 disconnected, initially and after
+    //! a drop (the socket retries by itself, except after the server ended the connection, message
+    //! "io server disconnect", or disconnect(): then call reconnect); 2 connection error (wait, a
+    //! retry follows when reconnection is on); 3 reconnected (0 follows); 4 trying to reconnect and
+    //! 5 reconnecting (wait); 6 reconnection gave up (call reconnect when it suits the host).
     int connectStatus() const;
     //! Sets the connection status without announcing it.
     void setConnectStatus(int status);
@@ -142,7 +152,12 @@ public:
 
     //! Creates the connection to `url` with `options` (passed through to the socket), registers
     //! the life-event and pushed-event handlers, connects and keeps `url` as domainString.
+    //! The option "selfSigned" (bool) accepts a TLS certificate that does not verify, on the
+    //! connection and on plain HTTP alike (chat-in, device token, downloads, uploads).
     void connectWithURL(const QString &url, const QVariantMap &options, Block onConnect);
+    //! Drops the connection, if any, and opens it anew with the same URL and options: the way
+    //! back after the server ended it or reconnection gave up. Does nothing before connectWithURL.
+    void reconnect();
     //! Announces status `status` with the event's arguments: delegate, then "didChangeConnectStatus"
     //! and "ParloDidChangeConnectStatus" with user info {"status", "message"}.
     void didChangeConnectStatus(int status, const QVariantList &data);
@@ -470,6 +485,8 @@ private:
     void handleReceive(const QVariantList &data);
     void handleRoomDidUpdate(const QVariantList &data);
     void reloadRoomsSaving(const QList<IMRoomPtr> &rooms);
+    // Keeps at most failedSendingLimit failed sends in sendingMessages, dropping the oldest.
+    void dropOldestFailedSends();
     bool saveMovedRoom(const IMRoomPtr &moved);
     static void forgetDelegate(ParloDelegate *delegate);
 

@@ -21,6 +21,7 @@ QVariantMap firstMap(const QVariantList &data)
 void Parlo::connectWithURL(const QString &url, const QVariantMap &options, Block onConnect)
 {
     d->onConnectBlock = std::move(onConnect);
+    d->selfSigned = options.value(QStringLiteral("selfSigned")).toBool();
     IMSocket *socket = d->socketFactory ? d->socketFactory(QUrl(url), options)
                                         : new IMSocketIOClient(QUrl(url), options);
     // The old connection goes with its handlers; its pending requests fail or retry on the new one.
@@ -29,6 +30,12 @@ void Parlo::connectWithURL(const QString &url, const QVariantMap &options, Block
     onEvents();
     d->socket->connect();
     d->domainString = url;
+}
+
+void Parlo::reconnect()
+{
+    if (d->socket)
+        d->socket->reconnect();
 }
 
 void Parlo::onDefaultEvents()
@@ -204,9 +211,11 @@ void Parlo::handleJoined(const QVariantList &data)
     if (!room)
         room = std::make_shared<IMRoom>();
     QList<IMRoomPtr> &rooms = chatRooms();
-    if (rooms.isEmpty()) {
+    // A room without an id could never be updated or removed again: it is announced, not listed.
+    const bool listable = !room->objectID().isEmpty();
+    if (listable && rooms.isEmpty()) {
         rooms.append(room);
-    } else {
+    } else if (listable) {
         const QDateTime joinedAt = IMDate::toDate(room->lastMessageTime());
         for (qsizetype i = 0; i < rooms.size(); ++i) {
             // An unreadable time never compares earlier, as with an absent date.

@@ -3,6 +3,7 @@
 #include "ParloFiles_p.h"
 
 #include "IMClient.h"
+#include "IMFile.h"
 #include "IMPlatform.h"
 
 #include <QBuffer>
@@ -10,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QImageWriter>
+#include <QJsonDocument>
 #include <QMutex>
 #include <QSaveFile>
 #include <QUrl>
@@ -262,6 +264,13 @@ void Parlo::getFileWithName(const QString &name, bool fromCache, DataSuccess suc
 }
 
 // ---- the multipart upload ----------------------------------------------------------------------
+
+//! The file an upload's answer names, null when the answer is no record or its name is refused.
+IMFilePtr parloUploadedFile(const QByteArray &answer)
+{
+    const IMFilePtr file = IMFile::fromDictionary(QJsonDocument::fromJson(answer).toVariant().toMap());
+    return file && parloFileNameError(file->fileName()).isNull() ? file : nullptr;
+}
 
 Parlo::UploadRequest Parlo::requestWithData(const QByteArray &data, const QVariantMap &dict) const
 {

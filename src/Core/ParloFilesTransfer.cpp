@@ -9,10 +9,13 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QNetworkCookieJar>
+#include <QNetworkReply>
+#include <QSslError>
 #include <QTimer>
 #include <filesystem>
 
 IMError parloFileNameError(const QString &name);
+IMFilePtr parloUploadedFile(const QByteArray &answer);
 QByteArray parloReadWholeFile(const QString &path);
 QString parloFileSegment(const QString &name);
 
@@ -107,6 +110,12 @@ QNetworkAccessManager *Parlo::urlSession()
         f->urlSession = std::make_unique<QNetworkAccessManager>();
         f->urlSession->setCookieJar(new QNetworkCookieJar(f->urlSession.get()));
         f->urlSession->setTransferTimeout(f->requestTimeoutMs);
+        // Read at each error, so a later connectWithURL's "selfSigned" applies to this session too.
+        QObject::connect(f->urlSession.get(), &QNetworkAccessManager::sslErrors, this,
+            [this](QNetworkReply *reply, const QList<QSslError> &errors) {
+                if (d->selfSigned)
+                    reply->ignoreSslErrors(errors);
+            });
     }
     return f->urlSession.get();
 }
@@ -397,9 +406,8 @@ void Parlo::finishUpload(QNetworkReply *reply, const QString &key, const QByteAr
     IMError error = transferError(reply, answer.left(kErrorBodyLimit), f->resourceTimeoutMs);
     IMFilePtr file;
     if (error.isNull()) {
-        const QVariant parsed = QJsonDocument::fromJson(answer).toVariant();
-        file = IMFile::fromDictionary(parsed.toMap());
-        if (!file || !parloFileNameError(file->fileName()).isNull())
+        file = parloUploadedFile(answer);
+        if (!file)
             error = IMError::parlo(0, QStringLiteral("the upload's answer names no usable file: %1")
                                           .arg(QString::fromUtf8(answer.left(1024))));
     }

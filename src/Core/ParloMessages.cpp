@@ -7,6 +7,7 @@
 #include "IMMessageSend.h"
 #include "IMPlatform.h"
 
+#include <algorithm>
 #include <mutex>
 
 //! Lets a block queued on the global queue reach the facade only while the facade's state lives:
@@ -120,6 +121,8 @@ void Parlo::sendMessage(const IMMessagePtr &message, MessageSuccess success, Fai
         },
         [self, message, failure](const IMError &error) {
             message->setSendingType(IMMessageSendingTypeFailed);
+            if (self)
+                self->dropOldestFailedSends();
             if (failure)
                 failure(error);
             if (!self)
@@ -128,6 +131,25 @@ void Parlo::sendMessage(const IMMessagePtr &message, MessageSuccess success, Fai
                 delegate->ParloDidChangeMessageSendingType(message);
             self->postNotificationName(kParloDidChangeMessageSendingType, QVariant::fromValue(message));
         });
+}
+
+void Parlo::dropOldestFailedSends()
+{
+    const int limit = d->failedSendingLimit;
+    if (limit < 0 || !d->sendingMessages)
+        return;
+    QList<IMMessagePtr> &sending = *d->sendingMessages;
+    qsizetype failed = std::count_if(sending.cbegin(), sending.cend(),
+        [](const IMMessagePtr &m) { return m->sendingType() == IMMessageSendingTypeFailed; });
+    // The list is in sending order, so the first failed entries are the oldest.
+    for (qsizetype i = 0; failed > limit && i < sending.size();) {
+        if (sending[i]->sendingType() == IMMessageSendingTypeFailed) {
+            sending.removeAt(i);
+            --failed;
+        } else {
+            ++i;
+        }
+    }
 }
 
 void Parlo::sendMessageInBackground(const IMMessagePtr &message)

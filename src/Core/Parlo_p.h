@@ -16,7 +16,10 @@ struct Parlo::Private
     SocketFactory socketFactory;
     bool isDebuging = false;
     QString domainString;
+    // The host's "selfSigned" connection option; plain-HTTP transfers honour it too.
+    bool selfSigned = false;
     std::optional<QList<IMMessagePtr>> sendingMessages;
+    int failedSendingLimit = 100;
     std::optional<QList<Block>> queueArray;
     bool isPausedLoadingRoomData = false;
     int connectStatus = 1;

@@ -161,11 +161,11 @@ namespace {
 template<typename Ptr>
 QVector<IMDBRow> rowsFor(const QList<Ptr> &records)
 {
-    // A record without a key is not stored.
+    // A record without a key is not stored: an empty key could never be replaced or removed.
     QVector<IMDBRow> rows;
     rows.reserve(records.size());
     for (const Ptr &record : records)
-        if (record && !record->objectID().isNull())
+        if (record && !record->objectID().isEmpty())
             rows.append(rowFor(*record));
     return rows;
 }
@@ -295,8 +295,10 @@ QList<IMRoomPtr> IMDB::getAllRooms()
     }
     QList<IMRoomPtr> rooms;
     rooms.reserve(records.size());
+    // Stores written by earlier versions may hold a room under the empty key; it is not listed.
     for (const IMObjectPtr &record : records)
-        if (auto room = std::dynamic_pointer_cast<IMRoom>(record))
+        if (auto room = std::dynamic_pointer_cast<IMRoom>(record);
+            room && !room->objectID().isEmpty())
             rooms.append(std::move(room));
     return rooms;
 }

@@ -53,13 +53,14 @@ public:
 
     //! Stores each room under its `objectID` in "Room", in order, in one transaction; a room
     //! already stored is replaced (and moves in `getAllRooms` by its new time). Rooms without
-    //! an `objectID` are skipped.
+    //! an `objectID`, or with an empty one, are skipped.
     void saveRooms(const QList<IMRoomPtr> &rooms);
     //! The same for messages, into "Message".
     void saveMessages(const QList<IMMessagePtr> &messages);
     //! The rooms by "ORDER BY lastMessageTime DESC": newest last message first, rooms with no
     //! readable time last. The query also matches saved messages (after the rooms); they are
-    //! not rooms, so they are left out here and returned by `getAllRecords`.
+    //! not rooms, so they are left out here and returned by `getAllRecords`; nor is a room
+    //! stored under the empty key by an earlier version.
     QList<IMRoomPtr> getAllRooms();
     //! Everything the room-list query matches, in its order: the rooms, then the saved
     //! messages, each read back as the record it was stored as.

@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <gtest/gtest.h>
@@ -39,9 +41,9 @@ protected:
     void SetUp() override
     {
         dir = makeTempDir();
-        server = std::make_unique<NodeProcess>(
-            QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
-            QStringList{"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--data", dir + "/server"},
+        server = std::make_unique<NodeProcess>(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
+            QStringList { "--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--data",
+                dir + "/server", "--test-control" },
             QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
         ASSERT_TRUE(server->start()) << server->errorText().toStdString();
         url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
@@ -251,4 +253,46 @@ TEST_F(CliEndToEnd, TheInteractiveModeRunsLinesInOrderAndShowsEvents)
     EXPECT_GT(historyAt, roomAt) << out.toStdString();
     // Its own message came back as a pushed event too.
     EXPECT_TRUE(out.contains("message  Desk  alice (you): first line")) << out.toStdString();
+}
+
+TEST_F(CliEndToEnd, WatchComesBackAfterTheServerEndsTheConnection)
+{
+    ok("alice", { "signup", "--client-id", "alice" });
+    ok("bob", { "signup", "--client-id", "bob" });
+    ok("alice", { "create-room", "Back", "--member", "bob" });
+    auto watch = process("bob", { "--json", "watch", "--for", "30" });
+    watch->start();
+    QString out;
+    auto seen = [&](const QString &text) {
+        return waitUntil(
+            [&] {
+                return (out += QString::fromUtf8(watch->readAllStandardOutput())).contains(text);
+            },
+            15000);
+    };
+    ASSERT_TRUE(seen("\"watching\"")) << out.toStdString();
+
+    QNetworkAccessManager http;
+    QNetworkRequest request(QUrl(url + "/__control/disconnect"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+    std::unique_ptr<QNetworkReply> reply(http.post(request, R"({"clientID":"bob"})"));
+    ASSERT_TRUE(waitUntil([&] { return reply->isFinished(); }));
+    ASSERT_TRUE(seen("io server disconnect")) << out.toStdString();
+
+    // Back on its own, and signed in again: the next message reaches it.
+    ASSERT_TRUE(seen("\"connected\"")) << out.toStdString();
+    // Its chat-in runs after "connected": a message sent before it ends is not pushed to it.
+    bool reached = false;
+    for (int attempt = 0; attempt < 5 && !reached; ++attempt) {
+        ok("alice", { "send", "Back", "still there?" });
+        reached = waitUntil(
+            [&] {
+                return (out += QString::fromUtf8(watch->readAllStandardOutput()))
+                    .contains("still there?");
+            },
+            2000);
+    }
+    EXPECT_TRUE(reached) << out.toStdString();
+    watch->kill();
+    watch->waitForFinished();
 }

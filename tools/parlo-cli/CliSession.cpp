@@ -131,6 +131,16 @@ void Session::ParloDidChangeConnectStatus(int status, const QString &message)
         }
         return;
     }
+    if (status == 1 && m_ready && message == QLatin1String("io server disconnect")) {
+        // The socket does not come back by itself when the server ended the connection: ask it
+        // to, after the delays it uses for a dropped one (1 s, doubling, at most 5 s).
+        const int delayMs = int(qMin<qint64>(qint64(1000) << qMin(m_serverDrops++, 3), 5000));
+        QTimer::singleShot(delayMs, this, [this] {
+            if (!m_done)
+                m_parlo->reconnect();
+        });
+        return;
+    }
     if (status == 2 && !m_everConnected && ++m_connectErrors >= 3)
         finish(ExitUnreachable, QStringLiteral("cannot reach the server at %1 (%2)").arg(m_options.url, message));
 }
@@ -165,6 +175,7 @@ void Session::chatIn(bool mayRepair)
     m_parlo->chatinSuccess(
         [this, first](const IMClientPtr &client) {
             m_me = client->clientID();
+            m_serverDrops = 0;
             if (!first)
                 return;
             // The facade lists the rooms after this block: take them on the next turn.

@@ -82,6 +82,7 @@ private:
     bool m_everConnected = false;
     bool m_ready = false;
     int m_connectErrors = 0;
+    int m_serverDrops = 0; // since the last chat-in; sets the delay before reconnecting
     QString m_me;
     QTimer m_connectDeadline;
 
