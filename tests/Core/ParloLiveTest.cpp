@@ -2,15 +2,11 @@
 // room list, the badge and the store.
 #include "LiveFixture.h"
 
-#include <QUuid>
-
 TEST_F(LiveCoreTest, PushesFromAnotherClientChangeRoomsBadgeAndStore)
 {
-    const QString me = "me-" + QUuid::createUuid().toString(QUuid::Id128).left(8);
+    const QString me = uniqueID("me");
     signInFacade(me);
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp("peer"));
+    Peer &peer = signedInPeer();
 
     // The peer makes a room with us: "joined" puts it in the list and the store.
     const QVariantMap created = peer.request("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{me}}});
@@ -43,7 +39,7 @@ TEST_F(LiveCoreTest, PushesFromAnotherClientChangeRoomsBadgeAndStore)
     // The peer reads with an echo: "receive" replaces the room's read times.
     peer.request("put", "/room/receive/" + roomID, {{"echo", 1}});
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateReadTimeWithRoom).size() == 1; }, 10000));
-    EXPECT_TRUE(listed(roomID)->readTime().contains("peer"));
+    EXPECT_TRUE(listed(roomID)->readTime().contains(peer.clientID));
 
     // Another device of ours archives the room: "roomDidUpadte" writes it to the store.
     Peer otherDevice(url);
@@ -58,34 +54,22 @@ TEST_F(LiveCoreTest, PushesFromAnotherClientChangeRoomsBadgeAndStore)
 
 TEST_F(LiveCoreTest, ServerFailuresAndDroppedAcknowledgementsReachTheFailureBlock)
 {
-    parlo->connectWithURL(url, {}, [] {});
-    ASSERT_TRUE(waitUntil([&] { return parlo->connectStatus() == 0; }, 10000));
+    ASSERT_TRUE(connectFacade());
     parlo->setTimeout(1);
     IMUserDefaults::standardUserDefaults()->setToken("wrong");
-    IMError error;
-    int ended = 0;
-    parlo->emitWithMethod(
-        0, QVariantMap{{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}}, [&](const QVariant &) { ++ended; },
-        [&](const IMError &e) {
-            error = e;
-            ++ended;
-        });
-    ASSERT_TRUE(waitUntil([&] { return ended > 0; }, 10000));
-    EXPECT_EQ(error.code(), 401);
-    EXPECT_FALSE(error.info().isEmpty());
+    const QVariantMap list{{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}};
+    Outcome<> refused;
+    parlo->emitWithMethod(0, list, refused.ok(), refused.fail());
+    ASSERT_TRUE(refused.wait(10000));
+    EXPECT_EQ(refused.error.code(), 401);
+    EXPECT_FALSE(refused.error.info().isEmpty());
 
     // Server gone: the request in flight ends once, with "NO ACK" after its retries.
-    ended = 0;
-    parlo->emitWithMethod(
-        0, QVariantMap{{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}}, [&](const QVariant &) { ++ended; },
-        [&](const IMError &e) {
-            error = e;
-            ++ended;
-        });
+    Outcome<> lost;
+    parlo->emitWithMethod(0, list, lost.ok(), lost.fail());
     server->stop();
-    ASSERT_TRUE(waitUntil([&] { return ended > 0; }, 15000));
-    spinFor(100);
-    EXPECT_EQ(ended, 1);
-    EXPECT_EQ(error.code(), 999);
+    ASSERT_TRUE(lost.wait(15000));
+    EXPECT_EQ(lost.total(), 1);
+    EXPECT_EQ(lost.error.code(), 999);
     EXPECT_NE(parlo->connectStatus(), 0);
 }
