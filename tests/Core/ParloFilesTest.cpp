@@ -326,7 +326,9 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     // Someone outside the room can neither read the file nor upload into the room.
     signUpAs(uniqueID("outsider"));
     parlo->cache().removeAllObjects();
-    Ends &bySocket = socketFetch(file->fileName());
+    Ends &bySocket = track();
+    parlo->getFileWithName(file->fileName(), true, bySocket.ok(), bySocket.fail());
+    ASSERT_TRUE(bySocket.wait());
     EXPECT_TRUE(bySocket.oneAsyncFailure());
     EXPECT_EQ(bySocket.error.code(), 403);
     Ends &byHttp = httpFetch(file->fileName());
