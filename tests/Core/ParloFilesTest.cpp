@@ -178,8 +178,7 @@ TEST_F(FilesTest, RefusedNamesGiveCode400AndTouchNoFile)
         Ends &http = track();
         parlo->getFileWithName(name, false, http.progress(), http.ok(), http.fail());
         ASSERT_TRUE(http.wait());
-        EXPECT_TRUE(http.oneAsyncFailure());
-        EXPECT_EQ(http.error.code(), 400);
+        EXPECT_TRUE(http.failedOnceWith(400));
         EXPECT_TRUE(http.error.info().startsWith("refused file name")) << http.error.info().toStdString();
 
         Ends &socket = track();
@@ -215,8 +214,7 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
     Ends &image = track();
     EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.fail()).isNull());
     ASSERT_TRUE(image.wait());
-    EXPECT_TRUE(image.oneAsyncFailure());
-    EXPECT_EQ(image.error.code(), 400);
+    EXPECT_TRUE(image.failedOnceWith(400));
 }
 
 // ---- against the server ------------------------------------------------------------------------
@@ -302,8 +300,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     Ends &fresh = track();
     parlo->getFileWithName(name, false, fresh.progress(), fresh.ok(), fresh.fail());
     ASSERT_TRUE(fresh.wait());
-    EXPECT_TRUE(fresh.oneAsyncFailure());
-    EXPECT_EQ(fresh.error.code(), 503);
+    EXPECT_TRUE(fresh.failedOnceWith(503));
 }
 
 TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
@@ -315,11 +312,9 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     ASSERT_TRUE(file);
 
     Ends &socket = socketFetch("missing.png");
-    EXPECT_TRUE(socket.oneAsyncFailure());
-    EXPECT_EQ(socket.error.code(), 404);
+    EXPECT_TRUE(socket.failedOnceWith(404));
     Ends &http = httpFetch("missing.png");
-    EXPECT_TRUE(http.oneAsyncFailure());
-    EXPECT_EQ(http.error.code(), 404);
+    EXPECT_TRUE(http.failedOnceWith(404));
     EXPECT_TRUE(http.error.info().contains("missing.png")) << http.error.info().toStdString();
     EXPECT_TRUE(http.fractions.isEmpty());
 
@@ -329,17 +324,14 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     Ends &bySocket = track();
     parlo->getFileWithName(file->fileName(), true, bySocket.ok(), bySocket.fail());
     ASSERT_TRUE(bySocket.wait());
-    EXPECT_TRUE(bySocket.oneAsyncFailure());
-    EXPECT_EQ(bySocket.error.code(), 403);
+    EXPECT_TRUE(bySocket.failedOnceWith(403));
     Ends &byHttp = httpFetch(file->fileName());
-    EXPECT_TRUE(byHttp.oneAsyncFailure());
-    EXPECT_EQ(byHttp.error.code(), 403);
+    EXPECT_TRUE(byHttp.failedOnceWith(403));
     Ends &intoRoom = track();
     EXPECT_TRUE(parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(),
                                           intoRoom.fail()));
     ASSERT_TRUE(intoRoom.wait());
-    EXPECT_TRUE(intoRoom.oneAsyncFailure());
-    EXPECT_EQ(intoRoom.error.code(), 403);
+    EXPECT_TRUE(intoRoom.failedOnceWith(403));
 
     for (const QString &name : {QString("missing.png"), file->fileName()}) {
         EXPECT_TRUE(parlo->cache().object(name).isNull());
@@ -360,8 +352,7 @@ TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
 
     fault({{"path", path}, {"method", "get"}, {"action", "status"}, {"status", 500}, {"times", 1}});
     Ends &failed = httpFetch(name);
-    EXPECT_TRUE(failed.oneAsyncFailure());
-    EXPECT_EQ(failed.error.code(), 500);
+    EXPECT_TRUE(failed.failedOnceWith(500));
     EXPECT_EQ(failed.error.info(), "injected failure");
 
     fault({{"path", path}, {"method", "get"}, {"action", "truncate"}, {"times", 1}});
@@ -445,8 +436,7 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
     parlo.reset();
     for (Ends *ends : {&download, &up, &waiting}) {
         ASSERT_TRUE(ends->wait());
-        EXPECT_TRUE(ends->oneAsyncFailure());
-        EXPECT_EQ(ends->error.code(), int(QNetworkReply::OperationCanceledError));
+        EXPECT_TRUE(ends->failedOnceWith(int(QNetworkReply::OperationCanceledError)));
     }
     EXPECT_EQ(downloadsIn(temp), QStringList());
 }

@@ -184,8 +184,7 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     Outcome<IMMessagePtr> refused;
     parlo->sendMessage(intruder, refused.ok(), refused.fail());
     ASSERT_TRUE(refused.wait(10000));
-    EXPECT_TRUE(refused.oneAsyncFailure());
-    EXPECT_EQ(refused.error.code(), 403);
+    EXPECT_TRUE(refused.failedOnceWith(403));
     EXPECT_EQ(intruder->sendingType(), 2u);
     EXPECT_TRUE(parlo->sendingMessages().contains(intruder));
     EXPECT_EQ(recorder.events.filter("ChangeMessageSendingType"),

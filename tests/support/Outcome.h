@@ -5,6 +5,7 @@
 #include "TestUtil.h"
 
 #include <functional>
+#include <gtest/gtest.h>
 
 //! How an asynchronous operation ended: how often, with what, on which thread, and whether a
 //! block ran before the starting call returned (`started` is set by `wait()`, or by the test).
@@ -61,5 +62,14 @@ template <typename T = QVariant> struct Outcome {
     bool oneAsyncFailure() const
     {
         return successes == 0 && failures == 1 && !offMain && !synchronous;
+    }
+    //! One asynchronous failure on the main thread, with `code`.
+    ::testing::AssertionResult failedOnceWith(int code) const
+    {
+        if (oneAsyncFailure() && error.code() == code)
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure()
+            << successes << " successes, " << failures << " failures, off main " << offMain
+            << ", synchronous " << synchronous << ", error " << error.description().toStdString();
     }
 };
