@@ -91,6 +91,9 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     EXPECT_EQ(shared->badge()->total(), 2);
     const IMRoomPtr unread = listed(roomID, shared);
     ASSERT_EQ(unread->badge(), 2);
+    EXPECT_EQ(unread->message().value(0).toMap().value("message").toString(), "two");
+    EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().value(0)->message().value(0).toMap().value("message"),
+              QVariant("two"));
 
     int unseen = -1;
     shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, [&](int count) { unseen = count; },
@@ -116,6 +119,15 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     peer.ok("put", "/room/receive/" + roomID, {{"echo", 1}});
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateReadTimeWithRoom).size() == 1; }, 10000));
     EXPECT_TRUE(listed(roomID, shared)->readTime().contains(peer.clientID));
+
+    // Another device of ours archives the room: "roomDidUpadte" writes it to the store.
+    Peer otherDevice(url);
+    ASSERT_TRUE(otherDevice.connect());
+    otherDevice.clientID = me;
+    otherDevice.token = shared->token();
+    otherDevice.ok("put", "/rooms/" + roomID + "/archive");
+    ASSERT_TRUE(waitUntil([&] { return listed(roomID, shared)->archivedBy().contains(me); }, 10000));
+    EXPECT_TRUE(IMDB::sharedInstance()->getAllRooms().value(0)->archivedBy().contains(me));
 
     shared->socket()->disconnect();
     shared->setDelegate(nullptr);
