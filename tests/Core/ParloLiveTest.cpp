@@ -13,9 +13,13 @@ TEST_F(LiveCoreTest, ServerFailuresAndDroppedAcknowledgementsReachTheFailureBloc
     EXPECT_EQ(refused.error.code(), 401);
     EXPECT_FALSE(refused.error.info().isEmpty());
 
-    // Server gone: the request in flight ends once, with "NO ACK" after its retries.
+    // Server gone: the request in flight ends once, with "NO ACK" after its retries. The server
+    // holds the answer back, so that it cannot answer before it stops.
+    control("POST", "/__control/faults", {{"path", "/room/list"}, {"prefix", true}, {"action", "drop"}});
     Outcome<> lost;
     parlo->emitWithMethod(0, list, lost.ok(), lost.fail());
+    ASSERT_TRUE(waitUntil(
+        [&] { return control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt() == 1; }));
     server->stop();
     ASSERT_TRUE(lost.wait(15000));
     EXPECT_EQ(lost.total(), 1);
