@@ -46,12 +46,13 @@ template <typename T = QVariant> struct Outcome {
     {
         return [this](const IMError &, const auto &...) { ++completions; };
     }
-    //! Marks the call as returned and waits for its end; then a moment more to catch a second end.
+    //! Marks the call as returned and waits for its end; then a few event-loop turns more, where a
+    //! second end posted to the main queue would land.
     bool wait(int ms = 20000)
     {
         started = true;
         const bool ended = waitUntil([this] { return total() > 0; }, ms);
-        spinFor(50);
+        spinFor(10);
         return ended;
     }
     //! Exactly one end, a success, on the main thread, not before the call returned.
