@@ -88,3 +88,27 @@ QVariantMap messageDict(const QString &id, const QString &roomID, const QString 
                        {"idFromSender", idFromSender},
                        {"createdAt", createdAt}};
 }
+
+QStringList logLines()
+{
+    QStringList lines;
+    for (const QVariant &record : IMUserDefaults::standardUserDefaults()->log())
+        lines << record.toMap().value("data").toString();
+    return lines;
+}
+
+QStringList idsOf(const QList<IMRoomPtr> &rooms)
+{
+    QStringList ids;
+    for (const IMRoomPtr &r : rooms)
+        ids << r->objectID();
+    return ids;
+}
+
+void storeRooms(const QList<QPair<QString, QString>> &rooms)
+{
+    QVariantList dicts;
+    for (const auto &[id, time] : rooms)
+        dicts << roomDict(id, time);
+    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries(dicts));
+}

@@ -6,6 +6,7 @@
 #include "IMNotificationCenter.h"
 #include "IMPlatform.h"
 #include "IMUserDefaults.h"
+#include "Outcome.h"
 #include "Parlo.h"
 #include "ScriptedSocket.h"
 #include "QtPrinters.h"
@@ -63,3 +64,9 @@ QVariantMap roomDict(const QString &id, const QString &lastMessageTime);
 //! A message dictionary in `roomID` from `senderID`.
 QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
                         const QString &createdAt);
+//! The texts of the persisted log, newest first.
+QStringList logLines();
+//! The ids of `rooms`, in order.
+QStringList idsOf(const QList<IMRoomPtr> &rooms);
+//! Saves rooms {id, last message time} to the store, as a previous session would have.
+void storeRooms(const QList<QPair<QString, QString>> &rooms);

@@ -56,11 +56,8 @@ bool Peer::signUp(const QString &id)
 void LiveCoreTest::SetUp()
 {
     CoreTest::SetUp();
-    server = std::make_unique<NodeProcess>(
-        QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
-        QStringList{"--port", "0", "--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--test-control"},
-        QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
-    ASSERT_TRUE(server->start()) << server->errorText().toStdString();
+    server = startReferenceServer({"--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--test-control"});
+    ASSERT_TRUE(server->isRunning());
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     parlo->setApiKey(kLiveApiKey);
     parlo->setClientKey(kLiveClientKey);
@@ -69,6 +66,7 @@ void LiveCoreTest::SetUp()
 void LiveCoreTest::TearDown()
 {
     CoreTest::TearDown();
+    peer_.reset();
     server.reset();
 }
 
@@ -82,14 +80,27 @@ bool LiveCoreTest::connectFacade(Parlo *facade)
 void LiveCoreTest::signInFacade(const QString &id)
 {
     ASSERT_TRUE(connectFacade());
+    signUpAs(id);
+    ASSERT_EQ(call(1, "/client/chatin/").toMap().value("clientID").toString(), id);
+}
+
+void LiveCoreTest::signUpAs(const QString &id)
+{
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
     settings->setClientID(id);
     settings->setToken(QString());
-    QVariantMap body = call(1, "/client/", {{"clientID", id}, {"username", id}}).toMap();
+    const QVariantMap body = call(1, "/client/", {{"clientID", id}, {"username", id}}).toMap();
     settings->setToken(body.value("token").toString());
     settings->setCurrentUser(body);
-    body = call(1, "/client/chatin/").toMap();
-    ASSERT_EQ(body.value("clientID").toString(), id);
+}
+
+Peer &LiveCoreTest::signedInPeer()
+{
+    if (!peer_) {
+        peer_ = std::make_unique<Peer>(url);
+        EXPECT_TRUE(peer_->connect() && peer_->signUp(uniqueID("peer")));
+    }
+    return *peer_;
 }
 
 QVariant LiveCoreTest::call(uint method, const QString &path, const QVariantMap &data)

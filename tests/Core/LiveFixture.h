@@ -42,6 +42,10 @@ protected:
 
     //! Connects the facade and signs it up and in as `id` through its transport, as a host would.
     void signInFacade(const QString &id);
+    //! Signs up as `id` on the connected facade and makes it the current client.
+    void signUpAs(const QString &id);
+    //! Another user of the server, connected and signed up on first use.
+    Peer &signedInPeer();
     //! Connects `facade` (the test's own by default) and waits for status 0.
     bool connectFacade(Parlo *facade = nullptr);
     //! A request through the facade's transport; fails the test on a failure.
@@ -54,5 +58,6 @@ protected:
     static QString uniqueID(const QString &prefix);
 
     std::unique_ptr<NodeProcess> server;
+    std::unique_ptr<Peer> peer_;
     QString url;
 };

@@ -36,9 +36,7 @@ TEST_F(CoreTest, LifeEventsBecomeStatusesAnnouncedInPairs)
 
 TEST_F(CoreTest, MessageMovesItsRoomToTheFrontAndIsAnnouncedInOrder)
 {
-    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries(
-        {roomDict("r1", "2026-01-03T00:00:00.000Z"), roomDict("r2", "2026-01-02T00:00:00.000Z"),
-         roomDict("r3", "2026-01-01T00:00:00.000Z")}));
+    storeRooms({{"r1", "2026-01-03T00:00:00.000Z"}, {"r2", "2026-01-02T00:00:00.000Z"}, {"r3", "2026-01-01T00:00:00.000Z"}});
     connectScripted();
     ASSERT_EQ(parlo->chatRooms().size(), 3);
 
@@ -71,7 +69,7 @@ TEST_F(CoreTest, MessageMovesItsRoomToTheFrontAndIsAnnouncedInOrder)
 
 TEST_F(CoreTest, OwnEchoSettlesTheMessageBeingSent)
 {
-    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries({roomDict("r1", "2026-01-01T00:00:00.000Z")}));
+    storeRooms({{"r1", "2026-01-01T00:00:00.000Z"}});
     connectScripted();
     IMMessagePtr local = IMMessage::initWithRoom(parlo->chatRooms().first());
     local->setTemp(QStringLiteral("scratch"));
@@ -124,9 +122,7 @@ TEST_F(CoreTest, BurstOfMessagesForOneRoomKeepsOneEntry)
     }
     const QList<IMRoomPtr> rooms = parlo->chatRooms();
     ASSERT_EQ(rooms.size(), 20);
-    QStringList ids;
-    for (const IMRoomPtr &r : rooms)
-        ids << r->objectID();
+    QStringList ids = idsOf(rooms);
     EXPECT_EQ(ids.removeDuplicates(), 0);
     EXPECT_EQ(ids.mid(0, 3), (QStringList{"r1", "r0", "r2"})); // m49 in r1, m48 in r0, m47 in r2
     EXPECT_EQ(rooms[0]->message().value(0).toMap().value("id"), "m49");
@@ -139,14 +135,10 @@ TEST_F(CoreTest, BurstOfMessagesForOneRoomKeepsOneEntry)
 
 TEST_F(CoreTest, JoinedInsertsByTimeWithoutReloading)
 {
-    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries(
-        {roomDict("r1", "2026-01-03T00:00:00.000Z"), roomDict("r2", "2026-01-01T00:00:00.000Z")}));
+    storeRooms({{"r1", "2026-01-03T00:00:00.000Z"}, {"r2", "2026-01-01T00:00:00.000Z"}});
     connectScripted();
     socket->push("joined", {roomDict("new", "2026-01-02T00:00:00.000Z")});
-    QStringList ids;
-    for (const IMRoomPtr &r : parlo->chatRooms())
-        ids << r->objectID();
-    EXPECT_EQ(ids, (QStringList{"r1", "new", "r2"}));
+    EXPECT_EQ(idsOf(parlo->chatRooms()), (QStringList{"r1", "new", "r2"}));
     EXPECT_EQ(recorder.events, (QStringList{"d:JoinedWithRoom", "d:UpdateRooms", "d:UpdateRoom", "n:ParloDidJoinedWithRoom"}));
 
     // Older than every listed room: not inserted, still announced and saved.
@@ -159,8 +151,7 @@ TEST_F(CoreTest, JoinedInsertsByTimeWithoutReloading)
 
 TEST_F(CoreTest, ReceiptAndRoomUpdateAreWrittenToTheStore)
 {
-    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries(
-        {roomDict("r1", "2026-01-03T00:00:00.000Z"), roomDict("r2", "2026-01-01T00:00:00.000Z")}));
+    storeRooms({{"r1", "2026-01-03T00:00:00.000Z"}, {"r2", "2026-01-01T00:00:00.000Z"}});
     connectScripted();
     const QVariantMap readTime{{"other", "2026-01-05T00:00:00.000Z"}};
     socket->push("receive", {QVariantMap{{"id", "r2"}, {"readTime", readTime}}});

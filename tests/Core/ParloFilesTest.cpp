@@ -7,50 +7,22 @@
 #include <QDir>
 #include <QImageReader>
 #include <QRandomGenerator>
+#include <algorithm>
 #include <list>
 
 namespace {
-//! How an asynchronous operation ended: how often, with what, on which thread, and whether a
-//! block ran before the starting call returned.
-struct Ends
+//! An operation's ends, with the file, the progress and the completion blocks of the file calls.
+struct Ends : Outcome<QByteArray>
 {
-    int successes = 0;
-    int failures = 0;
-    QByteArray data;
     IMFilePtr file;
-    IMError error;
     QList<double> fractions;
-    bool offMain = false;
-    bool synchronous = false;
-    bool started = false; // set once the starting call has returned
 
-    void note()
-    {
-        offMain |= !IMIsMainThread();
-        synchronous |= !started;
-    }
-    Parlo::DataSuccess data_()
-    {
-        return [this](const QByteArray &bytes) {
-            note();
-            ++successes;
-            data = bytes;
-        };
-    }
     Parlo::FileSuccess file_()
     {
         return [this](const IMFilePtr &f) {
             note();
             ++successes;
             file = f;
-        };
-    }
-    Parlo::Failure failure()
-    {
-        return [this](const IMError &e) {
-            note();
-            ++failures;
-            error = e;
         };
     }
     Parlo::Progress progress()
@@ -66,28 +38,12 @@ struct Ends
             note();
             e.isNull() ? ++successes : ++failures;
             error = e;
-            data = bytes;
+            value = bytes;
         };
     }
-    //! Marks the call as returned and waits for its end; then a moment more to catch a second end.
-    bool wait(int ms = 20000)
-    {
-        started = true;
-        const bool ended = waitUntil([&] { return successes + failures > 0; }, ms);
-        spinFor(50);
-        return ended;
-    }
-    //! Exactly one end, a success, on the main thread, not before the call returned.
-    bool oneAsyncSuccess() const { return successes == 1 && failures == 0 && !offMain && !synchronous; }
-    bool oneAsyncFailure() const { return successes == 0 && failures == 1 && !offMain && !synchronous; }
     bool fractionsRiseToOne() const
     {
-        if (fractions.isEmpty() || fractions.last() != 1.0)
-            return false;
-        for (qsizetype i = 1; i < fractions.size(); ++i)
-            if (fractions[i] < fractions[i - 1])
-                return false;
-        return true;
+        return !fractions.isEmpty() && fractions.last() == 1.0 && std::is_sorted(fractions.begin(), fractions.end());
     }
 };
 
@@ -125,25 +81,45 @@ const QByteArray kBoundary = "---------------------------14737809831466499882746
 
 // ---- without a server --------------------------------------------------------------------------
 
-class FilesTest : public CoreTest
+//! Files fixtures keep their cache and downloads in a folder of the test's own.
+template <typename Base> class WithOwnTemp : public Base
 {
 protected:
     void SetUp() override
     {
-        CoreTest::SetUp();
+        Base::SetUp();
         suiteTemp = IMPlatform::instance()->temporaryPath();
         temp = makeTempDir();
         IMPlatform::instance()->setTemporaryPath(temp);
     }
     void TearDown() override
     {
-        CoreTest::TearDown();
+        Base::TearDown();
         IMPlatform::instance()->setTemporaryPath(suiteTemp);
     }
+    //! Fetches `name` by HTTP through the caches and waits for the end.
+    Ends &httpFetch(const QString &name, int ms = 20000)
+    {
+        Ends &ends = track();
+        this->parlo->getFileWithNameProgress(name, ends.progress(), ends.ok(), ends.fail());
+        EXPECT_TRUE(ends.wait(ms));
+        return ends;
+    }
+    //! Fetches `name` by socket through the caches and waits for the end.
+    Ends &socketFetch(const QString &name)
+    {
+        Ends &ends = track();
+        this->parlo->getFileWithName(name, ends.complete());
+        EXPECT_TRUE(ends.wait());
+        return ends;
+    }
+
     QString temp;
     QString suiteTemp;
     EndsPool track;
 };
+
+using FilesTest = WithOwnTemp<CoreTest>;
 
 TEST_F(FilesTest, MultipartRequestIsByteForByteWithAndWithoutBytes)
 {
@@ -200,14 +176,13 @@ TEST_F(FilesTest, RefusedNamesGiveCode400AndTouchNoFile)
         EXPECT_FALSE(parlo->fileSaveWithName(name, "x"));
 
         Ends &http = track();
-        parlo->getFileWithName(name, false, http.progress(), http.data_(), http.failure());
+        parlo->getFileWithName(name, false, http.progress(), http.ok(), http.fail());
         ASSERT_TRUE(http.wait());
-        EXPECT_TRUE(http.oneAsyncFailure());
-        EXPECT_EQ(http.error.code(), 400);
+        EXPECT_TRUE(http.failedOnceWith(400));
         EXPECT_TRUE(http.error.info().startsWith("refused file name")) << http.error.info().toStdString();
 
         Ends &socket = track();
-        parlo->getFileWithName(name, true, socket.data_(), socket.failure());
+        parlo->getFileWithName(name, true, socket.ok(), socket.fail());
         EXPECT_EQ(socket.failures, 1);
         EXPECT_EQ(socket.error.code(), 400);
     }
@@ -221,17 +196,15 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
     ASSERT_TRUE(parlo->fileSaveWithName("f.bin", "from disk"));
     parlo->cache().setObject("f.bin", QByteArray());
     Ends &socket = track();
-    parlo->getFileWithName("f.bin", true, socket.data_(), socket.failure());
+    parlo->getFileWithName("f.bin", true, socket.ok(), socket.fail());
     EXPECT_EQ(socket.successes, 1);
-    EXPECT_EQ(socket.data, "from disk");
+    EXPECT_EQ(socket.value, "from disk");
     EXPECT_EQ(parlo->cache().object("f.bin"), "from disk");
 
     parlo->cache().setObject("f.bin", "from memory");
-    Ends &http = track();
-    parlo->getFileWithNameProgress("f.bin", http.progress(), http.data_(), http.failure());
-    ASSERT_TRUE(http.wait());
+    Ends &http = httpFetch("f.bin");
     EXPECT_TRUE(http.oneAsyncSuccess());
-    EXPECT_EQ(http.data, "from memory");
+    EXPECT_EQ(http.value, "from memory");
 
     // Bytes over the limit are not kept, and do not leave older bytes under the name.
     parlo->cache().setTotalCostLimit(8);
@@ -239,55 +212,26 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
     EXPECT_TRUE(parlo->cache().object("f.bin").isNull());
 
     Ends &image = track();
-    EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.failure()).isNull());
+    EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.fail()).isNull());
     ASSERT_TRUE(image.wait());
-    EXPECT_TRUE(image.oneAsyncFailure());
-    EXPECT_EQ(image.error.code(), 400);
+    EXPECT_TRUE(image.failedOnceWith(400));
 }
 
 // ---- against the server ------------------------------------------------------------------------
 
-class FilesLiveTest : public LiveCoreTest
+class FilesLiveTest : public WithOwnTemp<LiveCoreTest>
 {
 protected:
-    void SetUp() override
-    {
-        LiveCoreTest::SetUp();
-        suiteTemp = IMPlatform::instance()->temporaryPath();
-        temp = makeTempDir();
-        IMPlatform::instance()->setTemporaryPath(temp);
-    }
-    void TearDown() override
-    {
-        LiveCoreTest::TearDown();
-        IMPlatform::instance()->setTemporaryPath(suiteTemp);
-    }
-
-    //! Signs up as `id` on the connected facade and makes it the current client.
-    void becomeClient(const QString &id)
-    {
-        IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
-        settings->setClientID(id);
-        settings->setToken(QString());
-        const QVariantMap body = call(1, "/client/", {{"clientID", id}, {"username", id}}).toMap();
-        settings->setToken(body.value("token").toString());
-        settings->setCurrentUser(body);
-    }
-
     IMFilePtr upload(const QByteArray &data, const IMRoomPtr &room, bool isPublic = false)
     {
         Ends &ends = track();
-        parlo->uploadFileWithData(data, "other", room, isPublic, ends.file_(), ends.failure());
+        parlo->uploadFileWithData(data, "other", room, isPublic, ends.file_(), ends.fail());
         EXPECT_TRUE(ends.wait(50000));
         EXPECT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
         return ends.file;
     }
 
     void fault(const QVariantMap &rule) { ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id")); }
-
-    QString temp;
-    QString suiteTemp;
-    EndsPool track;
 };
 
 TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
@@ -297,7 +241,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     ASSERT_TRUE(room && !room->objectID().isEmpty());
 
     Ends &up = track();
-    QPointer<QNetworkReply> task = parlo->uploadFileWithImage(picture(), room, false, up.file_(), up.failure());
+    QPointer<QNetworkReply> task = parlo->uploadFileWithImage(picture(), room, false, up.file_(), up.fail());
     EXPECT_TRUE(task);
     // The record is there while the upload runs.
     EXPECT_EQ(parlo->taskDict().size(), 1);
@@ -315,11 +259,9 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
 
     // By socket: the memory cache is filled, the disk is not.
     parlo->cache().removeAllObjects();
-    Ends &socket = track();
-    parlo->getFileWithName(name, socket.complete());
-    ASSERT_TRUE(socket.wait());
+    Ends &socket = socketFetch(name);
     ASSERT_TRUE(socket.oneAsyncSuccess()) << socket.error.description().toStdString();
-    EXPECT_EQ(socket.data, png);
+    EXPECT_EQ(socket.value, png);
     EXPECT_EQ(parlo->cache().object(name), png);
     EXPECT_FALSE(parlo->isFileExistsWithName(name));
 
@@ -327,7 +269,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     parlo->cache().removeAllObjects();
     fault({{"path", "/files/" + name}, {"method", "get"}, {"action", "delay"}, {"ms", 300}, {"times", 1}});
     Ends &cold = track();
-    parlo->getFileWithNameProgress(name, cold.progress(), cold.data_(), cold.failure());
+    parlo->getFileWithNameProgress(name, cold.progress(), cold.ok(), cold.fail());
     ASSERT_TRUE(waitUntil([&] { return !parlo->taskDict().isEmpty(); }, 10000));
     const QVariantMap record = parlo->taskDict().first();
     EXPECT_EQ(record.value(kFilename).toString(), name);
@@ -335,7 +277,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     EXPECT_TRUE(record.value(kSessionProgress).value<Parlo::Progress>());
     ASSERT_TRUE(cold.wait());
     ASSERT_TRUE(cold.oneAsyncSuccess()) << cold.error.description().toStdString();
-    EXPECT_EQ(cold.data, png);
+    EXPECT_EQ(cold.value, png);
     EXPECT_TRUE(cold.fractionsRiseToOne()) << cold.fractions.size();
     EXPECT_TRUE(parlo->taskDict().isEmpty());
     EXPECT_EQ(parlo->cache().object(name), png);
@@ -345,25 +287,20 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     // From disk, then from memory: the network now fails every request, and is not asked.
     fault({{"path", "/"}, {"prefix", true}, {"action", "status"}, {"status", 503}});
     parlo->cache().removeAllObjects();
-    Ends &disk = track();
-    parlo->getFileWithNameProgress(name, disk.progress(), disk.data_(), disk.failure());
-    ASSERT_TRUE(disk.wait());
+    Ends &disk = httpFetch(name);
     ASSERT_TRUE(disk.oneAsyncSuccess()) << disk.error.description().toStdString();
-    EXPECT_EQ(disk.data, png);
+    EXPECT_EQ(disk.value, png);
     EXPECT_EQ(parlo->cache().object(name), png);
     ASSERT_TRUE(QFile::remove(parlo->filePathWithName(name)));
-    Ends &memory = track();
-    parlo->getFileWithNameProgress(name, memory.progress(), memory.data_(), memory.failure());
-    ASSERT_TRUE(memory.wait());
+    Ends &memory = httpFetch(name);
     EXPECT_TRUE(memory.oneAsyncSuccess());
-    EXPECT_EQ(memory.data, png);
+    EXPECT_EQ(memory.value, png);
 
     // Without the cache the network is always asked.
     Ends &fresh = track();
-    parlo->getFileWithName(name, false, fresh.progress(), fresh.data_(), fresh.failure());
+    parlo->getFileWithName(name, false, fresh.progress(), fresh.ok(), fresh.fail());
     ASSERT_TRUE(fresh.wait());
-    EXPECT_TRUE(fresh.oneAsyncFailure());
-    EXPECT_EQ(fresh.error.code(), 503);
+    EXPECT_TRUE(fresh.failedOnceWith(503));
 }
 
 TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
@@ -374,38 +311,27 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     const IMFilePtr file = upload("secret bytes", room);
     ASSERT_TRUE(file);
 
-    Ends &socket = track();
-    parlo->getFileWithName("missing.png", socket.complete());
-    ASSERT_TRUE(socket.wait());
-    EXPECT_TRUE(socket.oneAsyncFailure());
-    EXPECT_EQ(socket.error.code(), 404);
-    Ends &http = track();
-    parlo->getFileWithNameProgress("missing.png", http.progress(), http.data_(), http.failure());
-    ASSERT_TRUE(http.wait());
-    EXPECT_TRUE(http.oneAsyncFailure());
-    EXPECT_EQ(http.error.code(), 404);
+    Ends &socket = socketFetch("missing.png");
+    EXPECT_TRUE(socket.failedOnceWith(404));
+    Ends &http = httpFetch("missing.png");
+    EXPECT_TRUE(http.failedOnceWith(404));
     EXPECT_TRUE(http.error.info().contains("missing.png")) << http.error.info().toStdString();
     EXPECT_TRUE(http.fractions.isEmpty());
 
     // Someone outside the room can neither read the file nor upload into the room.
-    becomeClient(uniqueID("outsider"));
+    signUpAs(uniqueID("outsider"));
     parlo->cache().removeAllObjects();
     Ends &bySocket = track();
-    parlo->getFileWithName(file->fileName(), true, bySocket.data_(), bySocket.failure());
+    parlo->getFileWithName(file->fileName(), true, bySocket.ok(), bySocket.fail());
     ASSERT_TRUE(bySocket.wait());
-    EXPECT_TRUE(bySocket.oneAsyncFailure());
-    EXPECT_EQ(bySocket.error.code(), 403);
-    Ends &byHttp = track();
-    parlo->getFileWithNameProgress(file->fileName(), byHttp.progress(), byHttp.data_(), byHttp.failure());
-    ASSERT_TRUE(byHttp.wait());
-    EXPECT_TRUE(byHttp.oneAsyncFailure());
-    EXPECT_EQ(byHttp.error.code(), 403);
+    EXPECT_TRUE(bySocket.failedOnceWith(403));
+    Ends &byHttp = httpFetch(file->fileName());
+    EXPECT_TRUE(byHttp.failedOnceWith(403));
     Ends &intoRoom = track();
     EXPECT_TRUE(parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(),
-                                          intoRoom.failure()));
+                                          intoRoom.fail()));
     ASSERT_TRUE(intoRoom.wait());
-    EXPECT_TRUE(intoRoom.oneAsyncFailure());
-    EXPECT_EQ(intoRoom.error.code(), 403);
+    EXPECT_TRUE(intoRoom.failedOnceWith(403));
 
     for (const QString &name : {QString("missing.png"), file->fileName()}) {
         EXPECT_TRUE(parlo->cache().object(name).isNull());
@@ -425,26 +351,19 @@ TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
     parlo->cache().removeAllObjects();
 
     fault({{"path", path}, {"method", "get"}, {"action", "status"}, {"status", 500}, {"times", 1}});
-    Ends &failed = track();
-    parlo->getFileWithNameProgress(name, failed.progress(), failed.data_(), failed.failure());
-    ASSERT_TRUE(failed.wait());
-    EXPECT_TRUE(failed.oneAsyncFailure());
-    EXPECT_EQ(failed.error.code(), 500);
+    Ends &failed = httpFetch(name);
+    EXPECT_TRUE(failed.failedOnceWith(500));
     EXPECT_EQ(failed.error.info(), "injected failure");
 
     fault({{"path", path}, {"method", "get"}, {"action", "truncate"}, {"times", 1}});
-    Ends &cut = track();
-    parlo->getFileWithNameProgress(name, cut.progress(), cut.data_(), cut.failure());
-    ASSERT_TRUE(cut.wait());
+    Ends &cut = httpFetch(name);
     EXPECT_TRUE(cut.oneAsyncFailure());
     EXPECT_EQ(cut.error.domain(), kParloNetworkErrorDomain) << cut.error.description().toStdString();
 
     // A download that outlives the resource time-out is ended, once.
     ParloFilesInternals::setResourceTimeout(parlo.get(), 400);
     fault({{"path", path}, {"method", "get"}, {"action", "delay"}, {"ms", 5000}, {"times", 1}});
-    Ends &slow = track();
-    parlo->getFileWithNameProgress(name, slow.progress(), slow.data_(), slow.failure());
-    ASSERT_TRUE(slow.wait(4000));
+    Ends &slow = httpFetch(name, 4000);
     EXPECT_TRUE(slow.oneAsyncFailure());
     EXPECT_EQ(slow.error.domain(), kParloNetworkErrorDomain);
     EXPECT_EQ(slow.error.code(), int(QNetworkReply::TimeoutError));
@@ -474,11 +393,11 @@ TEST_F(FilesLiveTest, DownloadsStreamToATemporaryFile)
         sawPartial |= !downloadsIn(temp).isEmpty();
         record(fraction);
     };
-    parlo->getFileWithName(file->fileName(), false, progress, ends.data_(), ends.failure());
+    parlo->getFileWithName(file->fileName(), false, progress, ends.ok(), ends.fail());
     ends.started = true;
     ASSERT_TRUE(waitUntil([&] { return ends.successes + ends.failures > 0; }, 20000));
     ASSERT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
-    EXPECT_TRUE(ends.data == bytes);
+    EXPECT_TRUE(ends.value == bytes);
     EXPECT_TRUE(sawPartial) << "the bytes were on disk while the download ran";
     EXPECT_TRUE(ends.fractionsRiseToOne());
     EXPECT_EQ(downloadsIn(temp), QStringList());
@@ -496,8 +415,8 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
 
     Ends &download = track();
     Ends &up = track();
-    parlo->getFileWithNameProgress(file->fileName(), download.progress(), download.data_(), download.failure());
-    parlo->uploadFileWithData("never answered", "other", nullptr, false, up.file_(), up.failure());
+    parlo->getFileWithNameProgress(file->fileName(), download.progress(), download.ok(), download.fail());
+    parlo->uploadFileWithData("never answered", "other", nullptr, false, up.file_(), up.fail());
     download.started = up.started = true;
     // Both requests are out: the download's record is there (the upload's goes once its body is sent).
     ASSERT_TRUE(waitUntil(
@@ -511,14 +430,13 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
     // And a download still waiting for its HTTP chat-in.
     fault({{"path", "/client/chatin"}, {"prefix", true}, {"action", "drop"}});
     Ends &waiting = track();
-    parlo->getFileWithName(file->fileName(), false, waiting.progress(), waiting.data_(), waiting.failure());
+    parlo->getFileWithName(file->fileName(), false, waiting.progress(), waiting.ok(), waiting.fail());
     waiting.started = true;
     spinFor(300);
     parlo.reset();
     for (Ends *ends : {&download, &up, &waiting}) {
         ASSERT_TRUE(ends->wait());
-        EXPECT_TRUE(ends->oneAsyncFailure());
-        EXPECT_EQ(ends->error.code(), int(QNetworkReply::OperationCanceledError));
+        EXPECT_TRUE(ends->failedOnceWith(int(QNetworkReply::OperationCanceledError)));
     }
     EXPECT_EQ(downloadsIn(temp), QStringList());
 }

@@ -19,35 +19,19 @@ public:
     void ParloDidEndLoadingMessageWithRoom(const IMRoomPtr &) override { calls << "didEnd"; }
 };
 
-struct PageCall
-{
-    int successes = 0;
-    int failures = 0;
-    QStringList texts;
-    IMError error;
-    Parlo::MessagesSuccess ok()
-    {
-        return [this](const QList<IMMessagePtr> &messages) {
-            ++successes;
-            texts.clear();
-            for (const IMMessagePtr &m : messages)
-                texts << m->message();
-        };
-    }
-    Parlo::Failure fail()
-    {
-        return [this](const IMError &e) {
-            ++failures;
-            error = e;
-        };
-    }
-};
-
 QStringList texts(const QList<QVariantMap> &pushes)
 {
     QStringList out;
     for (const QVariantMap &p : pushes)
         out << p.value("message").toString();
+    return out;
+}
+
+QStringList texts(const QList<IMMessagePtr> &messages)
+{
+    QStringList out;
+    for (const IMMessagePtr &m : messages)
+        out << m->message();
     return out;
 }
 } // namespace
@@ -74,9 +58,7 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
         [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
     ASSERT_TRUE(waitUntil([&] { return signedIn; }, 15000));
 
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    Peer &peer = signedInPeer();
     const QString roomID = peer.ok("post", "/room", {{"name", "Pair"}, {"client", QVariantList{me}}}).value("id").toString();
     ASSERT_TRUE(waitUntil([&] { return listed(roomID, shared) != nullptr; }, 10000));
     const IMRoomPtr room = listed(roomID, shared);
@@ -109,6 +91,9 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     EXPECT_EQ(shared->badge()->total(), 2);
     const IMRoomPtr unread = listed(roomID, shared);
     ASSERT_EQ(unread->badge(), 2);
+    EXPECT_EQ(unread->message().value(0).toMap().value("message").toString(), "two");
+    EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().value(0)->message().value(0).toMap().value("message"),
+              QVariant("two"));
 
     int unseen = -1;
     shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, [&](int count) { unseen = count; },
@@ -135,6 +120,15 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateReadTimeWithRoom).size() == 1; }, 10000));
     EXPECT_TRUE(listed(roomID, shared)->readTime().contains(peer.clientID));
 
+    // Another device of ours archives the room: "roomDidUpadte" writes it to the store.
+    Peer otherDevice(url);
+    ASSERT_TRUE(otherDevice.connect());
+    otherDevice.clientID = me;
+    otherDevice.token = shared->token();
+    otherDevice.ok("put", "/rooms/" + roomID + "/archive");
+    ASSERT_TRUE(waitUntil([&] { return listed(roomID, shared)->archivedBy().contains(me); }, 10000));
+    EXPECT_TRUE(IMDB::sharedInstance()->getAllRooms().value(0)->archivedBy().contains(me));
+
     shared->socket()->disconnect();
     shared->setDelegate(nullptr);
     spinFor(20);
@@ -157,20 +151,20 @@ TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
         spinFor(3);
     }
 
-    PageCall newest, older, pinned;
+    Outcome<QList<IMMessagePtr>> newest, older, pinned;
     parlo->messageWithRoom(room, qint64(0), 2, newest.ok(), newest.fail());
     ASSERT_TRUE(waitUntil([&] { return newest.successes > 0; }, 10000));
-    EXPECT_EQ(newest.texts, QStringList({"m4", "m5"}));
+    EXPECT_EQ(texts(newest.value), QStringList({"m4", "m5"}));
     EXPECT_EQ(loading.calls, QStringList({"willStart", "didEnd"}));
     parlo->messageWithRoom(room, qint64(2), 2, older.ok(), older.fail());
     parlo->messageWithRoom(room, createdAt[3], 10, pinned.ok(), pinned.fail());
     ASSERT_TRUE(waitUntil([&] { return older.successes > 0 && pinned.successes > 0; }, 10000));
-    EXPECT_EQ(older.texts, QStringList({"m2", "m3"}));
-    EXPECT_EQ(pinned.texts, QStringList({"m1", "m2", "m3"}));
+    EXPECT_EQ(texts(older.value), QStringList({"m2", "m3"}));
+    EXPECT_EQ(texts(pinned.value), QStringList({"m1", "m2", "m3"}));
 
     // A failed page still ends the loading.
     loading.calls.clear();
-    PageCall failed;
+    Outcome<QList<IMMessagePtr>> failed;
     auto stranger = std::make_shared<IMRoom>();
     stranger->setObjectID("no-such-room");
     parlo->messageWithRoom(stranger, qint64(0), 2, failed.ok(), failed.fail());
@@ -181,37 +175,28 @@ TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
     // A refusing delegate is asked twice and nothing else happens.
     loading.calls.clear();
     loading.allow = false;
-    PageCall refused;
+    Outcome<QList<IMMessagePtr>> refused;
     parlo->messageWithRoom(room, qint64(0), 2, refused.ok(), refused.fail());
     spinFor(300);
     EXPECT_EQ(loading.calls, QStringList({"willStart", "willStart"}));
-    EXPECT_EQ(refused.successes + refused.failures, 0);
+    EXPECT_EQ(refused.total(), 0);
     parlo->setDelegate(&recorder);
 }
 
 TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
 {
     signInFacade(uniqueID("me"));
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    Peer &peer = signedInPeer();
     auto foreign = IMRoom::fromDictionary(peer.ok("post", "/room", {{"name", "Theirs"}}));
     auto ours = IMRoom::fromDictionary(call(1, "/room", {{"name", "Ours"}}).toMap());
 
     // Not a member: the server's 403.
     IMMessagePtr intruder = IMMessage::initWithRoom(foreign);
     intruder->setMessage("let me in");
-    int failures = 0;
-    IMError error;
-    parlo->sendMessage(intruder, [](const IMMessagePtr &) { ADD_FAILURE() << "sent"; },
-                       [&](const IMError &e) {
-                           ++failures;
-                           error = e;
-                       });
-    ASSERT_TRUE(waitUntil([&] { return failures > 0; }, 10000));
-    spinFor(50);
-    EXPECT_EQ(failures, 1);
-    EXPECT_EQ(error.code(), 403);
+    Outcome<IMMessagePtr> refused;
+    parlo->sendMessage(intruder, refused.ok(), refused.fail());
+    ASSERT_TRUE(refused.wait(10000));
+    EXPECT_TRUE(refused.failedOnceWith(403));
     EXPECT_EQ(intruder->sendingType(), 2u);
     EXPECT_TRUE(parlo->sendingMessages().contains(intruder));
     EXPECT_EQ(recorder.events.filter("ChangeMessageSendingType"),
@@ -222,23 +207,17 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     parlo->setTimeout(1);
     IMMessagePtr lost = IMMessage::initWithRoom(ours);
     lost->setMessage("into the void");
-    failures = 0;
-    parlo->sendMessage(lost, nullptr, [&](const IMError &e) {
-        ++failures;
-        error = e;
-    });
-    ASSERT_TRUE(waitUntil([&] { return failures > 0; }, 10000));
-    EXPECT_EQ(error.code(), 999);
+    Outcome<IMMessagePtr> unanswered;
+    parlo->sendMessage(lost, nullptr, unanswered.fail());
+    ASSERT_TRUE(unanswered.wait(10000));
+    EXPECT_EQ(unanswered.error.code(), 999);
     EXPECT_EQ(lost->sendingType(), 2u);
     EXPECT_EQ(control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(), 1);
 
     // Updating without an id sends nothing.
-    failures = 0;
-    parlo->updateMessage(IMMessage::create(), nullptr, [&](const IMError &e) {
-        ++failures;
-        error = e;
-    });
-    EXPECT_EQ(failures, 1);
-    EXPECT_EQ(error.code(), 400);
-    EXPECT_EQ(error.info(), "objectID is needed");
+    Outcome<IMMessagePtr> noID;
+    parlo->updateMessage(IMMessage::create(), nullptr, noID.fail());
+    EXPECT_EQ(noID.failures, 1);
+    EXPECT_EQ(noID.error.code(), 400);
+    EXPECT_EQ(noID.error.info(), "objectID is needed");
 }

@@ -3,65 +3,6 @@
 #include "LiveFixture.h"
 
 namespace {
-struct RoomCall
-{
-    int successes = 0;
-    int failures = 0;
-    IMRoomPtr room;
-    IMError error;
-    Parlo::RoomSuccess ok()
-    {
-        return [this](const IMRoomPtr &r) {
-            ++successes;
-            room = r;
-        };
-    }
-    Parlo::Failure fail()
-    {
-        return [this](const IMError &e) {
-            ++failures;
-            error = e;
-        };
-    }
-    bool wait() { return waitUntil([this] { return successes + failures > 0; }, 15000); }
-};
-
-struct ListCall
-{
-    int successes = 0;
-    int failures = 0;
-    int completions = 0;
-    QList<IMRoomPtr> page;
-    IMError error;
-    Parlo::RoomsSuccess ok()
-    {
-        return [this](const QList<IMRoomPtr> &rooms) {
-            ++successes;
-            page = rooms;
-        };
-    }
-    Parlo::Failure fail()
-    {
-        return [this](const IMError &e) {
-            ++failures;
-            error = e;
-        };
-    }
-    Parlo::RoomsComplete done()
-    {
-        return [this](const IMError &, const QList<IMRoomPtr> &) { ++completions; };
-    }
-    bool wait() { return waitUntil([this] { return completions > 0; }, 15000); }
-};
-
-QStringList idsOf(const QList<IMRoomPtr> &rooms)
-{
-    QStringList ids;
-    for (const IMRoomPtr &r : rooms)
-        ids << r->objectID();
-    return ids;
-}
-
 class LiveRoomsTest : public LiveCoreTest
 {
 protected:
@@ -92,31 +33,29 @@ protected:
 
 TEST_F(LiveRoomsTest, CreateJoinFetchAndArchive)
 {
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    Peer &peer = signedInPeer();
 
     auto draft = std::make_shared<IMRoom>();
     draft->setName("Tea");
-    RoomCall created;
+    Outcome<IMRoomPtr> created;
     parlo->createRoom(draft, created.ok(), created.fail());
     EXPECT_EQ(created.successes, 0); // posted to the main queue, never inside the call
     ASSERT_TRUE(created.wait());
-    ASSERT_TRUE(created.room) << created.error.description().toStdString();
-    EXPECT_EQ(created.room->name(), "Tea");
+    ASSERT_TRUE(created.value) << created.error.description().toStdString();
+    EXPECT_EQ(created.value->name(), "Tea");
 
     // The two-member room is reused unless a new one is asked for.
-    RoomCall pair, again, duplicate, forced;
+    Outcome<IMRoomPtr> pair, again, duplicate, forced;
     parlo->createRoom(draft, peer.clientID, pair.ok(), pair.fail());
     ASSERT_TRUE(pair.wait());
     parlo->createRoom(draft, peer.clientID, again.ok(), again.fail());
     parlo->createRoom(draft, peer.clientID, true, duplicate.ok(), duplicate.fail());
     parlo->forceCreateRoom(draft, peer.clientID, forced.ok(), forced.fail());
     ASSERT_TRUE(again.wait() && duplicate.wait() && forced.wait());
-    EXPECT_EQ(again.room->objectID(), pair.room->objectID());
-    EXPECT_NE(duplicate.room->objectID(), pair.room->objectID());
-    EXPECT_NE(forced.room->objectID(), pair.room->objectID());
-    EXPECT_NE(forced.room->objectID(), duplicate.room->objectID());
+    EXPECT_EQ(again.value->objectID(), pair.value->objectID());
+    EXPECT_NE(duplicate.value->objectID(), pair.value->objectID());
+    EXPECT_NE(forced.value->objectID(), pair.value->objectID());
+    EXPECT_NE(forced.value->objectID(), duplicate.value->objectID());
     EXPECT_TRUE(waitUntil([&] { return peer.pushed("joined").size() == 3; }, 5000));
 
     // Joining a public room merges it once, however often it is joined.
@@ -138,31 +77,29 @@ TEST_F(LiveRoomsTest, CreateJoinFetchAndArchive)
     EXPECT_EQ(parlo->chatRooms().size(), 2);
 
     // One room straight from the connection; then archived, with the list left alone.
-    RoomCall fetched;
+    Outcome<IMRoomPtr> fetched;
     parlo->roomWithRoomID(help, fetched.ok(), fetched.fail());
     ASSERT_TRUE(fetched.wait());
     ASSERT_EQ(fetched.successes, 1);
-    EXPECT_EQ(fetched.room->name(), "Help");
+    EXPECT_EQ(fetched.value->name(), "Help");
     const QList<IMRoomPtr> before = parlo->chatRooms();
-    RoomCall archived;
-    parlo->archiveRoom(fetched.room, archived.ok(), archived.fail());
+    Outcome<IMRoomPtr> archived;
+    parlo->archiveRoom(fetched.value, archived.ok(), archived.fail());
     ASSERT_TRUE(archived.wait());
     ASSERT_EQ(archived.successes, 1) << archived.error.description().toStdString();
-    EXPECT_TRUE(archived.room->archivedBy().contains(me));
+    EXPECT_TRUE(archived.value->archivedBy().contains(me));
     EXPECT_EQ(parlo->chatRooms(), before);
     EXPECT_TRUE(listed(help)->archivedBy().isEmpty());
 }
 
 TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
 {
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    Peer &peer = signedInPeer();
     const QString closed = peer.ok("post", "/room", {{"name", "Closed"}}).value("id").toString();
 
     auto room = std::make_shared<IMRoom>();
     room->setObjectID(closed);
-    RoomCall join, fetch, missing, archive, pair;
+    Outcome<IMRoomPtr> join, fetch, missing, archive, pair;
     parlo->joinRoom(room, join.ok(), join.fail());
     parlo->roomWithRoomID(closed, fetch.ok(), fetch.fail());
     parlo->roomWithRoomID("no-such-room", missing.ok(), missing.fail());
@@ -178,7 +115,7 @@ TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
 
     // A list that fails calls the failure block, then the completion, once each.
     IMUserDefaults::standardUserDefaults()->setToken("wrong");
-    ListCall list;
+    Outcome<QList<IMRoomPtr>> list;
     parlo->roomListWithOffset(0, 10, list.ok(), list.fail(), list.done());
     ASSERT_TRUE(list.wait());
     spinFor(50);
@@ -189,7 +126,7 @@ TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
     // A room fetch whose answer never comes ends with 999 after the time-out, without retries.
     control("POST", "/__control/faults", {{"path", "/room/" + closed}, {"action", "drop"}});
     parlo->setTimeout(1);
-    RoomCall lost;
+    Outcome<IMRoomPtr> lost;
     parlo->roomWithRoomID(closed, lost.ok(), lost.fail());
     ASSERT_TRUE(lost.wait());
     EXPECT_EQ(lost.error.code(), 999);
@@ -202,22 +139,22 @@ TEST_F(LiveRoomsTest, PagesAppendAndTheStoreKeepsOneRecordPerRoom)
     QStringList newestFirst = rooms;
     std::reverse(newestFirst.begin(), newestFirst.end());
 
-    ListCall first;
+    Outcome<QList<IMRoomPtr>> first;
     parlo->roomListWithOffset(0, 3, first.ok(), first.fail(), first.done());
     ASSERT_TRUE(first.wait()) << first.successes << " " << first.failures << " " << first.error.description().toStdString();
-    EXPECT_EQ(idsOf(first.page), newestFirst.mid(0, 3));
+    EXPECT_EQ(idsOf(first.value), newestFirst.mid(0, 3));
     EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst.mid(0, 3));
 
     // The next page starts after what is held.
-    ListCall next;
+    Outcome<QList<IMRoomPtr>> next;
     parlo->roomListSuccess(next.ok(), next.fail());
     ASSERT_TRUE(waitUntil([&] { return next.successes > 0; }, 10000));
     spinFor(20);
-    EXPECT_EQ(idsOf(next.page), newestFirst.mid(3));
+    EXPECT_EQ(idsOf(next.value), newestFirst.mid(3));
     EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
 
     // The same page again: no duplicates.
-    ListCall repeat;
+    Outcome<QList<IMRoomPtr>> repeat;
     parlo->roomListWithOffset(0, 3, repeat.ok(), repeat.fail(), repeat.done());
     ASSERT_TRUE(repeat.wait());
     spinFor(20);
@@ -227,14 +164,14 @@ TEST_F(LiveRoomsTest, PagesAppendAndTheStoreKeepsOneRecordPerRoom)
 
     // Agent lists filter on the room's data and merge the same way.
     const QStringList agentRooms = makeRooms(2, {{"county", 3}, {"type", 5}, {"needAgent", true}});
-    ListCall agent;
+    Outcome<QList<IMRoomPtr>> agent;
     parlo->roomListForTovoAgentWithParams({{"type", 5}}, agent.ok(), agent.fail(), agent.done());
     ASSERT_TRUE(agent.wait());
-    EXPECT_EQ(idsOf(agent.page), QStringList({agentRooms[1], agentRooms[0]}));
-    ListCall need;
+    EXPECT_EQ(idsOf(agent.value), QStringList({agentRooms[1], agentRooms[0]}));
+    Outcome<QList<IMRoomPtr>> need;
     parlo->needAgentListForTovoAgentWithParames({{"county", 3}}, need.ok(), need.fail(), need.done());
     ASSERT_TRUE(need.wait());
-    EXPECT_EQ(idsOf(need.page), QStringList({agentRooms[1], agentRooms[0]}));
+    EXPECT_EQ(idsOf(need.value), QStringList({agentRooms[1], agentRooms[0]}));
     spinFor(20);
     EXPECT_EQ(parlo->chatRooms().size(), 9);
 }
@@ -259,10 +196,7 @@ TEST_F(LiveRoomsTest, KeepingUpToDateWalksForwardPageByPageUntilAShortPage)
     QStringList newestFirst = rooms;
     std::reverse(newestFirst.begin(), newestFirst.end());
     EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
-    int passes = 0;
-    for (const QVariant &record : IMUserDefaults::standardUserDefaults()->log())
-        passes += record.toMap().value("data") == QVariant("loading room data");
-    EXPECT_EQ(passes, 2);
+    EXPECT_EQ(logLines().count("loading room data"), 2);
 
     // Paused: a full page ends the walk without a completion.
     const QStringList more = makeRooms(3);
@@ -273,6 +207,5 @@ TEST_F(LiveRoomsTest, KeepingUpToDateWalksForwardPageByPageUntilAShortPage)
     spinFor(300);
     EXPECT_EQ(completions, 0);
     EXPECT_EQ(parlo->chatRooms().size(), 10);
-    EXPECT_EQ(IMUserDefaults::standardUserDefaults()->log().value(0).toMap().value("data"),
-              QVariant("loading room data return"));
+    EXPECT_EQ(logLines().value(0), "loading room data return");
 }

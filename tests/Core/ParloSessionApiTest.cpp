@@ -2,44 +2,6 @@
 #include "IMClient.h"
 #include "LiveFixture.h"
 
-namespace {
-//! Counts the calls of an operation's blocks and keeps what they got.
-template <typename T> struct Result
-{
-    int successes = 0;
-    int failures = 0;
-    T value{};
-    IMError error;
-    bool onMain = true;
-    int total() const { return successes + failures; }
-    std::function<void(const T &)> ok()
-    {
-        return [this](const T &v) {
-            ++successes;
-            value = v;
-            onMain = onMain && IMIsMainThread();
-        };
-    }
-    Parlo::Failure fail()
-    {
-        return [this](const IMError &e) {
-            ++failures;
-            error = e;
-            onMain = onMain && IMIsMainThread();
-        };
-    }
-    bool wait(int ms = 15000) { return waitUntil([this] { return total() > 0; }, ms); }
-};
-
-bool logHolds(const QString &text)
-{
-    for (const QVariant &record : IMUserDefaults::standardUserDefaults()->log())
-        if (record.toMap().value("data").toString() == text)
-            return true;
-    return false;
-}
-} // namespace
-
 TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
 {
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
@@ -49,7 +11,7 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     ASSERT_TRUE(connectFacade());
 
     // Chat-in before sign-up fails later on the main queue, never inside the call.
-    Result<IMClientPtr> early;
+    Outcome<IMClientPtr> early;
     parlo->chatinSuccess(early.ok(), early.fail());
     EXPECT_EQ(early.total(), 0);
     ASSERT_TRUE(early.wait());
@@ -63,21 +25,19 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     auto client = std::make_shared<IMClient>();
     client->setClientID(me);
     client->setUsername("Me");
-    Result<IMClientPtr> signUp;
+    Outcome<IMClientPtr> signUp;
     parlo->signWithClient(client, signUp.ok(), signUp.fail());
     EXPECT_EQ(settings->clientID(), me); // stored before the answer
     ASSERT_TRUE(signUp.wait());
     ASSERT_EQ(signUp.successes, 1) << signUp.error.description().toStdString();
-    EXPECT_TRUE(signUp.onMain);
+    EXPECT_FALSE(signUp.offMain);
     EXPECT_FALSE(signUp.value->token().isEmpty());
     EXPECT_EQ(settings->token(), signUp.value->token());
     EXPECT_EQ(settings->currentUser().value("clientID"), QVariant(me));
-    EXPECT_TRUE(waitUntil([] { return logHolds("device token updated : c0ffee0123456789"); }, 10000));
+    EXPECT_TRUE(waitUntil([] { return logLines().contains("device token updated : c0ffee0123456789"); }, 10000));
 
     // Another client makes a room with us and writes in it.
-    Peer peer(url);
-    ASSERT_TRUE(peer.connect());
-    ASSERT_TRUE(peer.signUp(uniqueID("peer")));
+    Peer &peer = signedInPeer();
     const QString roomID = peer.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{me}}}).value("id").toString();
     peer.ok("post", "/message/", {{"room", roomID}, {"message", "hi"}});
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidReceiveMessage).size() == 1; }, 10000));
@@ -90,7 +50,7 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     const auto observer = IMNotificationCenter::defaultCenter()->addObserver(
         kParloDidChatIn, [&](const IMNotification &) { listedWhenAnnounced = int(parlo->chatRooms().size()); });
     parlo->queueArray().append([&] { recorder.events << "deferred"; });
-    Result<IMClientPtr> chatIn;
+    Outcome<IMClientPtr> chatIn;
     parlo->chatinSuccess(
         [&](const IMClientPtr &c) {
             recorder.events << "success";
@@ -110,18 +70,18 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
 
     // Badge reads, client list, class query and the plain-HTTP chat-in.
     parlo->badge()->setTotal(9);
-    Result<IMBadgePtr> badge;
+    Outcome<IMBadgePtr> badge;
     parlo->badgeSuccess(badge.ok(), badge.fail());
     ASSERT_TRUE(badge.wait());
     EXPECT_EQ(badge.value, parlo->badge());
     EXPECT_EQ(parlo->badge()->total(), 1);
     parlo->badge()->setTotal(9);
-    Result<IMBadgePtr> total;
+    Outcome<IMBadgePtr> total;
     parlo->badgeTotalSuccess(total.ok(), total.fail());
     ASSERT_TRUE(total.wait());
     EXPECT_EQ(parlo->badge()->total(), 1);
 
-    Result<QList<IMClientPtr>> clients;
+    Outcome<QList<IMClientPtr>> clients;
     parlo->clientsListWithOffset(0, clients.ok(), clients.fail());
     ASSERT_TRUE(clients.wait());
     QStringList ids;
@@ -129,12 +89,12 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
         ids << c->clientID();
     EXPECT_TRUE(ids.contains(me) && ids.contains(peer.clientID)) << ids.join(",").toStdString();
 
-    Result<QVariant> query;
+    Outcome<QVariant> query;
     parlo->queryWithClass("IMRoom", 0, 20, "createdAt DESC", query.ok(), query.fail());
     ASSERT_TRUE(query.wait());
     EXPECT_EQ(query.value.toList().value(0).toMap().value("id"), QVariant(roomID));
 
-    Result<IMClientPtr> http;
+    Outcome<IMClientPtr> http;
     parlo->chatinHTTPSuccess(http.ok(), http.fail());
     ASSERT_TRUE(http.wait());
     ASSERT_EQ(http.successes, 1) << http.error.description().toStdString();
@@ -142,7 +102,7 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     EXPECT_EQ(http.value->room().size(), 1);
 
     // Logout: chat-out succeeds, the session and the store are emptied.
-    Result<QVariant> out;
+    Outcome<QVariant> out;
     parlo->chatOutSuccess(out.ok(), out.fail());
     ASSERT_TRUE(out.wait());
     EXPECT_EQ(out.value.toMap().value("clientID"), QVariant(me));
@@ -153,7 +113,7 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     EXPECT_TRUE(parlo->sendingMessages().isEmpty());
     spinFor(50); // the store is re-created from the main queue
     EXPECT_TRUE(parlo->chatRooms().isEmpty());
-    EXPECT_TRUE(logHolds("logout success"));
+    EXPECT_TRUE(logLines().contains("logout success"));
 }
 
 TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
@@ -165,21 +125,21 @@ TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
     parlo->setApiKey("wrong");
     auto client = std::make_shared<IMClient>();
     client->setClientID("keys-" + uniqueID("x"));
-    Result<IMClientPtr> signUp;
+    Outcome<IMClientPtr> signUp;
     parlo->signWithClient(client, signUp.ok(), signUp.fail());
     ASSERT_TRUE(signUp.wait());
     EXPECT_EQ(signUp.failures, 1);
     EXPECT_EQ(signUp.error.code(), 401);
     EXPECT_EQ(settings->clientID(), client->clientID());
 
-    Result<IMClientPtr> nobody;
+    Outcome<IMClientPtr> nobody;
     parlo->signWithClient(nullptr, nobody.ok(), nobody.fail());
     EXPECT_EQ(nobody.failures, 1);
     EXPECT_EQ(nobody.error.code(), 400);
 
     // Unknown client over plain HTTP: the server's status.
     parlo->setApiKey(kLiveApiKey);
-    Result<IMClientPtr> http;
+    Outcome<IMClientPtr> http;
     parlo->chatinHTTPSuccess(http.ok(), http.fail());
     ASSERT_TRUE(http.wait());
     EXPECT_EQ(http.failures, 1);
@@ -187,7 +147,7 @@ TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
     EXPECT_FALSE(http.error.info().isEmpty());
 
     // Chat-in with a token the server does not know fails with its status, once.
-    Result<IMClientPtr> chatIn;
+    Outcome<IMClientPtr> chatIn;
     parlo->chatinSuccess(chatIn.ok(), chatIn.fail());
     ASSERT_TRUE(chatIn.wait());
     spinFor(50);

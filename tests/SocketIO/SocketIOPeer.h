@@ -5,6 +5,7 @@
 #include "IMLog.h"
 #include "IMSocketIOClient.h"
 #include "NodeProcess.h"
+#include "QtPrinters.h"
 #include "TestUtil.h"
 
 #include <QDir>
@@ -12,24 +13,6 @@
 #include <QStringList>
 #include <gtest/gtest.h>
 #include <memory>
-
-// Readable values in failure messages.
-inline void PrintTo(const QVariant &v, std::ostream *os)
-{
-    *os << IMDescription(v).toStdString();
-}
-inline void PrintTo(const QVariantList &v, std::ostream *os)
-{
-    *os << IMDescription(QVariant(v)).toStdString();
-}
-inline void PrintTo(const QString &s, std::ostream *os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-inline void PrintTo(const QStringList &l, std::ostream *os)
-{
-    *os << '[' << l.join(QStringLiteral(", ")).toStdString() << ']';
-}
 
 inline QString peerScript()
 {

@@ -110,56 +110,39 @@ TEST_F(StoreTest, AFailedRemovalIsLoggedOnceAndTheStoreComesBack)
     EXPECT_TRUE(db->getAllRooms().isEmpty());
 }
 
-TEST_F(StoreTest, AFileThatIsNotADatabaseIsMovedAsideAndReplaced)
+TEST_F(StoreTest, TextOrADamagedDatabaseIsMovedAsideAndReplaced)
 {
-    const QString other = makeTempDir();
-    const QByteArray garbage = "this is not a database, just some text that happens to be here\n";
-    writeFile(QDir(other).filePath("parlo_db"), garbage.repeated(200));
-    IMPlatform::instance()->setDocumentsPath(other);
-    LogCapture log;
-    db->setupDatabse();
-    db->setupConnection();
-
-    ASSERT_TRUE(db->isOpen());
-    EXPECT_EQ(db->databasePath(), QDir(other).filePath("parlo_db"));
-    EXPECT_TRUE(db->getAllRooms().isEmpty());
-    db->saveRooms({ room("fresh", second(1)) });
-    EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "fresh" }));
-    const QStringList aside = filesIn(other, "parlo_db.corrupt-*");
-    ASSERT_EQ(aside.size(), 1);
-    EXPECT_EQ(readFile(QDir(other).filePath(aside.first())), garbage.repeated(200));  // kept, not deleted
-    EXPECT_EQ(log.count("is unreadable; moved aside"), 1);
-}
-
-TEST_F(StoreTest, ADamagedDatabaseIsMovedAsideAndReplaced)
-{
+    // A damaged database: a complete copy of a closed store whose schema page is overwritten.
     QList<IMRoomPtr> rooms;
     for (int i = 0; i < 200; ++i)
         rooms << room(QStringLiteral("r%1").arg(i), second(i), QString(500, QLatin1Char('x')));
     db->saveRooms(rooms);
     const QString path = db->databasePath();
-    // Close it cleanly and keep a copy, then damage the copy's schema page.
-    const QString other = makeTempDir();
-    const QString copy = QDir(other).filePath("parlo_db");
     db->resetDatabase();  // the store lets go of the file; the copy below is complete
-    ASSERT_TRUE(QFile::copy(path, copy));
+    QByteArray damaged = readFile(path);
     ASSERT_TRUE(waitUntil([&] { return db->isOpen(); }));
-    QByteArray bytes = readFile(copy);
-    ASSERT_GT(bytes.size(), 8192);
+    ASSERT_GT(damaged.size(), 8192);
     for (int i = 100; i < 4096; ++i)
-        bytes[i] = char(0xA5);
-    writeFile(copy, bytes);
+        damaged[i] = char(0xA5);
+    const QByteArray text = QByteArray("this is not a database, just some text that happens to be here\n").repeated(200);
 
-    IMPlatform::instance()->setDocumentsPath(other);
-    LogCapture log;
-    db->setupDatabse();
-    db->setupConnection();
-    ASSERT_TRUE(db->isOpen());
-    EXPECT_TRUE(db->getAllRooms().isEmpty());
-    db->saveRooms({ room("fresh", second(1)) });
-    EXPECT_EQ(db->getAllRooms().size(), 1);
-    EXPECT_EQ(filesIn(other, "parlo_db.corrupt-*").size(), 1);
-    EXPECT_EQ(log.count("is unreadable; moved aside"), 1);
+    for (const QByteArray &bytes : { text, damaged }) {
+        const QString other = makeTempDir();
+        writeFile(QDir(other).filePath("parlo_db"), bytes);
+        IMPlatform::instance()->setDocumentsPath(other);
+        LogCapture log;
+        db->setupDatabse();
+        db->setupConnection();
+        ASSERT_TRUE(db->isOpen());
+        EXPECT_EQ(db->databasePath(), QDir(other).filePath("parlo_db"));
+        EXPECT_TRUE(db->getAllRooms().isEmpty());
+        db->saveRooms({ room("fresh", second(1)) });
+        EXPECT_EQ(ids(db->getAllRooms()), (QStringList{ "fresh" }));
+        const QStringList aside = filesIn(other, "parlo_db.corrupt-*");
+        ASSERT_EQ(aside.size(), 1);
+        EXPECT_EQ(readFile(QDir(other).filePath(aside.first())), bytes);  // kept, not deleted
+        EXPECT_EQ(log.count("is unreadable; moved aside"), 1);
+    }
 }
 
 TEST_F(StoreTest, AFileFromANewerVersionOpensAsItIs)

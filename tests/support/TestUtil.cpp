@@ -1,4 +1,5 @@
 #include "TestUtil.h"
+#include "NodeProcess.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -8,6 +9,7 @@
 #include <QThread>
 #include <memory>
 #include <vector>
+#include <gtest/gtest.h>
 
 bool waitUntil(const std::function<bool()> &done, int timeoutMs)
 {
@@ -36,4 +38,13 @@ QString makeTempDir()
     static std::vector<std::unique_ptr<QTemporaryDir>> dirs;
     dirs.push_back(std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/parlo-test-XXXXXX")));
     return dirs.back()->path();
+}
+
+std::unique_ptr<NodeProcess> startReferenceServer(const QStringList &arguments)
+{
+    auto server = std::make_unique<NodeProcess>(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
+                                                QStringList{"--port", "0"} + arguments,
+                                                QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+    EXPECT_TRUE(server->start()) << server->errorText().toStdString();
+    return server;
 }

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <functional>
+#include <memory>
+
+class NodeProcess;
 
 //! Runs the calling thread's event loop until `done` is true or `timeoutMs` passes; returns `done()`.
 bool waitUntil(const std::function<bool()> &done, int timeoutMs = 5000);
@@ -9,3 +13,6 @@ bool waitUntil(const std::function<bool()> &done, int timeoutMs = 5000);
 void spinFor(int ms);
 //! A fresh empty folder under the system's temporary folder, removed when the process ends.
 QString makeTempDir();
+//! The reference chat server on a free port with `arguments`, started; the test fails if it
+//! does not start.
+std::unique_ptr<NodeProcess> startReferenceServer(const QStringList &arguments);
