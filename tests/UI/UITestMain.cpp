@@ -4,6 +4,9 @@
 
 int main(int argc, char **argv)
 {
+    // Offscreen unless a run asks for a real display (test discovery runs without CTest's environment).
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("ParloSDKTests"));
     QApplication::setApplicationName(QStringLiteral("ParloSDKUITests"));
