@@ -4,10 +4,10 @@
 #include <QResizeEvent>
 #include <QVBoxLayout>
 
-#include "IMChatButton.h"
-#include "IMNavigationController.h"
-#include "IMNavigationItem.h"
-#include "IMViewController.h"
+#include <ParloSDK/IMChatButton.h>
+#include <ParloSDK/IMNavigationController.h>
+#include <ParloSDK/IMNavigationItem.h>
+#include <ParloSDK/IMViewController.h>
 
 namespace {
 const QColor kBrand(36, 113, 163);

@@ -4,7 +4,7 @@
 #include <QString>
 #include <functional>
 
-#include "IMWindow.h"
+#include <ParloSDK/IMWindow.h>
 
 class IMChatButton;
 class IMBarButtonItem;
