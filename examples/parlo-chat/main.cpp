@@ -2,6 +2,7 @@
 // developer would write one: a window of its own with the kit's chat button, signed in as one user.
 //
 //   parlo-chat --url http://127.0.0.1:3000 --client-id alice --name Alice [--profile DIR]
+//   parlo-chat ... --tour DIR        walks the screens with the user's data, saves a picture of each, quits
 //   parlo-chat ... --self-test DIR   signs in, opens the room list with the chat button, saves a
 //                                    picture of the real window to DIR/parlo-chat.png and quits
 #include <ParloSDK/ParloSDK.h>
@@ -73,6 +74,47 @@ void runSelfTest(ChatWindow *window, const QString &dir)
         });
     });
 }
+// The tour: Alice's screens one after another, each saved as a picture in `dir` (offscreen is fine).
+void runTour(ChatWindow *window, const QString &dir)
+{
+    QDir().mkpath(dir);
+    auto save = [window, dir](const QString &name) {
+        const QString path = QDir(dir).filePath(name + QStringLiteral(".png"));
+        window->grab().save(path);
+        qInfo("parlo-chat: %s", qPrintable(path));
+    };
+    // Each step runs after the previous one had time to show (and its pictures to load).
+    auto steps = std::make_shared<QList<std::function<void()>>>();
+    *steps << [=] { save(QStringLiteral("1-home")); window->chatButton()->click(); }
+           << [=] { save(QStringLiteral("2-room-list"));
+                    auto *rooms = window->chatButton()->roomController();
+                    if (rooms && !rooms->dataSource().isEmpty())
+                        rooms->enterRoom(rooms->dataSource().first(), false); }
+           << [=] { save(QStringLiteral("3-conversation"));
+                    if (auto *rooms = window->chatButton()->roomController()) {
+                        if (rooms->navigationController())
+                            rooms->navigationController()->popToRootViewControllerAnimated(false);
+                        rooms->createRoomItemPressed();
+                    } }
+           << [=] { save(QStringLiteral("4-create-choice"));
+                    if (auto *sheet = UxAlertController::current())
+                        sheet->choose(0); }
+           << [=] { save(QStringLiteral("5-create-room")); QCoreApplication::exit(0); };
+    auto next = std::make_shared<std::function<void()>>();
+    *next = [steps, next] {
+        if (steps->isEmpty())
+            return;
+        steps->takeFirst()();
+        QTimer::singleShot(900, qApp, *next);
+    };
+    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChatIn, [next](const IMNotification &) {
+        QTimer::singleShot(600, qApp, *next);
+    });
+    QTimer::singleShot(40000, qApp, [] {
+        qCritical("parlo-chat: tour timed out");
+        QCoreApplication::exit(1);
+    });
+}
 } // namespace
 
 int main(int argc, char **argv)
@@ -94,9 +136,11 @@ int main(int argc, char **argv)
                                           QStringLiteral("parlo-dev-api-key"));
     const QCommandLineOption clientKeyOption(QStringLiteral("client-key"), QStringLiteral("client key"), QStringLiteral("KEY"),
                                              QStringLiteral("parlo-dev-client-key"));
+    const QCommandLineOption tourOption(QStringLiteral("tour"), QStringLiteral("walk the screens, save a picture of each, quit"),
+                                        QStringLiteral("DIR"));
     const QCommandLineOption selfTestOption(QStringLiteral("self-test"), QStringLiteral("open the room list, save a picture, quit"),
                                             QStringLiteral("DIR"));
-    parser.addOptions({urlOption, idOption, nameOption, profileOption, apiKeyOption, clientKeyOption, selfTestOption});
+    parser.addOptions({urlOption, idOption, nameOption, profileOption, apiKeyOption, clientKeyOption, selfTestOption, tourOption});
     parser.process(app);
 
     QString clientID = parser.value(idOption);
@@ -133,6 +177,8 @@ int main(int argc, char **argv)
     });
     if (parser.isSet(selfTestOption))
         runSelfTest(&window, parser.value(selfTestOption));
+    if (parser.isSet(tourOption))
+        runTour(&window, parser.value(tourOption));
     parlo->connectWithURL(parser.value(urlOption), {}, [] {});
     return app.exec();
 }
