@@ -90,8 +90,10 @@ void runTour(ChatWindow *window, const QString &dir)
                     auto *rooms = window->chatButton()->roomController();
                     if (rooms && !rooms->dataSource().isEmpty())
                         rooms->enterRoom(rooms->dataSource().first(), false); }
-           << [=] { save(QStringLiteral("3-conversation"));
-                    if (auto *rooms = window->chatButton()->roomController()) {
+           << [=] { auto *rooms = window->chatButton()->roomController();
+                    if (rooms && rooms->navigationController() && rooms->navigationController()->topViewController() != rooms)
+                        save(QStringLiteral("3-conversation"));
+                    if (rooms) {
                         if (rooms->navigationController())
                             rooms->navigationController()->popToRootViewControllerAnimated(false);
                         rooms->createRoomItemPressed();
