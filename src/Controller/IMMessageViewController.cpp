@@ -404,3 +404,4 @@ void IMMessageViewController::dismissFromRemoteNotification()
     if (window && tempViewController)
         window->setRootViewController(tempViewController);
 }
+

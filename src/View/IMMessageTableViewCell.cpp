@@ -207,13 +207,14 @@ void IMMessageTableViewCell::setRoom(const IMRoomPtr &room)
     const IMClientPtr me = IMClient::currentClient();
     const QString myID = me ? me->clientID() : QString();
     QPointer<IMMessageTableViewCell> self(this);
-    auto queue = std::make_shared<IMDispatchQueue>(QStringLiteral("queue"));
-    queue->async([self, room, message, myID, queue]() mutable {
+    // Off the main thread on a serial queue labelled "queue" (one for the process, which lives as
+    // long as it: a queue per call would have to be ended by someone after its block).
+    static IMDispatchQueue *queue = new IMDispatchQueue(QStringLiteral("queue"));
+    queue->async([self, room, message, myID] {
         const QString text = readString(room, message, myID);
-        IMDispatchMainAsync([self, text, queue]() mutable {
+        IMDispatchMainAsync([self, text] {
             if (self && self->m_readLabel)
                 self->m_readLabel->setText(text);
-            queue.reset();  // the queue ends on the main thread, not on its own
         });
     });
 }
@@ -272,3 +273,4 @@ int IMMessageTableViewCell::readCount(const IMRoomPtr &room, const IMMessagePtr 
     std::reverse(list.begin(), list.end());
     return int(list.indexOf(message->createdAt()));
 }
+
