@@ -1,6 +1,8 @@
 #include "IMRoomTableViewCell.h"
 
+#include <QEvent>
 #include <QImage>
+#include <QLabel>
 #include <QPainter>
 #include <QPointer>
 
@@ -15,6 +17,29 @@
 #include "UxLabel.h"
 #include "ui_IMRoomTableViewCell.h"
 
+namespace {
+// Paints a one-line label's text with an ellipsis when it does not fit, leaving its text whole.
+class ElideFilter : public QObject
+{
+public:
+    using QObject::QObject;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        auto *label = qobject_cast<QLabel *>(watched);
+        if (!label || event->type() != QEvent::Paint)
+            return false;
+        const QRect area = label->contentsRect();
+        if (label->fontMetrics().horizontalAdvance(label->text()) <= area.width())
+            return false;
+        QPainter p(label);
+        p.setFont(label->font());
+        p.setPen(label->palette().color(label->foregroundRole()));
+        p.drawText(area, int(label->alignment()), label->fontMetrics().elidedText(label->text(), Qt::ElideRight, area.width()));
+        return true;
+    }
+};
+} // namespace
+
 IMRoomTableViewCell::IMRoomTableViewCell(const QString &reuseIdentifier, QWidget *parent)
     : IMTableViewCell(reuseIdentifier, parent)
 {
@@ -23,6 +48,10 @@ IMRoomTableViewCell::IMRoomTableViewCell(const QString &reuseIdentifier, QWidget
     connectOutlets();
     m_subTitleLabel = ui.subTitleLabel;
     m_badgeLabel = ui.badgeLabel;
+    // A long last message or title ends in "…" instead of being cut at the time column.
+    auto *elide = new ElideFilter(this);
+    m_subTitleLabel->installEventFilter(elide);
+    titleLabel()->installEventFilter(elide);
     // The designed default colours; the room list restyles them from its bar.
     m_badgeLabel->setTextColor(QColor::fromRgbF(0, 128 / 255.0, 1, 1));
     m_badgeLabel->setProperty("backgroundColor", QColor(0, 0, 0, 0));
