@@ -11,7 +11,9 @@ QString IMRelativeDateString(const QDateTime &date, bool withTime, const QDateTi
     const QDate today = (now.isValid() ? now : QDateTime::currentDateTime()).toLocalTime().date();
     // Qt's "C" locale spells short formats in full (seconds, month names); a device without a
     // language reads better with the common short forms.
-    const QLocale locale = QLocale().language() == QLocale::C ? QLocale(QLocale::English, QLocale::UnitedStates) : QLocale();
+    const QLocale locale = QLocale().language() == QLocale::C
+        ? QLocale(QLocale::English, QLocale::UnitedStates)
+        : QLocale();
     QString day;
     if (local.date() == today)
         day = QCoreApplication::translate("IMRelativeDate", "今天");

@@ -19,8 +19,7 @@
 
 namespace {
 // Paints a one-line label's text with an ellipsis when it does not fit, leaving its text whole.
-class ElideFilter : public QObject
-{
+class ElideFilter : public QObject {
 public:
     using QObject::QObject;
     bool eventFilter(QObject *watched, QEvent *event) override
@@ -34,7 +33,8 @@ public:
         QPainter p(label);
         p.setFont(label->font());
         p.setPen(label->palette().color(label->foregroundRole()));
-        p.drawText(area, int(label->alignment()), label->fontMetrics().elidedText(label->text(), Qt::ElideRight, area.width()));
+        p.drawText(area, int(label->alignment()),
+            label->fontMetrics().elidedText(label->text(), Qt::ElideRight, area.width()));
         return true;
     }
 };
@@ -102,33 +102,39 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
     m_room = room;
     if (!room)
         return;
-    const QString me = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
+    const QString me
+        = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
     if (!isRoomHasTwoClient()) {
         const QString thumbnail = room->thumbnail();
         if (thumbnail.contains(QLatin1String("http"))) {
-            photoImageView()->setImageWithURL(QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
+            photoImageView()->setImageWithURL(
+                QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
         } else if (!thumbnail.isEmpty()) {
             // A file on the server: fetched through the kit's cache, shown at a tenth of its size.
             QPointer<UxImageView> photo = photoImageView();
-            Parlo::shareInstance()->getFileWithNameProgress(thumbnail, [](double) {}, [photo](const QByteArray &data) {
-                auto queue = std::make_shared<IMDispatchQueue>(QStringLiteral("queue"));
-                queue->async([photo, data, queue]() mutable {
-                    QImage image = QImage::fromData(data);
-                    QImage small;
-                    if (!image.isNull()) {
-                        small = QImage(qMax(1, image.width() / 10), qMax(1, image.height() / 10), QImage::Format_ARGB32_Premultiplied);
-                        small.fill(Qt::transparent);
-                        QPainter p(&small);
-                        p.setRenderHint(QPainter::SmoothPixmapTransform);
-                        p.drawImage(small.rect(), image);
-                    }
-                    IMDispatchMainAsync([photo, small, queue]() mutable {
-                        if (photo && !small.isNull())
-                            photo->setImage(small);
-                        queue.reset();  // the queue ends on the main thread, never on its own
+            Parlo::shareInstance()->getFileWithNameProgress(
+                thumbnail, [](double) {},
+                [photo](const QByteArray &data) {
+                    auto queue = std::make_shared<IMDispatchQueue>(QStringLiteral("queue"));
+                    queue->async([photo, data, queue]() mutable {
+                        QImage image = QImage::fromData(data);
+                        QImage small;
+                        if (!image.isNull()) {
+                            small = QImage(qMax(1, image.width() / 10),
+                                qMax(1, image.height() / 10), QImage::Format_ARGB32_Premultiplied);
+                            small.fill(Qt::transparent);
+                            QPainter p(&small);
+                            p.setRenderHint(QPainter::SmoothPixmapTransform);
+                            p.drawImage(small.rect(), image);
+                        }
+                        IMDispatchMainAsync([photo, small, queue]() mutable {
+                            if (photo && !small.isNull())
+                                photo->setImage(small);
+                            queue.reset(); // the queue ends on the main thread, never on its own
+                        });
                     });
-                });
-            }, [](const IMError &) {});
+                },
+                [](const IMError &) {});
         }
         titleLabel()->setText(room->name());
     } else {
@@ -136,16 +142,19 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
             IMClientPtr client = IMClient::fromDictionary(entry.toMap());
             if (!client || client->clientID() == me)
                 continue;
-            photoImageView()->setImageWithURL(QUrl(client->photo()), IMImage::named(QStringLiteral("placeholder")),
-                                              UxImageOptionSetImageWithFadeAnimation);
-            titleLabel()->setText(!client->username().isEmpty() ? client->username() : client->clientID());
+            photoImageView()->setImageWithURL(QUrl(client->photo()),
+                IMImage::named(QStringLiteral("placeholder")),
+                UxImageOptionSetImageWithFadeAnimation);
+            titleLabel()->setText(
+                !client->username().isEmpty() ? client->username() : client->clientID());
             if (titleLabel()->text().isEmpty())
                 titleLabel()->setText(room->name());
             break;
         }
     }
     const QVariantList messages = room->message();
-    m_subTitleLabel->setText(messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
+    m_subTitleLabel->setText(
+        messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
     m_badgeLabel->setText(badgeText(room->badge()));
     m_badgeLabel->setVisible(room->badge() != 0);
     timeLabel()->setText(timeText(room->lastMessageTime()));
