@@ -47,24 +47,6 @@ QList<IMRoomPtr> makeRooms()
     return rooms;
 }
 
-template <typename Reload, typename Scroll>
-void measure(QWidget *w, Reload reload, Scroll scroll, double &first, std::vector<double> &steps)
-{
-    std::vector<double> firsts;
-    for (int r = 0; r < kRounds; ++r) {
-        QElapsedTimer t;
-        t.start();
-        reload();
-        QApplication::processEvents();
-        QPixmap frame = w->grab();
-        firsts.push_back(t.nsecsElapsed() / 1e6);
-    }
-    first = uiPercentile(firsts, 0.5);
-    for (int s = 0; s < kSteps; ++s) {
-        scroll(s);
-        steps.push_back(uiFrameMs(w));
-    }
-}
 } // namespace
 
 int main(int argc, char **argv)
@@ -86,8 +68,8 @@ int main(int argc, char **argv)
     double ourFirst = 0;
     std::vector<double> ourSteps;
     // The rooms arrive as the facade hands them over; each round a fresh list, as after a refresh.
-    measure(
-        list, [&] { list->ParloDidUpdateRooms(rooms); },
+    uiMeasure(
+        list, kRounds, kSteps, [&] { list->ParloDidUpdateRooms(rooms); },
         [&](int s) {
             QScrollBar *bar = list->tableview()->verticalScrollBar();
             bar->setValue(bar->value() + 40 + (s % 3) * 20);
@@ -111,8 +93,8 @@ int main(int argc, char **argv)
     view.show();
     double baseFirst = 0;
     std::vector<double> baseSteps;
-    measure(
-        &view,
+    uiMeasure(
+        &view, kRounds, kSteps,
         [&] {
             model.clear();
             for (int i = 0; i < kRooms; ++i)

@@ -34,20 +34,6 @@
 #include "UxLabel.h"
 
 namespace {
-QImage painted(const QColor &color, const QString &letter)
-{
-    QImage img(120, 120, QImage::Format_ARGB32_Premultiplied);
-    img.fill(color);
-    QPainter p(&img);
-    p.setPen(Qt::white);
-    QFont f;
-    f.setPixelSize(54);
-    f.setBold(true);
-    p.setFont(f);
-    p.drawText(img.rect(), Qt::AlignCenter, letter);
-    return img;
-}
-
 // The signed-in user is "me"; the settings go to a scratch file, never the user's own.
 void signInLocally()
 {
@@ -116,7 +102,7 @@ public:
         for (const Sample &s : samples())
             if (s.id == room->objectID())
                 cell->photoImageView()->setImage(
-                    painted(s.color, cell->titleLabel()->text().left(1)));
+                    parloLetterImage(s.color, cell->titleLabel()->text().left(1)));
         return cell;
     }
 };
@@ -175,7 +161,8 @@ public:
             // Pictures as local files, so the rows load them as they would a server's.
             const QString file
                 = QDir::temp().filePath(QStringLiteral("parlo-screens-invite-%1.png").arg(i));
-            painted(QColor::fromHsv(int(i) * 36 % 360, 160, 220), names[int(i)].left(1)).save(file);
+            parloLetterImage(QColor::fromHsv(int(i) * 36 % 360, 160, 220), names[int(i)].left(1))
+                .save(file);
             page << IMInviteClient::fromDictionary(
                 { { "clientID", names[int(i)] }, { "name", names[int(i)] },
                     { "pictureURLString", QUrl::fromLocalFile(file).toString() } });
@@ -221,7 +208,7 @@ PARLO_SCREENSHOT({ "rooms-create-uploading",
         IMRoomCreateViewController *create = nullptr;
         IMWindow *window = createWindow(&create);
         create->roomNameTextField()->setText(QStringLiteral("週末登山社"));
-        create->setRoomThumbnail(painted(QColor(175, 82, 222), QStringLiteral("登")));
+        create->setRoomThumbnail(parloLetterImage(QColor(175, 82, 222), QStringLiteral("登")));
         create->progressLabel()->setText(IMRoomCreateViewController::progressText(0.42));
         return static_cast<QWidget *>(window);
     },
