@@ -56,24 +56,6 @@ public:
     }
 };
 
-template <typename Reload, typename Scroll>
-void measure(QWidget *w, Reload reload, Scroll scroll, double &first, std::vector<double> &steps)
-{
-    std::vector<double> firsts;
-    for (int r = 0; r < kRounds; ++r) {
-        QElapsedTimer t;
-        t.start();
-        reload();
-        QApplication::processEvents();
-        QPixmap frame = w->grab();
-        firsts.push_back(t.nsecsElapsed() / 1e6);
-    }
-    first = uiPercentile(firsts, 0.5);
-    for (int s = 0; s < kSteps; ++s) {
-        scroll(s);
-        steps.push_back(uiFrameMs(w));
-    }
-}
 } // namespace
 
 int main(int argc, char **argv)
@@ -90,7 +72,7 @@ int main(int argc, char **argv)
     table.setDelegate(&rows);
     double ourFirst = 0;
     std::vector<double> ourSteps;
-    measure(&table, [&] { table.setDataSource(&rows); }, [&](int s) {
+    uiMeasure(&table, kRounds, kSteps, [&] { table.setDataSource(&rows); }, [&](int s) {
         table.verticalScrollBar()->setValue(table.verticalScrollBar()->value() + 40 + (s % 3) * 20);
     }, ourFirst, ourSteps);
 
@@ -103,7 +85,7 @@ int main(int argc, char **argv)
     list.show();
     double baseFirst = 0;
     std::vector<double> baseSteps;
-    measure(&list, [&] {
+    uiMeasure(&list, kRounds, kSteps, [&] {
         model.clear();
         for (int i = 0; i < kRows; ++i)
             model.appendRow(new QStandardItem(textOf(i)));

@@ -29,6 +29,29 @@ inline double uiPercentile(std::vector<double> v, double p)
     return v[i];
 }
 
+// Times `reload` then a frame, `rounds` times (median into `first`), then `steps` scroll steps of
+// one frame each (into `stepTimes`).
+template <typename Reload, typename Scroll>
+void uiMeasure(QWidget *w, int rounds, int steps, Reload reload, Scroll scroll, double &first,
+               std::vector<double> &stepTimes)
+{
+    std::vector<double> firsts;
+    for (int r = 0; r < rounds; ++r) {
+        QElapsedTimer t;
+        t.start();
+        reload();
+        QApplication::processEvents();
+        QPixmap frame = w->grab();
+        Q_UNUSED(frame);
+        firsts.push_back(t.nsecsElapsed() / 1e6);
+    }
+    first = uiPercentile(firsts, 0.5);
+    for (int s = 0; s < steps; ++s) {
+        scroll(s);
+        stepTimes.push_back(uiFrameMs(w));
+    }
+}
+
 // One row of the bench table: figure, ours, unit, baseline (0: none), goal ("<=" / ">=", value; empty: none).
 inline void uiRow(const char *figure, double ours, const char *unit, double baseline, const char *op = "", double goal = 0)
 {

@@ -199,9 +199,12 @@ IMRoomTableViewCell *IMRoomViewController::customCellWithIdentifier(const QStrin
         IMNavigationBar *bar = navigationController()->navigationBar();
         const QColor tint = bar->tintColor();
         const QColor fill = bar->barTintColor().isValid() ? bar->barTintColor() : QColor(255, 59, 48);
-        badge->setStyleSheet(QStringLiteral("color: %1; background: %2; border: 1px solid %1; border-radius: 11px; "
-                                            "padding: 0 6px; font-size: 12px; font-weight: 600;")
-                                 .arg(tint.name(), fill.name()));
+        const QString style = QStringLiteral("color: %1; background: %2; border: 1px solid %1; border-radius: 11px; "
+                                             "padding: 0 6px; font-size: 12px; font-weight: 600;")
+                                  .arg(tint.name(), fill.name());
+        // A reused row already has it; restyling re-polishes the label, which scrolling feels.
+        if (badge->styleSheet() != style)
+            badge->setStyleSheet(style);
     } else if (badge->styleSheet().isEmpty()) {
         badge->setStyleSheet(QStringLiteral("color: white; background: #ff3b30; border-radius: 11px; padding: 0 6px; "
                                             "font-size: 12px; font-weight: 600;"));

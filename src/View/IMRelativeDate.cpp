@@ -9,7 +9,11 @@ QString IMRelativeDateString(const QDateTime &date, bool withTime, const QDateTi
         return QString();
     const QDateTime local = date.toLocalTime();
     const QDate today = (now.isValid() ? now : QDateTime::currentDateTime()).toLocalTime().date();
-    const QLocale locale;
+    // Qt's "C" locale spells short formats in full (seconds, month names); a device without a
+    // language reads better with the common short forms.
+    const QLocale locale = QLocale().language() == QLocale::C
+        ? QLocale(QLocale::English, QLocale::UnitedStates)
+        : QLocale();
     QString day;
     if (local.date() == today)
         day = QCoreApplication::translate("IMRelativeDate", "今天");

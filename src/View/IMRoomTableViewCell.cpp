@@ -1,6 +1,8 @@
 #include "IMRoomTableViewCell.h"
 
+#include <QEvent>
 #include <QImage>
+#include <QLabel>
 #include <QPainter>
 #include <QPointer>
 
@@ -15,6 +17,29 @@
 #include "UxLabel.h"
 #include "ui_IMRoomTableViewCell.h"
 
+namespace {
+// Paints a one-line label's text with an ellipsis when it does not fit, leaving its text whole.
+class ElideFilter : public QObject {
+public:
+    using QObject::QObject;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        auto *label = qobject_cast<QLabel *>(watched);
+        if (!label || event->type() != QEvent::Paint)
+            return false;
+        const QRect area = label->contentsRect();
+        if (label->fontMetrics().horizontalAdvance(label->text()) <= area.width())
+            return false;
+        QPainter p(label);
+        p.setFont(label->font());
+        p.setPen(label->palette().color(label->foregroundRole()));
+        p.drawText(area, int(label->alignment()),
+            label->fontMetrics().elidedText(label->text(), Qt::ElideRight, area.width()));
+        return true;
+    }
+};
+} // namespace
+
 IMRoomTableViewCell::IMRoomTableViewCell(const QString &reuseIdentifier, QWidget *parent)
     : IMTableViewCell(reuseIdentifier, parent)
 {
@@ -23,6 +48,10 @@ IMRoomTableViewCell::IMRoomTableViewCell(const QString &reuseIdentifier, QWidget
     connectOutlets();
     m_subTitleLabel = ui.subTitleLabel;
     m_badgeLabel = ui.badgeLabel;
+    // A long last message or title ends in "…" instead of being cut at the time column.
+    auto *elide = new ElideFilter(this);
+    m_subTitleLabel->installEventFilter(elide);
+    titleLabel()->installEventFilter(elide);
     // The designed default colours; the room list restyles them from its bar.
     m_badgeLabel->setTextColor(QColor::fromRgbF(0, 128 / 255.0, 1, 1));
     m_badgeLabel->setProperty("backgroundColor", QColor(0, 0, 0, 0));
@@ -73,33 +102,39 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
     m_room = room;
     if (!room)
         return;
-    const QString me = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
+    const QString me
+        = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
     if (!isRoomHasTwoClient()) {
         const QString thumbnail = room->thumbnail();
         if (thumbnail.contains(QLatin1String("http"))) {
-            photoImageView()->setImageWithURL(QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
+            photoImageView()->setImageWithURL(
+                QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
         } else if (!thumbnail.isEmpty()) {
             // A file on the server: fetched through the kit's cache, shown at a tenth of its size.
             QPointer<UxImageView> photo = photoImageView();
-            Parlo::shareInstance()->getFileWithNameProgress(thumbnail, [](double) {}, [photo](const QByteArray &data) {
-                // Scaled on a serial queue labelled "queue" (one for the process, living as long as it).
-                static IMDispatchQueue *queue = new IMDispatchQueue(QStringLiteral("queue"));
-                queue->async([photo, data] {
-                    QImage image = QImage::fromData(data);
-                    QImage small;
-                    if (!image.isNull()) {
-                        small = QImage(qMax(1, image.width() / 10), qMax(1, image.height() / 10), QImage::Format_ARGB32_Premultiplied);
-                        small.fill(Qt::transparent);
-                        QPainter p(&small);
-                        p.setRenderHint(QPainter::SmoothPixmapTransform);
-                        p.drawImage(small.rect(), image);
-                    }
-                    IMDispatchMainAsync([photo, small] {
-                        if (photo && !small.isNull())
-                            photo->setImage(small);
+            Parlo::shareInstance()->getFileWithNameProgress(
+                thumbnail, [](double) {},
+                [photo](const QByteArray &data) {
+                    // Scaled on a serial queue labelled "queue" (one for the process, living as long as it).
+                    static IMDispatchQueue *queue = new IMDispatchQueue(QStringLiteral("queue"));
+                    queue->async([photo, data] {
+                        QImage image = QImage::fromData(data);
+                        QImage small;
+                        if (!image.isNull()) {
+                            small = QImage(qMax(1, image.width() / 10),
+                                qMax(1, image.height() / 10), QImage::Format_ARGB32_Premultiplied);
+                            small.fill(Qt::transparent);
+                            QPainter p(&small);
+                            p.setRenderHint(QPainter::SmoothPixmapTransform);
+                            p.drawImage(small.rect(), image);
+                        }
+                        IMDispatchMainAsync([photo, small] {
+                            if (photo && !small.isNull())
+                                photo->setImage(small);
+                        });
                     });
-                });
-            }, [](const IMError &) {});
+                },
+                [](const IMError &) {});
         }
         titleLabel()->setText(room->name());
     } else {
@@ -107,16 +142,19 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
             IMClientPtr client = IMClient::fromDictionary(entry.toMap());
             if (!client || client->clientID() == me)
                 continue;
-            photoImageView()->setImageWithURL(QUrl(client->photo()), IMImage::named(QStringLiteral("placeholder")),
-                                              UxImageOptionSetImageWithFadeAnimation);
-            titleLabel()->setText(!client->username().isEmpty() ? client->username() : client->clientID());
+            photoImageView()->setImageWithURL(QUrl(client->photo()),
+                IMImage::named(QStringLiteral("placeholder")),
+                UxImageOptionSetImageWithFadeAnimation);
+            titleLabel()->setText(
+                !client->username().isEmpty() ? client->username() : client->clientID());
             if (titleLabel()->text().isEmpty())
                 titleLabel()->setText(room->name());
             break;
         }
     }
     const QVariantList messages = room->message();
-    m_subTitleLabel->setText(messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
+    m_subTitleLabel->setText(
+        messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
     m_badgeLabel->setText(badgeText(room->badge()));
     m_badgeLabel->setVisible(room->badge() != 0);
     timeLabel()->setText(timeText(room->lastMessageTime()));

@@ -3,6 +3,8 @@
 // The screenshot tool's registry: each file of tools/parlo-screens registers named screens in
 // named states with PARLO_SCREENSHOT; the tool builds each one offscreen, lets it settle and
 // saves it as NAME.png.
+#include <QColor>
+#include <QImage>
 #include <QSize>
 #include <QString>
 #include <QWidget>
@@ -15,6 +17,9 @@ struct Screenshot
     QSize size{390, 720};                  // window size, in points
     int settleMs = 150;                    // event-loop time before the grab (images, posted layout)
 };
+
+// A square picture of `letter` in white on `color`, for photos that no server provides here.
+QImage parloLetterImage(const QColor &color, const QString &letter);
 
 // Adds a screenshot to the registry (at static initialisation).
 int parloRegisterScreenshot(const Screenshot &shot);

@@ -25,20 +25,6 @@
 #include "UxLabel.h"
 
 namespace {
-QImage avatar(const QColor &color, const QString &letter)
-{
-    QImage img(120, 120, QImage::Format_ARGB32_Premultiplied);
-    img.fill(color);
-    QPainter p(&img);
-    p.setPen(Qt::white);
-    QFont f;
-    f.setPixelSize(56);
-    f.setBold(true);
-    p.setFont(f);
-    p.drawText(img.rect(), Qt::AlignCenter, letter);
-    return img;
-}
-
 class MixedCell : public IMTableViewCell
 {
 public:
@@ -123,7 +109,7 @@ private:
         cell->titleLabel()->setText(row.title);
         cell->subtitle->setText(row.subtitle);
         cell->timeLabel()->setText(row.time);
-        cell->photoImageView()->setImage(avatar(row.color, row.title.left(1)));
+        cell->photoImageView()->setImage(parloLetterImage(row.color, row.title.left(1)));
     }
 };
 } // namespace
@@ -189,12 +175,12 @@ PARLO_SCREENSHOT({"toolkit-widgets", [] {
     auto *round = new UxImageView(w);
     round->setFixedSize(80, 80);
     round->setCornerRadius(40);
-    round->setImage(avatar(QColor(52, 120, 246), QStringLiteral("A")));
+    round->setImage(parloLetterImage(QColor(52, 120, 246), QStringLiteral("A")));
     grid->addWidget(round, 2, 0);
     auto *square = new UxImageView(w);
     square->setFixedSize(120, 80);
     square->setContentMode(UxImageView::AspectFit);
-    square->setImage(avatar(QColor(52, 199, 89), QStringLiteral("B")));
+    square->setImage(parloLetterImage(QColor(52, 199, 89), QStringLiteral("B")));
     square->setStyleSheet(QStringLiteral("background: #f2f2f7;"));
     grid->addWidget(square, 2, 1);
     auto *spinner = new IMActivityIndicator(w);
