@@ -2,13 +2,16 @@
 
 #include <QPointer>
 #include <cmath>
+#include <limits>
 
 #include "IMBarButtonItem.h"
 #include "IMBubbleView.h"
 #include "IMClient.h"
 #include "IMColor.h"
 #include "IMDispatch.h"
+#include "IMAnimation.h"
 #include "IMGestureRecognizer.h"
+#include "IMLayoutConstraint.h"
 #include "IMImage.h"
 #include "IMLog.h"
 #include "IMMessageContainerViewController.h"
@@ -18,7 +21,9 @@
 #include "IMStoryboard.h"
 #include "IMWindow.h"
 #include "Parlo.h"
+#include "UxButton.h"
 #include "UxLabel.h"
+#include "UxTextView.h"
 #include "ui_IMMessageViewController.h"
 
 IM_STORYBOARD_SCREEN(IMMessageViewController);
@@ -113,6 +118,27 @@ void IMMessageViewController::loadView()
     ui.setupUi(this);
     setTableview(ui.tableview);
     m_inputBar = ui.inputBar;
+    // The list takes the height; the bar and the panel under it only what they need.
+    ui.inputBar->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Maximum);
+    ui.moreActionContenterView->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    ui.screenLayout->setStretchFactor(ui.tableview, 1);
+    inputTextView = ui.inputTextView;
+    sendMessageBtn = ui.sendMessageBtn;
+    moreOptionBtn = ui.moreOptionBtn;
+    pictureBtn = ui.pictureBtn;
+    cancelBtn = ui.cancelBtn;
+    moreActionContenterView = ui.moreActionContenterView;
+    pictureBtn->setImage(IMImage::named(QStringLiteral("camera")));
+    pictureBtn->setIconSize(QSize(26, 22));
+    inputTextView->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    inputTextViewHeight = new IMLayoutConstraint(30, this);
+    inputTextViewHeight->bindFixedHeight(inputTextView);
+    inputTextViewLeadingDistance = new IMLayoutConstraint(8, this);
+    inputTextViewLeadingDistance->bind([this](qreal c) { moreOptionBtn->setVisible(c < 60); }, this);
+    inputViewToBottomDistance = new IMLayoutConstraint(0, this);
+    inputViewToBottomDistance->bindFixedHeight(moreActionContenterView);
+    cancelBtnLeadingDistance = new IMLayoutConstraint(cancelBtn->sizeHint().width() + 8 + 8, this);
+    cancelBtnLeadingDistance->bind([this](qreal c) { cancelBtn->setVisible(c <= 8); }, this);
     // Every row is measured, so the content height after a page is exact for the offset arithmetic.
     ui.tableview->setEstimatedRowHeight(0);
     ui.tableview->setShowsSeparators(false);
@@ -131,12 +157,50 @@ void IMMessageViewController::viewDidLoad()
     longPressGesturer()->addToView(tableview());
     Parlo::shareInstance()->updateReadTimeWithRoom(m_room, echoReadToRoom);
     ParloDidChatIn();
+    // The input bar's buttons take the bar's tint, or its background when the tint is white.
+    if (navigationController() && !disableTintColor) {
+        navigationController()->layout()->activate();
+        IMNavigationBar *bar = navigationController()->navigationBar();
+        QColor tint = bar->tintColor();
+        if (IMColorIsEqualToColor(tint, Qt::white))
+            tint = bar->barTintColor();
+        for (UxButton *button : {sendMessageBtn, moreOptionBtn, pictureBtn, cancelBtn})
+            button->setTintColor(tint);
+    }
+    if (!showMoreOptionBtn)
+        inputTextViewLeadingDistance->setConstant(60);
 }
 
 void IMMessageViewController::viewWillAppear(bool animated)
 {
     IMViewController::viewWillAppear(animated);
     Parlo::shareInstance()->setDelegate(this);
+    inputViewToBottomDistance->setConstant(0);
+    layout()->activate();
+}
+
+void IMMessageViewController::keyboardWillChangeToFrame(const QRect &frame, float duration)
+{
+    moveInputBar(frame.top(), frame.height(), duration);
+}
+
+void IMMessageViewController::moveInputBar(qreal keyboardTop, qreal keyboardHeight, double duration)
+{
+    const bool atBottom = isTableViewAtBottom();
+    QPointer<IMMessageViewController> self(this);
+    IMAnimate(duration, [this, keyboardTop, keyboardHeight] {
+        const qreal overlap = height() - keyboardTop;
+        if (overlap < keyboardHeight)
+            inputViewToBottomDistance->setConstant(keyboardHeight);
+        else if (overlap <= 0)
+            inputViewToBottomDistance->setConstant(0);
+        else
+            inputViewToBottomDistance->setConstant(overlap);
+        layout()->activate();
+    }, [self, atBottom](bool) {
+        if (self && atBottom)
+            self->scrollToBottomWithAnimate(true);
+    });
 }
 
 void IMMessageViewController::ParloDidChatIn()
@@ -226,6 +290,9 @@ bool IMMessageViewController::isTableViewAtBottom() const
 void IMMessageViewController::tapOnTableViewEvent()
 {
     endEditing();
+    // As for a keyboard gone below the screen: its top at the largest float, no height.
+    if (inputViewToBottomDistance && inputViewToBottomDistance->constant() > 1)
+        moveInputBar(std::numeric_limits<float>::max(), 0, 0.3);
 }
 
 bool IMMessageViewController::isThisRoom(const IMRoomPtr &room) const

@@ -12,7 +12,10 @@
 #include "IMViewController.h"
 #include "ParloDelegate.h"
 
+class IMLayoutConstraint;
 class IMLongPressGestureRecognizer;
+class UxButton;
+class UxTextView;
 class IMMessageContainerViewController;
 class IMTapGestureRecognizer;
 class IMWindow;
@@ -60,6 +63,20 @@ public:
     QPointer<IMWindow> window;                //!< remembered when opened from a push notification
     QPointer<IMUIViewController> tempViewController;  //!< the root put back by `dismissFromRemoteNotification`
 
+    // The input bar (its composing behaviour is the sending half of the screen).
+    UxTextView *inputTextView = nullptr;                   //!< the text being typed
+    UxButton *sendMessageBtn = nullptr;                    //!< sends (tinted from the bar)
+    UxButton *moreOptionBtn = nullptr;                     //!< opens the more panel (shown with `showMoreOptionBtn`)
+    UxButton *pictureBtn = nullptr;                        //!< picks a picture
+    UxButton *cancelBtn = nullptr;                         //!< ends an edit; shown while editing
+    QWidget *moreActionContenterView = nullptr;            //!< the panel under the bar (name as spelled)
+    IMLayoutConstraint *inputTextViewHeight = nullptr;     //!< the text view's height (30 for one line)
+    IMLayoutConstraint *inputTextViewLeadingDistance = nullptr;  //!< 60 when the more button is not shown
+    IMLayoutConstraint *inputViewToBottomDistance = nullptr;     //!< the bar's distance from the bottom
+    IMLayoutConstraint *cancelBtnLeadingDistance = nullptr;      //!< 8 while editing; the button is out otherwise
+
+    //! Moves the input bar above a keyboard ending at `frame` (window coordinates) over `duration` seconds.
+    void keyboardWillChangeToFrame(const QRect &frame, float duration) override;
     //! The tap on the table that dismisses the keyboard (created on first read).
     IMTapGestureRecognizer *tapOnTableView();
     //! The long press on the table (1.0 second; created on first read).
@@ -115,6 +132,7 @@ protected:
     void viewWillAppear(bool animated) override;
 
 private:
+    void moveInputBar(qreal keyboardTop, qreal keyboardHeight, double duration);
     bool isThisRoom(const IMRoomPtr &room) const;
     void loadOlderPage();
     IMRoomPtr m_room;

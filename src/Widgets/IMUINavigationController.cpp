@@ -156,7 +156,9 @@ void IMUINavigationController::showTop(IMUIViewController *old, bool animated, b
             leaving->deleteLater();
     };
     if (top) {
-        top->loadViewIfNeeded();
+        // A container not yet loaded loads its top when it loads or appears, after its own set-up.
+        if (isViewLoaded() || isVisible())
+            top->loadViewIfNeeded();
         const QRect full = n->content->rect();
         // Only a shown container puts its top on screen; a hidden one does at its own appearance.
         top->setGeometry(full);
@@ -182,6 +184,7 @@ void IMUINavigationController::viewWillAppear(bool animated)
 {
     IMUIViewController::viewWillAppear(animated);
     if (IMUIViewController *top = topViewController()) {
+        top->loadViewIfNeeded();
         top->setGeometry(n->content->rect());
         top->show();
     }

@@ -19,6 +19,7 @@
 #include "UILiveSupport.h"
 #include "UITestSupport.h"
 #include "UxButton.h"
+#include "IMNavigationBar.h"
 #include "UxImageView.h"
 #include "UxLabel.h"
 
@@ -174,6 +175,29 @@ TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheB
     screen->ParloDidUpdateMessage(gone);
     EXPECT_EQ(screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(7)).height(), 0);
     EXPECT_FALSE(IMMessageViewController::handleRemoteNotificationAppdelegateWindow(&window, {{"other", 1}}));
+}
+
+TEST_F(ConversationScreen, InputBarTakesTheBarsTintAndFollowsTheKeyboard)
+{
+    IMWindow window;
+    window.resize(390, 600);
+    auto *screen = new IMMessageViewController;
+    screen->setRoom(roomWithReads({}));
+    auto *nav = new IMNavigationController(screen);
+    nav->setTintColor(Qt::white);  // white: the bar's background colour is used instead
+    nav->setBarTintColor(QColor(36, 113, 163));
+    window.setRootViewController(nav);
+    window.show();
+    settle();
+    EXPECT_EQ(screen->sendMessageBtn->tintColor(), QColor(36, 113, 163));
+    EXPECT_EQ(screen->inputTextViewLeadingDistance->constant(), 60);  // no more button by default
+    EXPECT_EQ(screen->inputTextViewHeight->constant(), 30);
+
+    // A keyboard of 250 points at the bottom lifts the bar by its height; a tap on the list lowers it.
+    screen->keyboardWillChangeToFrame(QRect(0, screen->height() - 250, 390, 250), 0.25f);
+    EXPECT_EQ(screen->inputViewToBottomDistance->constant(), 250);
+    screen->tapOnTableViewEvent();
+    EXPECT_EQ(screen->inputViewToBottomDistance->constant(), 0);
 }
 
 class ConversationLive : public UILiveTest

@@ -3,6 +3,7 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include "IMDate.h"
 #include "IMMessageViewController.h"
@@ -82,7 +83,8 @@ QWidget *conversation(bool group)
     window->resize(390, 720);
     window->setRootViewController(nav);
     screen->setDataSource(messages);
-    screen->scrollToBottomWithAnimate(false);
+    // Once the window has its size, as the screen does after its first page.
+    QTimer::singleShot(50, screen, [screen] { screen->scrollToBottomWithAnimate(false); });
     return window;
 }
 } // namespace
