@@ -157,6 +157,13 @@ int main(int argc, char **argv)
     if (parser.isSet(profileOption))
         useProfile(parser.value(profileOption));
 
+    // The kit's conversation screen, set up the way this host wants it: read markers on.
+    IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"), [] {
+        auto *conversation = new IMMessageViewController;
+        conversation->echoReadToRoom = true;
+        return static_cast<IMUIViewController *>(conversation);
+    });
+
     ChatWindow window;
     window.resize(420, 760);
     window.setUserName(name);
