@@ -202,6 +202,14 @@ IMDispatchQueue *IMDispatchQueue::mainQueue()
     return queue;
 }
 
+// The main queue is made on the main thread as the application starts, so a worker thread's first
+// post never builds the object the main thread then reads.
+static void makeMainQueueOnTheMainThread()
+{
+    IMDispatchQueue::mainQueue();
+}
+Q_COREAPP_STARTUP_FUNCTION(makeMainQueueOnTheMainThread)
+
 IMDispatchQueue *IMDispatchQueue::globalQueue()
 {
     static IMDispatchQueue *queue = new IMDispatchQueue(Kind::Global, QStringLiteral("global"));

@@ -203,15 +203,18 @@ void IMMessageTableViewCell::applyCellType(quint64 type)
 void IMMessageTableViewCell::setRoom(const IMRoomPtr &room)
 {
     m_room = room;
-    const IMMessagePtr message = m_message;
     const IMClientPtr me = IMClient::currentClient();
     const QString myID = me ? me->clientID() : QString();
+    // Plain copies travel to the other thread: the records themselves change on the main thread.
+    const QVariantMap readTime = room ? room->readTime() : QVariantMap();
+    const QString createdAt = m_message ? m_message->createdAt() : QString();
+    const bool known = room && m_message;
     QPointer<IMMessageTableViewCell> self(this);
     // Off the main thread on a serial queue labelled "queue" (one for the process, which lives as
     // long as it: a queue per call would have to be ended by someone after its block).
     static IMDispatchQueue *queue = new IMDispatchQueue(QStringLiteral("queue"));
-    queue->async([self, room, message, myID] {
-        const QString text = readString(room, message, myID);
+    queue->async([self, readTime, createdAt, known, myID] {
+        const QString text = known ? readStringFor(readTime, createdAt, myID) : QString();
         IMDispatchMainAsync([self, text] {
             if (self && self->m_readLabel)
                 self->m_readLabel->setText(text);
@@ -231,46 +234,59 @@ QString IMMessageTableViewCell::cellIDForMessage(const IMMessagePtr &message, co
     return CellRight;
 }
 
-QString IMMessageTableViewCell::readString(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
+namespace {
+bool isReadFor(const QVariantMap &times, const QString &createdAt, const QString &me)
 {
-    if (!room || !message)
-        return QString();
-    const int n = room->readTime().size();
-    if (n < 2 || n >= 10000)
-        return QStringLiteral("");
-    if (n == 2)
-        return isRead(room, message, me) ? tr("已讀") : QStringLiteral("");
-    const int k = readCount(room, message, me);
-    return k ? QStringLiteral("%1 %2").arg(k).arg(tr("已讀")) : QStringLiteral("");
-}
-
-bool IMMessageTableViewCell::isRead(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
-{
-    if (!room || !message)
-        return false;
-    const QVariantMap times = room->readTime();
     for (auto it = times.constBegin(); it != times.constEnd(); ++it) {
         if (it.key() == me)
             continue;
         const QDateTime read = IMDate::toDate(it.value().toString());
-        const QDateTime created = IMDate::toDate(message->createdAt());
+        const QDateTime created = IMDate::toDate(createdAt);
         return read.isValid() && created.isValid() && read > created;
     }
     return false;
 }
 
-int IMMessageTableViewCell::readCount(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
+int readCountFor(QVariantMap times, const QString &createdAt, const QString &me)
 {
-    if (!room || !message || message->createdAt().isEmpty())
+    if (createdAt.isEmpty())
         return 0;
-    QVariantMap times = room->readTime();
     times.remove(me);
     QStringList list;
     for (const QVariant &v : times)
         list << v.toString();
-    list << message->createdAt();
+    list << createdAt;
     std::sort(list.begin(), list.end());
     std::reverse(list.begin(), list.end());
-    return int(list.indexOf(message->createdAt()));
+    return int(list.indexOf(createdAt));
+}
+} // namespace
+
+QString IMMessageTableViewCell::readStringFor(const QVariantMap &readTime, const QString &createdAt, const QString &me)
+{
+    const int n = readTime.size();
+    if (n < 2 || n >= 10000)
+        return QStringLiteral("");
+    if (n == 2)
+        return isReadFor(readTime, createdAt, me) ? tr("已讀") : QStringLiteral("");
+    const int k = readCountFor(readTime, createdAt, me);
+    return k ? QStringLiteral("%1 %2").arg(k).arg(tr("已讀")) : QStringLiteral("");
+}
+
+QString IMMessageTableViewCell::readString(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
+{
+    if (!room || !message)
+        return QString();
+    return readStringFor(room->readTime(), message->createdAt(), me);
+}
+
+bool IMMessageTableViewCell::isRead(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
+{
+    return room && message && isReadFor(room->readTime(), message->createdAt(), me);
+}
+
+int IMMessageTableViewCell::readCount(const IMRoomPtr &room, const IMMessagePtr &message, const QString &me)
+{
+    return room && message ? readCountFor(room->readTime(), message->createdAt(), me) : 0;
 }
 

@@ -85,6 +85,8 @@ public:
     static bool isRead(const IMRoomPtr &room, const IMMessagePtr &message, const QString &currentClientID);
     //! How many other members' read times sort strictly after the message's creation time.
     static int readCount(const IMRoomPtr &room, const IMMessagePtr &message, const QString &currentClientID);
+    //! The read marker from plain values: the room's read times and the message's creation time.
+    static QString readStringFor(const QVariantMap &readTime, const QString &createdAt, const QString &currentClientID);
     //! The colour of the sending state `type` behind the row (invalid: clear).
     static QColor backgroundForSendingType(quint64 type);
 

@@ -43,7 +43,11 @@ struct UxImageLoader::Private
     }
 };
 
-UxImageLoader::UxImageLoader() : d(new Private) {}
+UxImageLoader::UxImageLoader() : d(new Private)
+{
+    // Made on the main thread, before any decoding thread posts back to it through the main queue.
+    IMDispatchQueue::mainQueue();
+}
 
 UxImageLoader *UxImageLoader::shared()
 {
