@@ -29,6 +29,10 @@ const QString CellRightImage = QStringLiteral("CellRightImage");
 const QString CellLeftImage = QStringLiteral("CellLeftImage");
 
 IMMessageTableViewCellDelegate::~IMMessageTableViewCellDelegate() = default;
+
+namespace {
+const int kMaxShownCharacters = 4000;
+} // namespace
 void IMMessageTableViewCellDelegate::IMMessageTableViewCellImageViewDidPressed(IMMessageTableViewCell *) {}
 
 namespace {
@@ -137,7 +141,10 @@ void IMMessageTableViewCell::setMessage(const IMMessagePtr &message)
     if (titleLabel())
         titleLabel()->setText(sender ? (!sender->username().isEmpty() ? sender->username() : sender->clientID()) : QString());
     if (message->messageType() == kMessageTypeText && m_subTextView) {
-        m_subTextView->setText(message->message());
+        // A row shows the start of a very long text (the message keeps all of it): laying out a
+        // megabyte in a bubble would freeze the list.
+        const QString text = message->message();
+        m_subTextView->setText(text.size() > kMaxShownCharacters ? text.left(kMaxShownCharacters) + QChar(0x2026) : text);
     } else if (message->messageType() == kMessageTypeImage && m_pictureImageView) {
         const QImage local = message->temp().value<QImage>();
         if (!local.isNull()) {

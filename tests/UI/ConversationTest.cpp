@@ -8,6 +8,7 @@
 #include "IMBubbleView.h"
 #include "IMClient.h"
 #include "IMDate.h"
+#include "IMPlatform.h"
 #include "IMLayoutConstraint.h"
 #include "IMMessageTableViewCell.h"
 #include "IMMessageViewController.h"
@@ -121,6 +122,35 @@ TEST_F(ConversationScreen, RowsShowSendingStatesOneTurnLaterAndCollapseAMissingA
     p->setTemp(QVariant::fromValue(local));
     picture.setMessage(p);
     EXPECT_EQ(picture.pictureImageView()->image(), local);
+}
+
+TEST_F(ConversationScreen, BadMessagesStillDraw)
+{
+    // No sender, no creation time, an unknown type, a huge text, a picture that is no picture,
+    // read times that are not times: every row draws, nothing crashes.
+    IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
+    Parlo::shareInstance()->fileSaveWithName(QStringLiteral("broken.jpg"), QByteArray("not a picture"));
+    IMRoomPtr room = roomWithReads({{"me", "garbage"}, {"u1", 42}, {"u2", QVariant()}}, 3);
+    IMWindow window;
+    window.resize(390, 600);
+    auto *screen = new IMMessageViewController;
+    screen->echoReadToRoom = true;
+    screen->setRoom(room);
+    window.setRootViewController(new IMNavigationController(screen));
+    window.show();
+    settle();
+    screen->setDataSource({IMMessage::fromDictionary({{"id", "a"}, {"messageType", "text"}, {"message", "no sender"}}),
+                           msg("sticker", "u1", "not a date"), msg("text", "u1", {}, QString(1 << 20, QLatin1Char('x'))),
+                           msg("image", "u1", "2026-11-20T10:00:00.000Z", "broken.jpg")});
+    screen->scrollToBottomWithAnimate(false);
+    settle(10);
+    EXPECT_EQ(screen->tableview()->numberOfRowsInSection(0), 4);
+    screen->tableview()->scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(3), IMTableView::ScrollPositionBottom, false);
+    settle(10);
+    auto *picture = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(3)));
+    ASSERT_TRUE(picture);
+    EXPECT_FALSE(picture->pictureImageView()->image().isNull());  // the placeholder, not nothing
+    EXPECT_FALSE(window.grab().isNull());
 }
 
 TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheBottom)
