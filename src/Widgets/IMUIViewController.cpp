@@ -120,6 +120,9 @@ void IMUIViewController::presentViewController(IMUIViewController *vc, bool anim
     vc->setAppearing(true, animated);
     vc->show();
     vc->raise();
+    // Covered full screen, the presenter disappears, and appears again at the dismissal (a list
+    // refreshes itself then), as a phone's full-screen presentation tells it.
+    setAppearing(false, animated);
     if (animated && IMAnimationsEnabled()) {
         vc->setGeometry(full.translated(0, full.height()));
         IMAnimate(0.3, [vc, full] { IMViewSetGeometry(vc, full); }, [completion](bool) { if (completion) completion(); });
@@ -152,6 +155,8 @@ void IMUIViewController::dismissViewControllerAnimated(bool animated, const std:
         presenter->d->presented = nullptr;
     target->d->presenting = nullptr;
     target->setAppearing(false, animated);
+    if (presenter && presenter->isVisible())
+        presenter->setAppearing(true, animated);
     QPointer<IMUIViewController> guard(target);
     auto finish = [guard, completion](bool) {
         if (guard) {

@@ -378,8 +378,8 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
                 return r;
         return IMRoomPtr();
     };
-    ASSERT_TRUE(waitUntil([&] { return findRoom("Book club") != nullptr; }, 15000));
-    ASSERT_TRUE(waitUntil([&] { return !rooms->presentedViewController(); }, 5000));
+    ASSERT_TRUE(waitUntil([&] { return !rooms->presentedViewController(); }, 15000));
+    ASSERT_TRUE(waitUntil([&] { return findRoom("Book club") != nullptr; }, 10000));
     EXPECT_FALSE(findRoom("Book club")->thumbnail().isEmpty());
 
     // A tap opens the conversation for that room.
