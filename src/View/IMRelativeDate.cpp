@@ -23,5 +23,8 @@ QString IMRelativeDateString(const QDateTime &date, bool withTime, const QDateTi
         day = locale.toString(local.date(), QLocale::ShortFormat);
     if (!withTime)
         return day;
-    return day + QLatin1Char(' ') + locale.toString(local.time(), QLocale::ShortFormat);
+    // The "C" locale's short time carries seconds; a chat shows hours and minutes.
+    const QString time = locale.language() == QLocale::C ? local.time().toString(QStringLiteral("HH:mm"))
+                                                          : locale.toString(local.time(), QLocale::ShortFormat);
+    return day + QLatin1Char(' ') + time;
 }

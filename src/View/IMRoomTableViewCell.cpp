@@ -115,8 +115,9 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
             Parlo::shareInstance()->getFileWithNameProgress(
                 thumbnail, [](double) {},
                 [photo](const QByteArray &data) {
-                    auto queue = std::make_shared<IMDispatchQueue>(QStringLiteral("queue"));
-                    queue->async([photo, data, queue]() mutable {
+                    // Scaled on a serial queue labelled "queue" (one for the process, living as long as it).
+                    static IMDispatchQueue *queue = new IMDispatchQueue(QStringLiteral("queue"));
+                    queue->async([photo, data] {
                         QImage image = QImage::fromData(data);
                         QImage small;
                         if (!image.isNull()) {
@@ -127,10 +128,9 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
                             p.setRenderHint(QPainter::SmoothPixmapTransform);
                             p.drawImage(small.rect(), image);
                         }
-                        IMDispatchMainAsync([photo, small, queue]() mutable {
+                        IMDispatchMainAsync([photo, small] {
                             if (photo && !small.isNull())
                                 photo->setImage(small);
-                            queue.reset(); // the queue ends on the main thread, never on its own
                         });
                     });
                 },

@@ -2,6 +2,8 @@
 
 #include <QHash>
 #include <QMutex>
+#include <map>
+#include <memory>
 
 #include "IMUIViewController.h"
 
@@ -14,9 +16,9 @@ QHash<QString, QHash<QString, IMStoryboard::Factory>> &registry()
     static QHash<QString, QHash<QString, IMStoryboard::Factory>> r;
     return r;
 }
-QHash<QString, IMStoryboard *> &boards()
+std::map<QString, std::unique_ptr<IMStoryboard>> &boards()
 {
-    static QHash<QString, IMStoryboard *> b;
+    static std::map<QString, std::unique_ptr<IMStoryboard>> b;
     return b;
 }
 } // namespace
@@ -28,10 +30,10 @@ IMStoryboard *IMStoryboard::storyboardWithName(const QString &name)
     QMutexLocker lock(&g_lock);
     if (!registry().contains(name))
         return nullptr;
-    IMStoryboard *&board = boards()[name];
+    std::unique_ptr<IMStoryboard> &board = boards()[name];
     if (!board)
-        board = new IMStoryboard(name);  // lives for the process, like the registry
-    return board;
+        board.reset(new IMStoryboard(name));  // lives for the process, like the registry
+    return board.get();
 }
 
 void IMStoryboard::registerViewController(const QString &name, const QString &identifier, const Factory &factory)

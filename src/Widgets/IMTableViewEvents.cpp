@@ -128,7 +128,16 @@ bool IMTableView::handlePointer(int phase, const QPointF &pos)
             if (qAbs(delta.x()) < kSlop && qAbs(delta.y()) < kSlop)
                 return true;
             const bool horizontal = qAbs(delta.x()) > qAbs(delta.y());
-            if (horizontal && d->pressRow >= 0 && !d->actionsFor(d->pressRow).isEmpty()) {
+            bool hasActions = false;
+            if (horizontal && d->pressRow >= 0) {
+                // Only asked whether there are any: the ones made for the question go away again.
+                const QList<IMTableViewRowAction *> actions = d->actionsFor(d->pressRow);
+                hasActions = !actions.isEmpty();
+                for (IMTableViewRowAction *a : actions)
+                    if (a && !a->parent())
+                        delete a;
+            }
+            if (hasActions) {
                 if (d->openRow >= 0 && d->openRow != d->pressRow)
                     d->closeActions(true);
                 d->drag = Drag::Horizontal;

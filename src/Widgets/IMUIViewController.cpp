@@ -44,6 +44,16 @@ private:
 };
 } // namespace
 
+// The outermost screen under this one in its window: what a full-window presentation covers.
+static IMUIViewController *coveredScreen(IMUIViewController *vc)
+{
+    IMUIViewController *top = vc;
+    for (QWidget *w = vc->parentWidget(); w; w = w->parentWidget())
+        if (auto *outer = qobject_cast<IMUIViewController *>(w))
+            top = outer;
+    return top;
+}
+
 IMUIViewController::IMUIViewController(QWidget *parent) : QWidget(parent), d(new Private)
 {
     setAttribute(Qt::WA_StyledBackground, true);
@@ -117,12 +127,11 @@ void IMUIViewController::presentViewController(IMUIViewController *vc, bool anim
     vc->loadViewIfNeeded();
     const QRect full = host->rect();
     vc->setGeometry(full);
+    // The covered screens go off screen, as a full-window presentation does; they come back at dismissal.
+    coveredScreen(this)->setAppearing(false, animated);
     vc->setAppearing(true, animated);
     vc->show();
     vc->raise();
-    // Covered full screen, the presenter disappears, and appears again at the dismissal (a list
-    // refreshes itself then), as a phone's full-screen presentation tells it.
-    setAppearing(false, animated);
     if (animated && IMAnimationsEnabled()) {
         vc->setGeometry(full.translated(0, full.height()));
         IMAnimate(0.3, [vc, full] { IMViewSetGeometry(vc, full); }, [completion](bool) { if (completion) completion(); });
@@ -155,8 +164,8 @@ void IMUIViewController::dismissViewControllerAnimated(bool animated, const std:
         presenter->d->presented = nullptr;
     target->d->presenting = nullptr;
     target->setAppearing(false, animated);
-    if (presenter && presenter->isVisible())
-        presenter->setAppearing(true, animated);
+    if (presenter)
+        coveredScreen(presenter)->setAppearing(true, animated);
     QPointer<IMUIViewController> guard(target);
     auto finish = [guard, completion](bool) {
         if (guard) {
@@ -224,7 +233,18 @@ void IMUIViewController::setAppearing(bool appearing, bool animated)
         viewWillDisappear(animated);
         viewDidDisappear(animated);
     }
+    // Screens shown inside this one (a stack's top, embedded screens) come and go with it.
+    for (IMUIViewController *child : findChildren<IMUIViewController *>()) {
+        if (child->d->presenting)
+            continue;  // presented over the window: it has its own appearance
+        IMUIViewController *owner = nullptr;
+        for (QWidget *w = child->parentWidget(); w && !owner; w = w->parentWidget())
+            owner = qobject_cast<IMUIViewController *>(w);
+        if (owner == this && child->isVisibleTo(this))
+            child->setAppearing(appearing, animated);
+    }
 }
+
 
 bool IMUIViewController::isAppeared() const { return d->appeared; }
 

@@ -15,4 +15,16 @@ public:
     QString text() const;
     //! Replaces the text.
     void setText(const QString &text);
+    //! Whether the view sizes itself to its text (a message body): no scroll bars, no frame, a size
+    //! hint of the text's natural width and a height for any width.
+    bool fitsContent() const;
+    //! Makes the view size itself to its text (or not).
+    void setFitsContent(bool fits);
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+    bool hasHeightForWidth() const override;
+    int heightForWidth(int width) const override;
+
+private:
+    bool m_fits = false;
 };

@@ -6,6 +6,8 @@
 #include <QToolButton>
 #include <gtest/gtest.h>
 
+#include "TestUtil.h"
+
 #include "IMAnimation.h"
 #include "IMBarButtonItem.h"
 #include "IMColor.h"
@@ -159,13 +161,13 @@ TEST_F(Navigation, PresentAndDismissCompleteOnceAndFillTheWindow)
         int presented = 0, dismissed = 0;
         QPointer<IMNavigationController> modal = new IMNavigationController(new Probe);
         root->presentViewController(modal, animated, [&] { ++presented; });
-        QTRY_COMPARE(presented, 1);
+        ASSERT_TRUE(waitUntil([&] { return (presented) == (1); }));
         EXPECT_EQ(root->presentedViewController(), modal.data());
         EXPECT_EQ(modal->presentingViewController(), root);
-        QTRY_COMPARE(modal->geometry(), window.rect());
+        ASSERT_TRUE(waitUntil([&] { return (modal->geometry()) == (window.rect()); }));
         // The screen inside the presented container dismisses the container.
         modal->topViewController()->dismissViewControllerAnimated(animated, [&] { ++dismissed; });
-        QTRY_COMPARE(dismissed, 1);
+        ASSERT_TRUE(waitUntil([&] { return (dismissed) == (1); }));
         settle();
         EXPECT_TRUE(modal.isNull());
         EXPECT_FALSE(root->presentedViewController());
@@ -264,7 +266,7 @@ TEST(Animation, CompletionRunsOnceAndConstraintsKeepTheirTargetValue)
         IMAnimate(0.05, [&] { constraint.setConstant(98); }, [&](bool finished) { ++completions; finishedFlag = finished; });
         EXPECT_EQ(constraint.constant(), 98);  // the model value at once
         EXPECT_EQ(completions, 0);             // always posted
-        QTRY_COMPARE(completions, 1);
+        ASSERT_TRUE(waitUntil([&] { return (completions) == (1); }));
         EXPECT_TRUE(finishedFlag);
         EXPECT_EQ(constraint.presentedConstant(), 98);
         EXPECT_EQ(shown.first(), 30);
@@ -276,7 +278,7 @@ TEST(Animation, CompletionRunsOnceAndConstraintsKeepTheirTargetValue)
     // A block that animates nothing still completes once.
     int completions = 0;
     IMAnimate(0.2, [] {}, [&](bool) { ++completions; });
-    QTRY_COMPARE(completions, 1);
+    ASSERT_TRUE(waitUntil([&] { return (completions) == (1); }));
 }
 
 } // namespace

@@ -60,7 +60,9 @@ void UILiveTest::SetUp()
 
 void UILiveTest::TearDown()
 {
+    qInfo("teardown start");
     server.reset();
+    qInfo("teardown end");
     IMSetAnimationsEnabled(true);
 }
 

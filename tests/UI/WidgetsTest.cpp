@@ -11,6 +11,8 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include "TestUtil.h"
+
 #include "IMAnimation.h"
 #include "IMGestureRecognizer.h"
 #include "IMImage.h"
@@ -86,7 +88,7 @@ TEST(Gestures, TapLongPressAndPanOverMouseAndTouch)
     QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(20, 20));
     EXPECT_TRUE(presses.isEmpty());  // shorter than the minimum
     QTest::mousePress(&view, Qt::LeftButton, {}, QPoint(20, 20));
-    QTRY_COMPARE(presses.size(), 1);
+    ASSERT_TRUE(waitUntil([&] { return (presses.size()) == (1); }));
     EXPECT_EQ(presses.first(), IMGestureRecognizer::Began);
     QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(20, 20));
     EXPECT_EQ(presses.last(), IMGestureRecognizer::Ended);
@@ -147,17 +149,17 @@ TEST(ImageView, LoadsThroughBothCachesKeepsPlaceholderOnGarbageAndLetsTheLaterRe
     bool fromCache = true;
     view.setImageWithURL(server.url("a.png"), placeholder, UxImageOptionSetImageWithFadeAnimation,
                          [&](const QImage &, bool cached) { ++calls; fromCache = cached; });
-    QTRY_COMPARE(calls, 1);
+    ASSERT_TRUE(waitUntil([&] { return (calls) == (1); }));
     EXPECT_FALSE(fromCache);
     EXPECT_EQ(view.image().pixelColor(0, 0), QColor(Qt::red));
     // Memory, then disk after the memory is emptied: no second request.
     UxImageView again;
     again.setImageWithURL(server.url("a.png"), {}, 0, [&](const QImage &, bool cached) { ++calls; fromCache = cached; });
-    QTRY_COMPARE(calls, 2);
+    ASSERT_TRUE(waitUntil([&] { return (calls) == (2); }));
     EXPECT_TRUE(fromCache);
     UxImageLoader::shared()->clearMemory();
     again.setImageWithURL(server.url("a.png"), {}, 0, [&](const QImage &, bool cached) { ++calls; fromCache = cached; });
-    QTRY_COMPARE(calls, 3);
+    ASSERT_TRUE(waitUntil([&] { return (calls) == (3); }));
     EXPECT_TRUE(fromCache);
     EXPECT_EQ(server.requests, 1);
 
@@ -168,7 +170,7 @@ TEST(ImageView, LoadsThroughBothCachesKeepsPlaceholderOnGarbageAndLetsTheLaterRe
     broken.setImageWithURL(server.url("b.png"), placeholder, 0, [&](const QImage &image, bool) { ++brokenCalls; EXPECT_TRUE(image.isNull()); });
     broken.setImageWithURL(QUrl(QStringLiteral("http://127.0.0.1:1/none.png")), placeholder, 0,
                            [&](const QImage &image, bool) { ++brokenCalls; EXPECT_TRUE(image.isNull()); });
-    QTRY_COMPARE(brokenCalls, 1);  // the first request was replaced: only the later one answers
+    ASSERT_TRUE(waitUntil([&] { return (brokenCalls) == (1); }));  // the first request was replaced: only the later one answers
     EXPECT_EQ(broken.image(), placeholder);
     QTest::qWait(200);
     EXPECT_EQ(brokenCalls, 1);

@@ -1,0 +1,186 @@
+// parlo-chat: a small host application on the kit's public headers, the way an application
+// developer would write one: a window of its own with the kit's chat button, signed in as one user.
+//
+//   parlo-chat --url http://127.0.0.1:3000 --client-id alice --name Alice [--profile DIR]
+//   parlo-chat ... --tour DIR        walks the screens with the user's data, saves a picture of each, quits
+//   parlo-chat ... --self-test DIR   signs in, opens the room list with the chat button, saves a
+//                                    picture of the real window to DIR/parlo-chat.png and quits
+#include <ParloSDK/ParloSDK.h>
+#include <ParloSDK/ParloSDKUI.h>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QInputDialog>
+#include <QScreen>
+#include <QTimer>
+
+#include "ChatWindow.h"
+
+namespace {
+// Keeps this user's session, store and cache in one folder, so two users can share a machine.
+void useProfile(const QString &dir)
+{
+    QDir root(dir);
+    root.mkpath(QStringLiteral("data"));
+    root.mkpath(QStringLiteral("cache"));
+    IMUserDefaults::standardUserDefaults()->setSettingsFile(root.absoluteFilePath(QStringLiteral("settings.ini")));
+    IMPlatform::instance()->setDocumentsPath(root.absoluteFilePath(QStringLiteral("data")));
+    IMPlatform::instance()->setTemporaryPath(root.absoluteFilePath(QStringLiteral("cache")));
+}
+
+// Signs `clientID` up (a no-op for a known client) and chats in, once the connection is up.
+void signIn(const QString &clientID, const QString &name, ChatWindow *window)
+{
+    Parlo *parlo = Parlo::shareInstance();
+    auto me = std::make_shared<IMClient>();
+    me->setClientID(clientID);
+    me->setUsername(name);
+    parlo->signWithClient(me, [parlo, window](const IMClientPtr &) {
+        parlo->chatinSuccess([window](const IMClientPtr &client) {
+            window->setStatus(QObject::tr("Signed in as %1.").arg(client->clientID()));
+        }, [window](const IMError &e) { window->setStatus(QObject::tr("Chat-in failed: %1").arg(e.info())); });
+    }, [window](const IMError &e) { window->setStatus(QObject::tr("Sign-up failed: %1").arg(e.info())); });
+}
+
+// The self-test: opens the room list with a click on the chat button and keeps a picture of the
+// real window. Exit code 0 when the room list came up.
+void runSelfTest(ChatWindow *window, const QString &dir)
+{
+    QTimer::singleShot(30000, qApp, [] {
+        qCritical("parlo-chat: self-test timed out");
+        QCoreApplication::exit(1);
+    });
+    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChatIn, [window, dir](const IMNotification &) {
+        QTimer::singleShot(300, window, [window, dir] {
+            window->chatButton()->click();
+            QTimer::singleShot(1200, window, [window, dir] {
+                const bool open = window->findChild<IMUIViewController *>(QStringLiteral("IMRoomViewController")) ||
+                                  [window] {
+                                      for (auto *vc : window->findChildren<IMUIViewController *>())
+                                          if (QLatin1String(vc->metaObject()->className()) == QLatin1String("IMRoomViewController"))
+                                              return true;
+                                      return false;
+                                  }();
+                QDir().mkpath(dir);
+                const QString path = QDir(dir).filePath(QStringLiteral("parlo-chat.png"));
+                QScreen *screen = window->screen();
+                const bool saved = screen && screen->grabWindow(window->winId()).save(path);
+                qInfo("parlo-chat: room list %s; window picture %s", open ? "shown" : "missing",
+                      saved ? qPrintable(path) : "not saved");
+                window->close();
+                QCoreApplication::exit(open && saved ? 0 : 1);
+            });
+        });
+    });
+}
+// The tour: Alice's screens one after another, each saved as a picture in `dir` (offscreen is fine).
+void runTour(ChatWindow *window, const QString &dir)
+{
+    QDir().mkpath(dir);
+    auto save = [window, dir](const QString &name) {
+        const QString path = QDir(dir).filePath(name + QStringLiteral(".png"));
+        window->grab().save(path);
+        qInfo("parlo-chat: %s", qPrintable(path));
+    };
+    // Each step runs after the previous one had time to show (and its pictures to load).
+    auto steps = std::make_shared<QList<std::function<void()>>>();
+    *steps << [=] { save(QStringLiteral("1-home")); window->chatButton()->click(); }
+           << [=] { save(QStringLiteral("2-room-list"));
+                    auto *rooms = window->chatButton()->roomController();
+                    if (rooms && !rooms->dataSource().isEmpty())
+                        rooms->enterRoom(rooms->dataSource().first(), false); }
+           << [=] { auto *rooms = window->chatButton()->roomController();
+                    if (rooms && rooms->navigationController() && rooms->navigationController()->topViewController() != rooms)
+                        save(QStringLiteral("3-conversation"));
+                    if (rooms) {
+                        if (rooms->navigationController())
+                            rooms->navigationController()->popToRootViewControllerAnimated(false);
+                        rooms->createRoomItemPressed();
+                    } }
+           << [=] { save(QStringLiteral("4-create-choice"));
+                    if (auto *sheet = UxAlertController::current())
+                        sheet->choose(0); }
+           << [=] { save(QStringLiteral("5-create-room")); QCoreApplication::exit(0); };
+    auto next = std::make_shared<std::function<void()>>();
+    *next = [steps, next] {
+        if (steps->isEmpty())
+            return;
+        steps->takeFirst()();
+        QTimer::singleShot(900, qApp, *next);
+    };
+    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChatIn, [next](const IMNotification &) {
+        QTimer::singleShot(600, qApp, *next);
+    });
+    QTimer::singleShot(40000, qApp, [] {
+        qCritical("parlo-chat: tour timed out");
+        QCoreApplication::exit(1);
+    });
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("parlo-chat"));
+    QApplication::setOrganizationName(QStringLiteral("ParloSDK"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("A chat window on the ParloSDK screens."));
+    parser.addHelpOption();
+    const QCommandLineOption urlOption(QStringLiteral("url"), QStringLiteral("server address"), QStringLiteral("URL"),
+                                       QStringLiteral("http://127.0.0.1:3000"));
+    const QCommandLineOption idOption(QStringLiteral("client-id"), QStringLiteral("who to be"), QStringLiteral("ID"));
+    const QCommandLineOption nameOption(QStringLiteral("name"), QStringLiteral("display name"), QStringLiteral("NAME"));
+    const QCommandLineOption profileOption(QStringLiteral("profile"), QStringLiteral("folder of this user's session"),
+                                           QStringLiteral("DIR"));
+    const QCommandLineOption apiKeyOption(QStringLiteral("api-key"), QStringLiteral("application key"), QStringLiteral("KEY"),
+                                          QStringLiteral("parlo-dev-api-key"));
+    const QCommandLineOption clientKeyOption(QStringLiteral("client-key"), QStringLiteral("client key"), QStringLiteral("KEY"),
+                                             QStringLiteral("parlo-dev-client-key"));
+    const QCommandLineOption tourOption(QStringLiteral("tour"), QStringLiteral("walk the screens, save a picture of each, quit"),
+                                        QStringLiteral("DIR"));
+    const QCommandLineOption selfTestOption(QStringLiteral("self-test"), QStringLiteral("open the room list, save a picture, quit"),
+                                            QStringLiteral("DIR"));
+    parser.addOptions({urlOption, idOption, nameOption, profileOption, apiKeyOption, clientKeyOption, selfTestOption, tourOption});
+    parser.process(app);
+
+    QString clientID = parser.value(idOption);
+    if (clientID.isEmpty()) {
+        bool ok = false;
+        clientID = QInputDialog::getText(nullptr, QObject::tr("Parlo Chat"), QObject::tr("Sign in as (client id):"),
+                                         QLineEdit::Normal, QStringLiteral("alice"), &ok).trimmed();
+        if (!ok || clientID.isEmpty())
+            return 2;
+    }
+    const QString name = parser.isSet(nameOption) ? parser.value(nameOption) : clientID;
+    if (parser.isSet(profileOption))
+        useProfile(parser.value(profileOption));
+
+    ChatWindow window;
+    window.resize(420, 760);
+    window.setUserName(name);
+    window.setStatus(QObject::tr("Connecting to %1…").arg(parser.value(urlOption)));
+    window.show();
+
+    Parlo *parlo = Parlo::shareInstance();
+    parlo->setApiKey(parser.value(apiKeyOption));
+    parlo->setClientKey(parser.value(clientKeyOption));
+    // Sign in at the first connection, and show the connection's state as it changes.
+    auto signedIn = std::make_shared<bool>(false);
+    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChangeConnectStatus, [&, signedIn](const IMNotification &n) {
+        const int status = n.userInfo.value(QStringLiteral("status")).toInt();
+        if (status == 0 && !*signedIn) {
+            *signedIn = true;
+            signIn(clientID, name, &window);
+        } else if (status != 0) {
+            window.setStatus(QObject::tr("Offline (status %1); reconnecting…").arg(status));
+        }
+    });
+    if (parser.isSet(selfTestOption))
+        runSelfTest(&window, parser.value(selfTestOption));
+    if (parser.isSet(tourOption))
+        runTour(&window, parser.value(tourOption));
+    parlo->connectWithURL(parser.value(urlOption), {}, [] {});
+    return app.exec();
+}
