@@ -147,14 +147,16 @@ TEST_F(Navigation, PushPopAndBackButtonDriveTheLifecycleAndDeleteThePoppedScreen
 
 TEST_F(Navigation, PresentAndDismissCompleteOnceAndFillTheWindow)
 {
+    QStringList log;  // outlives the window, whose screens write to it as they go
     IMWindow window;
     window.resize(390, 600);
-    auto *root = new Probe;
+    auto *root = new Probe(&log, QStringLiteral("root"));
     window.setRootViewController(root);
     window.show();
     settle();
 
     for (bool animated : {false, true}) {
+        log.clear();
         IMSetAnimationsEnabled(animated);
         int presented = 0, dismissed = 0;
         QPointer<IMNavigationController> modal = new IMNavigationController(new Probe);
@@ -169,6 +171,8 @@ TEST_F(Navigation, PresentAndDismissCompleteOnceAndFillTheWindow)
         settle();
         EXPECT_TRUE(modal.isNull());
         EXPECT_FALSE(root->presentedViewController());
+        // Covered, the presenter disappeared; uncovered, it appears again (a list refreshes then).
+        EXPECT_EQ(log, QStringList({"root:willDisappear", "root:didDisappear", "root:willAppear", "root:didAppear"}));
         QTest::qWait(50);
         EXPECT_EQ(presented, 1);
         EXPECT_EQ(dismissed, 1);

@@ -156,7 +156,7 @@ TEST_F(RoomScreens, ATapOpensTheConversationOncePerSecondAndAFailedHideClosesThe
     ASSERT_EQ(actions.size(), 1);
     EXPECT_EQ(actions.first()->title(), "隱藏");
     actions.first()->trigger(IMIndexPath::indexPathForRow(1));
-    ASSERT_TRUE(waitUntil([&] { return bool(!log.texts().filter("archiveRoom fail").isEmpty()); }));
+    ASSERT_TRUE(waitUntil([&] { return !log.texts().filter("archiveRoom fail").isEmpty(); }));
     EXPECT_EQ(list->dataSource().size(), 2);
     qDeleteAll(actions);
 }
@@ -348,7 +348,7 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
     const QString lunch = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).toMap().value("id").toString();
     for (const char *text : {"Noodles?", "At noon"})
         bob.ok("post", "/message/", {{"room", lunch}, {"message", text}, {"messageType", "text"}, {"idFromSender", qint64(QRandomGenerator::global()->bounded(1, 1 << 30))}});
-    ASSERT_TRUE(waitUntil([&] { return (button->badgeNumber()) == (quint64(2)); }, 10000));
+    ASSERT_TRUE(waitUntil([&] { return button->badgeNumber() == 2; }, 10000)) << button->badgeNumber();
     EXPECT_EQ(button->badgeLabel()->text(), "2");
 
     // The button opens the list, which shows the room.
@@ -356,7 +356,7 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
     settle();
     IMRoomViewController *rooms = button->roomController();
     ASSERT_TRUE(rooms);
-    ASSERT_TRUE(waitUntil([&] { return bool(!rooms->dataSource().isEmpty()); }, 10000));
+    ASSERT_TRUE(waitUntil([&] { return !rooms->dataSource().isEmpty(); }, 10000));
 
     // A new room with a name and a picture appears in the list.
     rooms->createRoomItemPressed();
@@ -378,8 +378,8 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
                 return r;
         return IMRoomPtr();
     };
-    ASSERT_TRUE(waitUntil([&] { return bool(findRoom("Book club")); }, 15000));
-    ASSERT_TRUE(waitUntil([&] { return bool(!rooms->presentedViewController()); }, 5000));
+    ASSERT_TRUE(waitUntil([&] { return !rooms->presentedViewController(); }, 15000));
+    ASSERT_TRUE(waitUntil([&] { return findRoom("Book club") != nullptr; }, 10000));
     EXPECT_FALSE(findRoom("Book club")->thumbnail().isEmpty());
 
     // A tap opens the conversation for that room.
@@ -398,7 +398,7 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
     const int at = rooms->dataSource().indexOf(findRoom("Lunch"));
     QList<IMTableViewRowAction *> actions = rooms->editActionsForRowAtIndexPath(rooms->tableview(), IMIndexPath::indexPathForRow(at));
     actions.first()->trigger(IMIndexPath::indexPathForRow(at));
-    ASSERT_TRUE(waitUntil([&] { return (rooms->dataSource().size()) == (before - 1); }, 10000));
+    ASSERT_TRUE(waitUntil([&] { return rooms->dataSource().size() == before - 1; }, 10000));
     qDeleteAll(actions);
     const QVariantMap stored = bob.ok("get", "/room/" + lunch).toMap();
     EXPECT_TRUE(stored.value("archivedBy").toStringList().contains("alice"));
