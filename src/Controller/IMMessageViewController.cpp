@@ -106,7 +106,7 @@ IMTapGestureRecognizer *IMMessageViewController::tapOnTableView()
 IMLongPressGestureRecognizer *IMMessageViewController::longPressGesturer()
 {
     if (!m_longPress) {
-        m_longPress = new IMLongPressGestureRecognizer({}, this);
+        m_longPress = new IMLongPressGestureRecognizer([this](IMGestureRecognizer *r) { longPress(r); }, this);
         m_longPress->setMinimumPressDuration(1.0);
     }
     return m_longPress;
@@ -135,15 +135,38 @@ void IMMessageViewController::loadView()
     inputTextViewHeight->bindFixedHeight(inputTextView);
     inputTextViewLeadingDistance = new IMLayoutConstraint(8, this);
     inputTextViewLeadingDistance->bind([this](qreal c) { moreOptionBtn->setVisible(c < 60); }, this);
+    // The space under the bar is the keyboard's or the more panel's; the panel sits at its top.
     inputViewToBottomDistance = new IMLayoutConstraint(0, this);
-    inputViewToBottomDistance->bindFixedHeight(moreActionContenterView);
-    cancelBtnLeadingDistance = new IMLayoutConstraint(cancelBtn->sizeHint().width() + 8 + 8, this);
+    inputViewToBottomDistance->bindFixedHeight(ui.inputBarBottomSpace);
+    cancelBtnWidth = new IMLayoutConstraint(cancelBtn->sizeHint().width(), this);
+    cancelBtnWidth->bindFixedWidth(cancelBtn);
+    pictureBtnWidth = new IMLayoutConstraint(30, this);
+    pictureBtnWidth->bindFixedWidth(pictureBtn);
+    optionViewWidth = new IMLayoutConstraint(30, this);
+    optionViewWidth->bindFixedWidth(moreOptionBtn);
+    cancelBtnLeadingDistance = new IMLayoutConstraint(cancelBtnWidth->constant() + 8 + 8, this);
     cancelBtnLeadingDistance->bind([this](qreal c) { cancelBtn->setVisible(c <= 8); }, this);
+    connect(sendMessageBtn, &QPushButton::clicked, this, [this] { sendMessageBtnPressed(); });
+    connect(moreOptionBtn, &QPushButton::clicked, this, [this] { moreButtonDidPressed(); });
+    connect(pictureBtn, &QPushButton::clicked, this, [this] { cameraBtnPressed(); });
+    connect(cancelBtn, &QPushButton::clicked, this, [this] { cancelBtnPressed(); });
+    connect(ui.morePictureBtn, &QPushButton::clicked, this, [this] { cameraBtnPressed(); });
+    connect(ui.moreShareBtn, &QPushButton::clicked, this, [this] { shareRoomWithURLSchemeLastObjectBtnPressed(); });
+    ui.morePictureBtn->setImage(IMImage::named(QStringLiteral("camera")));
+    ui.morePictureBtn->setIconSize(QSize(30, 26));
+    connect(inputTextView, &QPlainTextEdit::textChanged, this, [this] { textViewDidChange(inputTextView); });
+    inputTextView->installEventFilter(this);
     // Every row is measured, so the content height after a page is exact for the offset arithmetic.
     ui.tableview->setEstimatedRowHeight(0);
     ui.tableview->setShowsSeparators(false);
-    for (const QString &id : {CellRight, CellLeft, CellRightImage, CellLeftImage})
-        ui.tableview->registerCell(id, [id] { return new IMMessageTableViewCell(id); });
+    for (const QString &id : {CellRight, CellLeft, CellRightImage, CellLeftImage}) {
+        ui.tableview->registerCell(id, [this, id] {
+            auto *cell = new IMMessageTableViewCell(id);
+            if (UxButton *error = cell->errorButton())
+                connect(error, &QPushButton::clicked, this, [this, error] { resendBtnPressed(error); });
+            return cell;
+        });
+    }
 }
 
 void IMMessageViewController::viewDidLoad()
@@ -468,7 +491,7 @@ bool IMMessageViewController::handleRemoteNotificationAppdelegateWindow(IMWindow
 
 void IMMessageViewController::dismissFromRemoteNotification()
 {
-    if (window && tempViewController)
-        window->setRootViewController(tempViewController);
+    if (auto *host = qobject_cast<IMWindow *>(window); host && tempViewController)
+        host->setRootViewController(tempViewController);
 }
 

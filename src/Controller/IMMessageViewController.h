@@ -9,11 +9,14 @@
 #include "IMMessageTableViewCell.h"
 #include "IMRoom.h"
 #include "IMTableView.h"
+#include "IMImagePickerController.h"
 #include "IMViewController.h"
 #include "ParloDelegate.h"
 
 class IMLayoutConstraint;
+class IMGestureRecognizer;
 class IMLongPressGestureRecognizer;
+class UxImageView;
 class UxButton;
 class UxTextView;
 class IMMessageContainerViewController;
@@ -30,12 +33,17 @@ class IMMessageViewController : public IMViewController,
                                 public ParloDelegate,
                                 public IMTableViewDataSource,
                                 public IMTableViewDelegate,
-                                public IMMessageTableViewCellDelegate
+                                public IMMessageTableViewCellDelegate,
+                                public IMImagePickerControllerDelegate
 {
     Q_OBJECT
 public:
     //! Messages per page, for the first page and every older one.
     static constexpr int kPageSize = 40;
+    //! The longest text sent as one message; a longer one stays in the text view with an alert.
+    static constexpr int kMaxTextLength = 100000;
+    //! Pictures are sent at most this many pixels on their longer side (larger ones are scaled down).
+    static constexpr int kMaxPictureSide = 2048;
 
     //! An unloaded conversation (normally made by the storyboard "IMMain").
     explicit IMMessageViewController(QWidget *parent = nullptr);
@@ -60,7 +68,7 @@ public:
     QVariantMap heightCache;                  //!< reserved; heights are cached by the table
     qint32 editingIndex = -1;                 //!< row being edited, -1 for none
     QPointer<IMMessageContainerViewController> contrinaer;  //!< the embedded holder screen (name as spelled)
-    QPointer<IMWindow> window;                //!< remembered when opened from a push notification
+    QPointer<QWidget> window;                 //!< the window hosting the picture viewer, or the one opened from a push notification
     QPointer<IMUIViewController> tempViewController;  //!< the root put back by `dismissFromRemoteNotification`
 
     // The input bar (its composing behaviour is the sending half of the screen).
@@ -74,6 +82,57 @@ public:
     IMLayoutConstraint *inputTextViewLeadingDistance = nullptr;  //!< 60 when the more button is not shown
     IMLayoutConstraint *inputViewToBottomDistance = nullptr;     //!< the bar's distance from the bottom
     IMLayoutConstraint *cancelBtnLeadingDistance = nullptr;      //!< 8 while editing; the button is out otherwise
+    IMLayoutConstraint *cancelBtnWidth = nullptr;          //!< the cancel button's width (fixed)
+    IMLayoutConstraint *pictureBtnWidth = nullptr;         //!< the picture button's width (fixed)
+    IMLayoutConstraint *optionViewWidth = nullptr;         //!< the more button's width (fixed)
+    quint64 inputType = 0;                                 //!< reserved for hosts; the screen never reads it
+    bool sendsOnReturn = true;                             //!< Return sends and Shift+Return starts a line (desktop habit)
+
+    // The picture viewer over the window.
+    QPointer<UxImageView> imageView;                       //!< the full-screen picture, while shown
+    QPointer<QWidget> imageViewBackgroundView;             //!< the dimmed backdrop holding it
+    QPointF panPoint;                                      //!< the last finger position of a drag, in backdrop coordinates
+
+    //! Grows the text view with its text: 17 points a line plus 13, at most 98 (five lines); posted.
+    void textViewDidChange(UxTextView *textView);
+    //! Sends the text as a new message, or finishes an edit through an update (no new row).
+    void sendMessageBtnPressed();
+    //! The error button of a row: a picture row is dressed again (retrying its download), any other
+    //! message is sent again as the same object.
+    void resendBtnPressed(QWidget *button);
+    //! Opens the more panel under the bar, or closes it when open.
+    void moreButtonDidPressed();
+    //! Asks where the picture comes from ("照相機" or "相片圖庫") and opens the picker.
+    void cameraBtnPressed();
+    //! Ends an edit: the message keeps its text, the text view is cleared.
+    void cancelBtnPressed();
+    //! Shares a link that joins this room; logs "url type not found" without a URL type.
+    void shareRoomWithURLSchemeLastObjectBtnPressed();
+    //! The picture picker (created on first read; this screen is its delegate).
+    IMImagePickerController *imagePickerController();
+    //! A picked picture: shown at once, uploaded with its progress in the row's time, then sent.
+    void imagePickerController(IMImagePickerController *picker, const QVariantMap &info) override;
+
+    //! The long press's action: a press held for 1.0 second on a row opens its menu.
+    void longPress(IMGestureRecognizer *recognizer);
+    //! Opens the menu of the message at `indexPath` (texts and pictures only).
+    void longPressForMessageAtRowOfIndexPath(const IMIndexPath &indexPath);
+    //! The text menu: "複製文字", and for one's own "編輯訊息" and "刪除訊息".
+    virtual void didLongPressOnTextMessage(const IMMessagePtr &message, const IMIndexPath &indexPath);
+    //! The picture menu: "存到相簿", "分享照片", and for one's own "刪除訊息".
+    virtual void didLongPressOnImageMessage(const IMMessagePtr &message, const IMIndexPath &indexPath);
+    //! Puts the message's text on the pasteboard.
+    virtual void didChooseCopyMessageText(const IMMessagePtr &message, const IMIndexPath &indexPath);
+    //! Starts editing the message: highlighted row, its text in the text view, the cancel button shown.
+    virtual void didChooseEditMessage(const IMMessagePtr &message, const IMIndexPath &indexPath);
+    //! Deletes the message on the server (a "delete" update); the row collapses when the update comes back.
+    virtual void didChooseDeleteMessage(const IMMessagePtr &message, const IMIndexPath &indexPath);
+    //! Opens the row's picture full screen over the first window.
+    void IMMessageTableViewCellImageViewDidPressed(IMMessageTableViewCell *cell) override;
+    //! The viewer's drag: moved with the finger, closed when let go 50 points or more from its place.
+    void didPan(IMGestureRecognizer *recognizer);
+    //! Whether a picture let go with its centre at `center` in a view of `size` goes back (single precision).
+    static bool isPictureNearHome(const QSizeF &size, const QPointF &center);
 
     //! Moves the input bar above a keyboard ending at `frame` (window coordinates) over `duration` seconds.
     void keyboardWillChangeToFrame(const QRect &frame, float duration) override;
@@ -130,11 +189,18 @@ protected:
     void loadView() override;
     void viewDidLoad() override;
     void viewWillAppear(bool animated) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void moveInputBar(qreal keyboardTop, qreal keyboardHeight, double duration);
     bool isThisRoom(const IMRoomPtr &room) const;
     void loadOlderPage();
+    void appendSentRow(const IMMessagePtr &message, IMTableView::RowAnimation animation);
+    void uploadPicture(const IMMessagePtr &message, const QImage &image);
+    void redrawRow(int row);
+    IMMessageTableViewCell *rowAt(int row) const;
+    void closePictureViewer();
+    IMImagePickerController *m_picker = nullptr;
     IMRoomPtr m_room;
     QList<IMMessagePtr> m_dataSource;
     IMTapGestureRecognizer *m_tap = nullptr;

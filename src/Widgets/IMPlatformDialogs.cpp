@@ -69,6 +69,8 @@ void shareDialog(const QVariantList &items, QObject *window)
     dialog->open();
 }
 
+constexpr int kMaxPickedSide = 4096;
+
 // A file chooser on pictures; the camera source uses it too where there is no camera.
 void pickDialog(int, QObject *window, const std::function<void(const QImage &)> &done)
 {
@@ -82,6 +84,7 @@ void pickDialog(int, QObject *window, const std::function<void(const QImage &)> 
     dialog->setFileMode(QFileDialog::ExistingFile);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     auto answered = std::make_shared<bool>(false);
+    auto decoding = std::make_shared<bool>(false);  // the dialog closes before the picture is decoded
     auto finish = [done, answered](const QImage &image) {
         if (*answered)
             return;
@@ -89,16 +92,30 @@ void pickDialog(int, QObject *window, const std::function<void(const QImage &)> 
         if (done)
             done(image);
     };
-    QObject::connect(dialog, &QFileDialog::fileSelected, dialog, [finish](const QString &path) {
-        QImageReader reader(path);
-        reader.setAutoTransform(true);
-        finish(reader.read());
+    QObject::connect(dialog, &QFileDialog::fileSelected, dialog, [finish, decoding](const QString &path) {
+        *decoding = true;
+        // Decoded off the main thread (a photo of tens of megabytes takes a while), at most
+        // kMaxPickedSide pixels on its longer side; a file that is no picture gives a null image.
+        IMDispatchQueue::globalQueue()->async([finish, path] {
+            QImageReader reader(path);
+            reader.setAutoTransform(true);
+            const QSize size = reader.size();
+            if (size.isValid() && qMax(size.width(), size.height()) > kMaxPickedSide)
+                reader.setScaledSize(size.scaled(kMaxPickedSide, kMaxPickedSide, Qt::KeepAspectRatio));
+            const QImage image = reader.read();
+            if (image.isNull())
+                qWarning().noquote() << "not a picture:" << path << reader.errorString();
+            IMDispatchMainAsync([finish, image] { finish(image); });
+        });
     });
-    QObject::connect(dialog, &QFileDialog::finished, dialog, [finish](int result) {
-        if (result != QDialog::Accepted)
+    QObject::connect(dialog, &QFileDialog::finished, dialog, [finish, decoding](int result) {
+        if (result != QDialog::Accepted && !*decoding)
             finish(QImage());
     });
-    QObject::connect(dialog, &QObject::destroyed, [finish] { finish(QImage()); });
+    QObject::connect(dialog, &QObject::destroyed, [finish, decoding] {
+        if (!*decoding)
+            finish(QImage());
+    });
     dialog->open();
 }
 
