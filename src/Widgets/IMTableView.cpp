@@ -208,15 +208,19 @@ void IMTableView::insertRowsAtIndexPaths(const QList<IMIndexPath> &indexPaths, R
     }
     // New section starts, then each inserted global index in ascending order.
     QVector<int> newStarts;
+    QVector<int> newCounts;
     int sum = 0;
     for (int s = 0; s < sections; ++s) {
         newStarts << sum;
-        sum += qMax(0, d->dataSource->numberOfRowsInSection(this, s));
+        newCounts << qMax(0, d->dataSource->numberOfRowsInSection(this, s));
+        sum += newCounts.last();
     }
     d->sectionStarts = newStarts;
     QList<int> inserted;
     for (const IMIndexPath &p : sorted) {
-        const int g = d->globalRow(p);
+        // Against the new counts: a row appended at the end is past the old total.
+        const bool valid = p.isValid() && p.section < sections && p.row < newCounts[p.section];
+        const int g = valid ? newStarts[p.section] + p.row : -1;
         if (g < 0) {
             IM_LOG(QStringLiteral("insert at row %1 of section %2 is out of range; reloading").arg(p.row).arg(p.section));
             d->sectionStarts = oldStarts;
