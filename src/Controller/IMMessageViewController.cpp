@@ -1,6 +1,8 @@
 #include "IMMessageViewController.h"
 
+#include <QPainter>
 #include <QPointer>
+#include <QToolButton>
 #include <cmath>
 #include <limits>
 
@@ -31,6 +33,20 @@ IM_STORYBOARD_SCREEN(IMMessageViewController);
 const QString kIMLaunchOptionsRemoteNotificationKey = QStringLiteral("UIApplicationLaunchOptionsRemoteNotificationKey");
 
 namespace {
+// The share symbol of the more panel: a tray with an arrow leaving it.
+QImage shareIcon(const QColor &color)
+{
+    QImage image(56, 56, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(color, 4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.drawPolyline(QPolygonF{{18, 22}, {10, 22}, {10, 50}, {46, 50}, {46, 22}, {38, 22}});
+    p.drawLine(QPointF(28, 34), QPointF(28, 6));
+    p.drawPolyline(QPolygonF{{19, 14}, {28, 5}, {37, 14}});
+    return image;
+}
+
 QString currentClientID()
 {
     const IMClientPtr me = IMClient::currentClient();
@@ -152,8 +168,9 @@ void IMMessageViewController::loadView()
     connect(cancelBtn, &QPushButton::clicked, this, [this] { cancelBtnPressed(); });
     connect(ui.morePictureBtn, &QPushButton::clicked, this, [this] { cameraBtnPressed(); });
     connect(ui.moreShareBtn, &QPushButton::clicked, this, [this] { shareRoomWithURLSchemeLastObjectBtnPressed(); });
-    ui.morePictureBtn->setImage(IMImage::named(QStringLiteral("camera")));
-    ui.morePictureBtn->setIconSize(QSize(30, 26));
+    ui.morePictureBtn->setIcon(QIcon(QPixmap::fromImage(IMImage::named(QStringLiteral("camera")))));
+    ui.moreShareBtn->setIcon(QIcon(QPixmap::fromImage(shareIcon(QColor(0x3a, 0x3a, 0x3c)))));
+    inputTextView->document()->setDocumentMargin(4);  // with the frame and padding: 13 points around the lines
     connect(inputTextView, &QPlainTextEdit::textChanged, this, [this] { textViewDidChange(inputTextView); });
     inputTextView->installEventFilter(this);
     // Every row is measured, so the content height after a page is exact for the offset arithmetic.

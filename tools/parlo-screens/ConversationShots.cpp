@@ -1,16 +1,21 @@
 // Screenshots of the conversation: a one-to-one and a group room with text and picture rows from
-// both sides, date headers, read markers, a row sending, a failed row and a row being edited.
+// both sides, date headers, read markers, a row sending, a failed row and a row being edited; then
+// the input bar's states, the message menus and the picture viewer.
 #include <QLinearGradient>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTimer>
 
 #include "IMDate.h"
+#include "IMLayoutConstraint.h"
+#include "IMMessageTableViewCell.h"
 #include "IMMessageViewController.h"
 #include "IMNavigationController.h"
 #include "IMUserDefaults.h"
 #include "IMWindow.h"
 #include "Screenshots.h"
+#include "UxLabel.h"
+#include "UxTextView.h"
 
 namespace {
 QImage landscape()
@@ -33,8 +38,9 @@ QImage landscape()
 
 QVariantMap person(const QString &id, const QString &name) { return {{"clientID", id}, {"username", name}}; }
 
-// A conversation screen with local messages, signed in as Alice (in a throw-away settings file).
-QWidget *conversation(bool group)
+// A conversation screen with local messages, signed in as Alice (in a throw-away settings file);
+// `then` runs once the window has its size and the list is at the bottom.
+QWidget *conversation(bool group, const std::function<void(IMMessageViewController *)> &then = {})
 {
     static QTemporaryDir settings;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(settings.filePath(QStringLiteral("settings.ini")));
@@ -84,10 +90,92 @@ QWidget *conversation(bool group)
     window->setRootViewController(nav);
     screen->setDataSource(messages);
     // Once the window has its size, as the screen does after its first page.
-    QTimer::singleShot(50, screen, [screen] { screen->scrollToBottomWithAnimate(false); });
+    QTimer::singleShot(50, screen, [screen, then] {
+        screen->scrollToBottomWithAnimate(false);
+        if (then)
+            then(screen);
+    });
     return window;
+}
+
+int lastRowOfType(IMMessageViewController *screen, const QString &type, bool own)
+{
+    const QList<IMMessagePtr> messages = screen->dataSource();
+    for (int i = messages.size() - 1; i >= 0; --i)
+        if (messages[i]->messageType() == type && (messages[i]->sender()->clientID() == QLatin1String("alice")) == own)
+            return i;
+    return -1;
+}
+
+// The conversation with the long-press menu of the newest message of `type` from Alice or not.
+QWidget *menu(const QString &type, bool own)
+{
+    return conversation(false, [type, own](IMMessageViewController *screen) {
+        screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(lastRowOfType(screen, type, own)));
+    });
 }
 } // namespace
 
 PARLO_SCREENSHOT({"conversation-one-to-one", [] { return conversation(false); }, {390, 720}, 400});
 PARLO_SCREENSHOT({"conversation-group", [] { return conversation(true); }, {390, 720}, 400});
+
+PARLO_SCREENSHOT({"composing-five-lines", [] {
+    return conversation(false, [](IMMessageViewController *screen) {
+        screen->inputTextView->setText(QStringLiteral("Plan for Saturday:\n1. Meet at the station, 8:30\n2. Bus to the trailhead\n"
+                                                      "3. Lunch at the top 🍙\n4. Hot springs after\n5. Dinner?"));
+        screen->inputTextView->moveCursor(QTextCursor::End);
+    });
+}, {390, 720}, 400});
+PARLO_SCREENSHOT({"composing-editing", [] {
+    return conversation(false, [](IMMessageViewController *screen) {
+        const int row = lastRowOfType(screen, QStringLiteral("text"), true);
+        for (const IMMessagePtr &m : screen->dataSource())
+            m->setSendingType(0);
+        screen->tableview()->reloadData();
+        screen->didChooseEditMessage(screen->dataSource()[row], IMIndexPath::indexPathForRow(row));
+    });
+}, {390, 720}, 400});
+PARLO_SCREENSHOT({"composing-more-panel", [] {
+    return conversation(false, [](IMMessageViewController *screen) {
+        screen->showMoreOptionBtn = true;
+        screen->inputTextViewLeadingDistance->setConstant(8);
+        screen->moreButtonDidPressed();
+    });
+}, {390, 720}, 600});
+PARLO_SCREENSHOT({"composing-picture-uploading", [] {
+    return conversation(false, [](IMMessageViewController *screen) {
+        // The row as the upload's progress leaves it: the picture shown at once, 37 % in its time label.
+        IMMessagePtr picture = IMMessage::initWithRoom(screen->room());
+        picture->setSender(IMClient::fromDictionary(person("alice", "Alice")));
+        picture->setMessageType(QStringLiteral("image"));
+        picture->setMessage(QStringLiteral("sending image"));
+        picture->setTemp(QVariant::fromValue(landscape()));
+        QList<IMMessagePtr> messages = screen->dataSource();
+        messages << picture;
+        screen->setDataSource(messages);
+        screen->scrollToBottomWithAnimate(false);
+        QTimer::singleShot(100, screen, [screen] {
+            auto *row = qobject_cast<IMMessageTableViewCell *>(
+                screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().size() - 1)));
+            if (row && row->timeLabel())
+                row->timeLabel()->setText(QStringLiteral("%1 %").arg(int(0.372 * 100)));
+        });
+    });
+}, {390, 720}, 500});
+PARLO_SCREENSHOT({"composing-picture-source", [] {
+    return conversation(false, [](IMMessageViewController *screen) { screen->cameraBtnPressed(); });
+}, {390, 720}, 400});
+PARLO_SCREENSHOT({"menu-own-text", [] { return menu(QStringLiteral("text"), true); }, {390, 720}, 400});
+PARLO_SCREENSHOT({"menu-other-text", [] { return menu(QStringLiteral("text"), false); }, {390, 720}, 400});
+PARLO_SCREENSHOT({"menu-own-picture", [] { return menu(QStringLiteral("image"), true); }, {390, 720}, 400});
+PARLO_SCREENSHOT({"menu-other-picture", [] { return menu(QStringLiteral("image"), false); }, {390, 720}, 400});
+PARLO_SCREENSHOT({"viewer-open", [] {
+    return conversation(false, [](IMMessageViewController *screen) {
+        const int row = lastRowOfType(screen, QStringLiteral("image"), false);
+        screen->tableview()->scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(row), IMTableView::ScrollPositionMiddle, false);
+        QTimer::singleShot(50, screen, [screen, row] {
+            screen->IMMessageTableViewCellImageViewDidPressed(
+                qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(row))));
+        });
+    });
+}, {390, 720}, 600});
