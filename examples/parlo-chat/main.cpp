@@ -85,23 +85,60 @@ void runTour(ChatWindow *window, const QString &dir)
     };
     // Each step runs after the previous one had time to show (and its pictures to load).
     auto steps = std::make_shared<QList<std::function<void()>>>();
+    auto conversation = [window]() -> IMMessageViewController * {
+        auto *rooms = window->chatButton()->roomController();
+        auto *nav = rooms ? rooms->navigationController() : nullptr;
+        return nav ? qobject_cast<IMMessageViewController *>(nav->topViewController()) : nullptr;
+    };
+    auto rowOf = [](IMMessageViewController *screen, const QString &type) {
+        const QList<IMMessagePtr> messages = screen->dataSource();
+        for (int i = messages.size() - 1; i >= 0; --i)
+            if (messages[i]->messageType() == type)
+                return i;
+        return -1;
+    };
     *steps << [=] { save(QStringLiteral("1-home")); window->chatButton()->click(); }
            << [=] { save(QStringLiteral("2-room-list"));
                     auto *rooms = window->chatButton()->roomController();
                     if (rooms && !rooms->dataSource().isEmpty())
                         rooms->enterRoom(rooms->dataSource().first(), false); }
-           << [=] { auto *rooms = window->chatButton()->roomController();
-                    if (rooms && rooms->navigationController() && rooms->navigationController()->topViewController() != rooms)
+           << [=] { if (auto *screen = conversation()) {
                         save(QStringLiteral("3-conversation"));
-                    if (rooms) {
+                        screen->inputTextView->setFocus();
+                        screen->inputTextView->setText(QStringLiteral("Great, see you at noon!\nI'll bring the map 🗺️"));
+                        screen->inputTextView->moveCursor(QTextCursor::End);
+                    } }
+           << [=] { if (auto *screen = conversation()) {
+                        save(QStringLiteral("4-composing"));
+                        screen->sendMessageBtnPressed();
+                    } }
+           << [=] { if (auto *screen = conversation())
+                        screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(rowOf(screen, QStringLiteral("text")))); }
+           << [=] { save(QStringLiteral("5-message-menu"));
+                    if (auto *sheet = UxAlertController::current())
+                        sheet->choose(-1);
+                    auto *screen = conversation();
+                    const int row = screen ? rowOf(screen, QStringLiteral("image")) : -1;
+                    if (row >= 0) {
+                        const IMIndexPath path = IMIndexPath::indexPathForRow(row);
+                        screen->tableview()->scrollToRowAtIndexPath(path, IMTableView::ScrollPositionMiddle, false);
+                        screen->IMMessageTableViewCellImageViewDidPressed(
+                            qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(path)));
+                    } }
+           << [=] { auto *screen = conversation();
+                    if (screen && screen->imageViewBackgroundView) {
+                        save(QStringLiteral("6-picture-viewer"));
+                        delete screen->imageViewBackgroundView;
+                    }
+                    if (auto *rooms = window->chatButton()->roomController()) {
                         if (rooms->navigationController())
                             rooms->navigationController()->popToRootViewControllerAnimated(false);
                         rooms->createRoomItemPressed();
                     } }
-           << [=] { save(QStringLiteral("4-create-choice"));
+           << [=] { save(QStringLiteral("7-create-choice"));
                     if (auto *sheet = UxAlertController::current())
                         sheet->choose(0); }
-           << [=] { save(QStringLiteral("5-create-room")); QCoreApplication::exit(0); };
+           << [=] { save(QStringLiteral("8-create-room")); QCoreApplication::exit(0); };
     auto next = std::make_shared<std::function<void()>>();
     *next = [steps, next] {
         if (steps->isEmpty())

@@ -195,6 +195,7 @@ void IMMessageViewController::viewDidLoad()
     tableview()->setDataSource(this);
     tapOnTableView()->addToView(tableview());
     longPressGesturer()->addToView(tableview());
+    tableview()->viewport()->installEventFilter(this);
     Parlo::shareInstance()->updateReadTimeWithRoom(m_room, echoReadToRoom);
     ParloDidChatIn();
     // The input bar's buttons take the bar's tint, or its background when the tint is white.

@@ -1,5 +1,7 @@
 // The conversation's input bar: typing, sending, editing, re-sending, pictures and the share link.
 #include <QBuffer>
+#include <QResizeEvent>
+#include <cmath>
 #include <QKeyEvent>
 #include <QLayout>
 #include <QPointer>
@@ -77,6 +79,18 @@ void IMMessageViewController::textViewDidChange(UxTextView *textView)
 
 bool IMMessageViewController::eventFilter(QObject *watched, QEvent *event)
 {
+    // A list at its bottom stays there when it gets shorter (the bar grows) or narrower (rows grow).
+    if (tableview() && watched == tableview()->viewport() && event->type() == QEvent::Resize) {
+        const QSize old = static_cast<QResizeEvent *>(event)->oldSize();
+        const IMTableView *table = tableview();
+        if (old.isValid() && std::abs(old.height() - (table->contentSize().height() - table->contentOffset().y())) < 120) {
+            QPointer<IMMessageViewController> self(this);
+            IMDispatchMainAsync([self] {
+                if (self)
+                    self->scrollToBottomWithAnimate(false);
+            });
+        }
+    }
     // Return sends, Shift+Return (or Alt/Ctrl) starts a new line, as in desktop chat programs.
     if (sendsOnReturn && watched == inputTextView && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);

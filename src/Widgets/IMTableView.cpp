@@ -152,6 +152,12 @@ qreal IMTableView::heightForCellWithIdentifier(const QString &identifier, const 
             QLayoutItem *item = l->itemAt(i);
             item->invalidate();
             forget(item->layout());
+            // A child widget's cached size in its parent's layout and its own layout too (a bubble
+            // around a text): an unshown widget's changes reach neither until events run.
+            if (QWidget *child = item->widget()) {
+                child->updateGeometry();
+                forget(child->layout());
+            }
         }
     };
     forget(cell->contentView()->layout());

@@ -118,6 +118,11 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
     screen->sendMessageBtnPressed();
     EXPECT_TRUE(screen->dataSource().isEmpty());  // an empty text is not sent
 
+    // A row grows with its text's lines (measured rows keep no stale height).
+    screen->setDataSource({message(kMessageTypeText, "me", "one"), message(kMessageTypeText, "me", "one\ntwo\nthree")});
+    EXPECT_GT(screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(1)).height(),
+              screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).height() + 30);
+
     // Editing, finished with an empty text: updated in place, no new row.
     const IMMessagePtr mine = message(kMessageTypeText, "me", "first draft");
     screen->setDataSource({mine, message(kMessageTypeText, "bob", "ok")});

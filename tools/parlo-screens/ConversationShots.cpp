@@ -65,7 +65,7 @@ QWidget *conversation(bool group, const std::function<void(IMMessageViewControll
         : QList<Line>{{"bob", "text", "Hi Alice! Noodles at noon?", 60 * 26, 0}, {"alice", "text", "Sure, see you there.", 60 * 25, 0},
                       {"bob", "image", "", 130, 0}, {"bob", "text", "This is the place.", 129, 0},
                       {"alice", "image", "", 45, 0}, {"alice", "text", "Running five minutes late, sorry!", 35, 3},
-                      {"alice", "text", "Ordering for both of us", 3, 2}};
+                      {"alice", "text", "Ordering for both of us\n(the usual, no onions)", 3, 2}};
     QList<IMMessagePtr> messages;
     int n = 0;
     for (const Line &l : lines) {
