@@ -4,10 +4,15 @@
 #include <QResizeEvent>
 #include <QVBoxLayout>
 
+#include <ParloSDK/IMBarButtonItem.h>
+#include <ParloSDK/IMBarButtonItemBadge.h>
 #include <ParloSDK/IMChatButton.h>
 #include <ParloSDK/IMNavigationController.h>
 #include <ParloSDK/IMNavigationItem.h>
+#include <ParloSDK/IMDispatch.h>
+#include <ParloSDK/IMNotificationCenter.h>
 #include <ParloSDK/IMViewController.h>
+#include <ParloSDK/Parlo.h>
 
 namespace {
 const QColor kBrand(36, 113, 163);
@@ -79,6 +84,21 @@ ChatWindow::ChatWindow(QWidget *parent) : IMWindow(parent)
     m_greeting = home->greeting;
     m_status = home->status;
     m_chatButton = home->chatButton;
+
+    // A bar item that opens the chats too, with the unread count as its badge.
+    m_chatItem = new IMBarButtonItem(tr("Chats"), IMBarButtonItem::Plain, [this] {
+        if (m_chatButton)
+            m_chatButton->click();
+    }, this);
+    home->navigationItem()->setRightBarButtonItem(m_chatItem);
+    IMBarButtonItemBadge::setBadgeValue(m_chatItem, QStringLiteral("0"));
+    IMBarButtonItemBadge::setBadgeValue(m_chatItem, QStringLiteral("0"));  // the first call only builds the badge
+    QPointer<IMBarButtonItem> item(m_chatItem);
+    IMNotificationCenter::defaultCenter()->addObserver(kParloDidUpdateBadge, {}, IMDispatchQueue::mainQueue(), [item](const IMNotification &n) {
+        const IMBadgePtr badge = n.object.value<IMBadgePtr>();
+        if (item)
+            IMBarButtonItemBadge::setBadgeValue(item, QString::number(badge ? qMax(0, badge->total()) : 0));
+    });
 }
 
 IMChatButton *ChatWindow::chatButton() const
