@@ -11,6 +11,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QInputDialog>
 #include <QScreen>
 #include <QTimer>
@@ -38,6 +39,7 @@ void signIn(const QString &clientID, const QString &name, ChatWindow *window)
     me->setUsername(name);
     parlo->signWithClient(me, [parlo, window](const IMClientPtr &) {
         parlo->chatinSuccess([window](const IMClientPtr &client) {
+            qInfo("parlo-chat: signed in as %s", qPrintable(client->clientID()));
             window->setStatus(QObject::tr("Signed in as %1.").arg(client->clientID()));
         }, [window](const IMError &e) { window->setStatus(QObject::tr("Chat-in failed: %1").arg(e.info())); });
     }, [window](const IMError &e) { window->setStatus(QObject::tr("Sign-up failed: %1").arg(e.info())); });
@@ -220,6 +222,15 @@ int main(int argc, char **argv)
         } else if (status != 0) {
             window.setStatus(QObject::tr("Offline (status %1); reconnecting…").arg(status));
         }
+    });
+    // Says once when the first message arrives, and how long after the start (the demo reports it).
+    QElapsedTimer sinceStart;
+    sinceStart.start();
+    auto firstMessage = std::make_shared<IMNotificationCenter::Token>();
+    *firstMessage = IMNotificationCenter::defaultCenter()->addObserver(kParloDidReceiveMessage, {}, IMDispatchQueue::mainQueue(),
+                                                                     [firstMessage, &sinceStart](const IMNotification &) {
+        qInfo("parlo-chat: first message after %lld ms", sinceStart.elapsed());
+        IMNotificationCenter::defaultCenter()->removeObserver(*firstMessage);
     });
     if (parser.isSet(selfTestOption))
         runSelfTest(&window, parser.value(selfTestOption));
