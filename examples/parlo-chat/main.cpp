@@ -2,6 +2,7 @@
 // developer would write one: a window of its own with the kit's chat button, signed in as one user.
 //
 //   parlo-chat --url http://127.0.0.1:3000 --client-id alice --name Alice [--profile DIR]
+//   parlo-chat                       asks for the server address and the user first
 //   parlo-chat ... --tour DIR        walks the screens with the user's data, saves a picture of each, quits
 //   parlo-chat ... --self-test DIR   signs in, opens the room list with the chat button, saves a
 //                                    picture of the real window to DIR/parlo-chat.png and quits
@@ -12,7 +13,11 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QInputDialog>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <QUrl>
 #include <QScreen>
 #include <QTimer>
 
@@ -43,6 +48,30 @@ void signIn(const QString &clientID, const QString &name, ChatWindow *window)
             window->setStatus(QObject::tr("Signed in as %1.").arg(client->clientID()));
         }, [window](const IMError &e) { window->setStatus(QObject::tr("Chat-in failed: %1").arg(e.info())); });
     }, [window](const IMError &e) { window->setStatus(QObject::tr("Sign-up failed: %1").arg(e.info())); });
+}
+
+// Asks for the server's address and who to sign in as; false when cancelled.
+bool askForSignIn(QString *url, QString *clientID)
+{
+    QDialog dialog;
+    dialog.setWindowTitle(QObject::tr("Sign in to Parlo Chat"));
+    auto *form = new QFormLayout(&dialog);
+    auto *server = new QLineEdit(*url, &dialog);
+    server->setMinimumWidth(300);
+    auto *user = new QLineEdit(QStringLiteral("alice"), &dialog);
+    form->addRow(QObject::tr("Server"), server);
+    form->addRow(QObject::tr("User"), user);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+    form->addRow(buttons);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    user->setFocus();
+    user->selectAll();
+    if (dialog.exec() != QDialog::Accepted || user->text().trimmed().isEmpty() || !QUrl(server->text().trimmed()).isValid())
+        return false;
+    *url = server->text().trimmed();
+    *clientID = user->text().trimmed();
+    return true;
 }
 
 // The self-test: opens the room list with a click on the chat button and keeps a picture of the
@@ -185,13 +214,9 @@ int main(int argc, char **argv)
     parser.process(app);
 
     QString clientID = parser.value(idOption);
-    if (clientID.isEmpty()) {
-        bool ok = false;
-        clientID = QInputDialog::getText(nullptr, QObject::tr("Parlo Chat"), QObject::tr("Sign in as (client id):"),
-                                         QLineEdit::Normal, QStringLiteral("alice"), &ok).trimmed();
-        if (!ok || clientID.isEmpty())
-            return 2;
-    }
+    QString url = parser.value(urlOption);
+    if (clientID.isEmpty() && !askForSignIn(&url, &clientID))
+        return 2;
     const QString name = parser.isSet(nameOption) ? parser.value(nameOption) : clientID;
     if (parser.isSet(profileOption))
         useProfile(parser.value(profileOption));
@@ -206,7 +231,7 @@ int main(int argc, char **argv)
     ChatWindow window;
     window.resize(420, 760);
     window.setUserName(name);
-    window.setStatus(QObject::tr("Connecting to %1…").arg(parser.value(urlOption)));
+    window.setStatus(QObject::tr("Connecting to %1…").arg(url));
     window.show();
 
     Parlo *parlo = Parlo::shareInstance();
@@ -236,6 +261,6 @@ int main(int argc, char **argv)
         runSelfTest(&window, parser.value(selfTestOption));
     if (parser.isSet(tourOption))
         runTour(&window, parser.value(tourOption));
-    parlo->connectWithURL(parser.value(urlOption), {}, [] {});
+    parlo->connectWithURL(url, {}, [] {});
     return app.exec();
 }
