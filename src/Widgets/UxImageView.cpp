@@ -13,6 +13,11 @@ struct UxImageView::Private
     qreal radius = 0;
     QUrl url;
     quint64 ticket = 0;
+    // A large picture drawn small is scaled once and kept, not rescaled at every paint.
+    QPixmap scaled;
+    qint64 scaledKey = 0;
+    QRectF scaledSource;
+    QSize scaledSize;
 };
 
 UxImageView::UxImageView(QWidget *parent) : QWidget(parent), d(new Private) {}
@@ -121,5 +126,18 @@ void UxImageView::paintEvent(QPaintEvent *)
         target = QRectF(bounds.center() - QPointF(img.width() / 2, img.height() / 2), img);
         break;
     }
-    p.drawImage(target, d->image, source);
+    const qreal dpr = devicePixelRatioF();
+    const QSize pixels = (target.size() * dpr).toSize();
+    if (pixels.isEmpty() || source.width() < 1.5 * pixels.width() || source.height() < 1.5 * pixels.height()) {
+        p.drawImage(target, d->image, source);
+        return;
+    }
+    if (d->scaledKey != d->image.cacheKey() || d->scaledSource != source || d->scaledSize != pixels) {
+        d->scaled = QPixmap::fromImage(d->image.copy(source.toAlignedRect()).scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        d->scaled.setDevicePixelRatio(dpr);
+        d->scaledKey = d->image.cacheKey();
+        d->scaledSource = source;
+        d->scaledSize = pixels;
+    }
+    p.drawPixmap(target.topLeft(), d->scaled);
 }

@@ -1,5 +1,7 @@
 // The conversation's input bar, message menus and picture viewer: offscreen with a recording
 // platform, then the whole round against the reference server with a second user.
+#include <QFile>
+#include <QFileDialog>
 #include <QRegularExpression>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -252,6 +254,12 @@ TEST_F(ComposingScreen, PictureViewerSnapsBackUnderFiftyPointsAndClosesAtFifty)
 
 class ComposingLive : public UILiveTest
 {
+protected:
+    void TearDown() override
+    {
+        UILiveTest::TearDown();
+        IMPlatform::setInstance(nullptr);
+    }
 };
 
 TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
@@ -359,4 +367,39 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     EXPECT_EQ(copies, 1);  // the late first attempt and the re-send are one message
 }
 
+} // namespace
+
+namespace {
+TEST(ComposingPicker, DecodesOffTheMainThreadScalesHugePicturesAndRefusesOthers)
+{
+    QTemporaryDir dir;
+    const QString garbage = dir.filePath(QStringLiteral("not-a-picture.jpg"));
+    QFile file(garbage);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray(4096, 'x'));
+    file.close();
+    const QString huge = dir.filePath(QStringLiteral("huge.jpg"));
+    QImage big(8000, 6000, QImage::Format_RGB32);
+    big.fill(QColor(200, 120, 40));
+    ASSERT_TRUE(big.save(huge, "JPEG", 95));
+
+    for (const QString &path : {garbage, huge}) {
+        bool answered = false;
+        QImage picked;
+        IMPlatform::instance()->pickImage(1, nullptr, [&](const QImage &image) { answered = true; picked = image; });
+        settle();
+        QFileDialog *dialog = nullptr;
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (w->objectName() == QLatin1String("IMImagePicker") && w->isVisible())
+                dialog = qobject_cast<QFileDialog *>(w);
+        ASSERT_TRUE(dialog);
+        emit dialog->fileSelected(path);
+        static_cast<QDialog *>(dialog)->done(QDialog::Accepted);
+        ASSERT_TRUE(waitUntil([&] { return answered; }, 20000));
+        if (path == garbage)
+            EXPECT_TRUE(picked.isNull());
+        else
+            EXPECT_EQ(picked.size(), QSize(4096, 3072));
+    }
+}
 } // namespace
