@@ -10,6 +10,7 @@
 #include "IMClient.h"
 #include "IMDispatch.h"
 #include "IMLayoutConstraint.h"
+#include "IMMessageOption.h"
 #include "IMMessageViewController.h"
 #include "IMNavigationController.h"
 #include "IMPlatform.h"
@@ -34,7 +35,13 @@ public:
     QString pasteboard;
     QVariantList shared;
     QImage picked;
+    QImage saved;
     void setPasteboardString(const QString &text) override { pasteboard = text; }
+    QString saveImageToPhotoAlbum(const QImage &image) override
+    {
+        saved = image;
+        return QStringLiteral("album");
+    }
     void presentShareSheet(const QVariantList &items, QObject *) override { shared = items; }
     void pickImage(int, QObject *, const std::function<void(const QImage &)> &done) override
     {
@@ -164,6 +171,10 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
     screen->shareRoomWithURLSchemeLastObjectBtnPressed();
     EXPECT_TRUE(log.texts().contains("url type not found"));
     EXPECT_TRUE(platform->shared.isEmpty());
+    platform->setInfoDictionary({{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"lunchapp"}}}}},
+                                 {"parlo", QVariantMap{{"storeid", "42"}, {"url", "https://join.example"}}}});
+    screen->shareRoomWithURLSchemeLastObjectBtnPressed();
+    EXPECT_EQ(platform->shared, QVariantList{QUrl("https://join.example/r1?urlType=lunchapp&appID=42&action=joinRoom")});
 
     // A text too long for one message stays in the text view, with an alert.
     const QString huge(IMMessageViewController::kMaxTextLength + 1, QLatin1Char('x'));
@@ -325,11 +336,17 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     for (const QString &p : progress)
         EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{1,3} %$")).match(p).hasMatch()) << p.toStdString();
     EXPECT_TRUE(picture->temp().isNull());
+    EXPECT_EQ(picture->option()->pushMessage(), QStringLiteral("alice 傳送一張照片"));
     QByteArray uploaded;
     Parlo::shareInstance()->getFileWithName(picture->message(), true, [&](const QByteArray &d) { uploaded = d; }, [](const IMError &) {});
     ASSERT_FALSE(uploaded.isEmpty());
     EXPECT_EQ(bob.ok("get", "/files/" + picture->message()).toByteArray(), uploaded);
     EXPECT_TRUE(bobSees(picture->objectID(), "image", picture->message()));
+
+    screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().indexOf(picture)));
+    UxAlertController::current()->choose(0);
+    ASSERT_TRUE(waitUntil([&] { return !platform->saved.isNull(); }));
+    EXPECT_EQ(platform->saved.size(), QSize(700, 700));
 
     // Edited and deleted through the menus; Bob sees both, and the deleted row collapses on Alice's side.
     screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().indexOf(text)));
