@@ -126,6 +126,9 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
     screen->inputTextView->setText(QString());
     screen->sendMessageBtnPressed();
     EXPECT_TRUE(screen->dataSource().isEmpty());  // an empty text is not sent
+    QTest::keyClick(screen->inputTextView, Qt::Key_Return, Qt::ShiftModifier);
+    EXPECT_EQ(screen->inputTextView->text(), "\n");  // Shift+Return starts a line
+    EXPECT_TRUE(screen->dataSource().isEmpty());
 
     // A row grows with its text's lines (measured rows keep no stale height).
     screen->setDataSource({message(kMessageTypeText, "me", "one"), message(kMessageTypeText, "me", "one\ntwo\nthree")});
@@ -367,7 +370,7 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     Parlo::shareInstance()->setTimeout(1);
     server->suspend(true);
     screen->inputTextView->setText(QStringLiteral("are you there?"));
-    screen->sendMessageBtnPressed();
+    QTest::keyClick(screen->inputTextView, Qt::Key_Return);  // Return sends
     const IMMessagePtr stalled = last();
     ASSERT_TRUE(waitUntil([&] { return stalled->sendingType() == 2; }, 10000));
     server->suspend(false);
