@@ -33,10 +33,6 @@ bool NodeProcess::start(int timeoutMs, const QStringList &extraArguments)
     m_process = std::make_unique<QProcess>();
     m_process->setWorkingDirectory(QFileInfo(m_script).absolutePath());
     m_process->setProcessChannelMode(QProcess::SeparateChannels);
-    // A modifier makes QProcess fork rather than share the parent's memory until exec (vfork):
-    // under ThreadSanitizer a child sharing memory marks the parent as forked, and the parent's
-    // next new thread aborts the run.
-    m_process->setChildProcessModifier([] {});
     m_process->start(nodeExecutable(), QStringList{m_script} + m_arguments + extraArguments);
     if (!m_process->waitForStarted(timeoutMs)) {
         m_error = QStringLiteral("cannot start node: ") + m_process->errorString();
