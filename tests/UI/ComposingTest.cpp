@@ -306,6 +306,7 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
         }, 10000);
     };
     const auto last = [&] { return screen->dataSource().isEmpty() ? IMMessagePtr() : screen->dataSource().last(); };
+    ASSERT_TRUE(waitUntil([&] { return screen->isLoadEnd; }, 10000));  // the (empty) first page is in
 
     // Typed and sent: sending (1), then sent (0) when the server's echo arrives.
     QTest::keyClicks(screen->inputTextView, QStringLiteral("Hi Bob "));
@@ -317,7 +318,7 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     EXPECT_EQ(last()->sendingType(), 1u);
     EXPECT_EQ(last()->option()->pushMessage(), QStringLiteral("alice:Hi Bob 你好 👋"));
     EXPECT_EQ(screen->inputTextView->text(), "");
-    ASSERT_TRUE(waitUntil([&] { return last()->sendingType() == 0 && !last()->objectID().isEmpty(); }, 10000));
+    ASSERT_TRUE(waitUntil([&] { return last() && last()->sendingType() == 0 && !last()->objectID().isEmpty(); }, 10000));
     const IMMessagePtr text = last();
 
     // A picture: shown at once, its progress in the row's time label, then sent; Bob gets the same bytes.
