@@ -266,7 +266,12 @@ void IMMessageViewController::loadMessageComplete(const std::function<void()> &c
             return;
         if (messages.size() < kPageSize)
             self->isLoadEnd = true;
-        self->setDataSource(messages);
+        // Messages written here while the page was on its way, and not stored yet, stay at the bottom.
+        QList<IMMessagePtr> rows = messages;
+        for (const IMMessagePtr &m : std::as_const(self->m_dataSource))
+            if (m && m->objectID().isEmpty())
+                rows << m;
+        self->setDataSource(rows);
         self->isLoadingMore = false;
         Parlo::shareInstance()->updateReadTimeWithRoom(self->m_room, self->echoReadToRoom);
         if (complete)
