@@ -28,35 +28,56 @@
 
 namespace {
 
-// Records what the screens hand to the platform; the picker answers with `picked`.
+// Records what the screens hand to the platform while `recording`; the picker answers with
+// `picked`. One is installed for the whole program (the kit keeps every platform it was given).
 class RecordingPlatform : public IMPlatform
 {
 public:
+    bool recording = false;
     QString pasteboard;
     QVariantList shared;
     QImage picked;
     QImage saved;
-    void setPasteboardString(const QString &text) override { pasteboard = text; }
+    void setPasteboardString(const QString &text) override { recording ? void(pasteboard = text) : IMPlatform::setPasteboardString(text); }
+    void presentShareSheet(const QVariantList &items, QObject *window) override
+    {
+        recording ? void(shared = items) : IMPlatform::presentShareSheet(items, window);
+    }
     QString saveImageToPhotoAlbum(const QImage &image) override
     {
+        if (!recording)
+            return IMPlatform::saveImageToPhotoAlbum(image);
         saved = image;
         return QStringLiteral("album");
     }
-    void presentShareSheet(const QVariantList &items, QObject *) override { shared = items; }
-    void pickImage(int, QObject *, const std::function<void(const QImage &)> &done) override
+    void pickImage(int source, QObject *window, const std::function<void(const QImage &)> &done) override
     {
+        if (!recording)
+            return IMPlatform::pickImage(source, window, done);
         const QImage image = picked;
         IMDispatchMainAsync([done, image] { done(image); });
     }
 };
 
-RecordingPlatform *installRecordingPlatform(const QTemporaryDir &dir)
+// The recording platform, reset, recording, with its folders in `dir`.
+RecordingPlatform *startRecording(const QTemporaryDir &dir)
 {
-    auto *platform = new RecordingPlatform;
-    IMPlatform::setInstance(platform);
+    static RecordingPlatform *platform = [] {
+        auto *p = new RecordingPlatform;
+        IMPlatform::setInstance(p);
+        return p;
+    }();
+    *platform = RecordingPlatform();
+    platform->recording = true;
     platform->setDocumentsPath(dir.filePath(QStringLiteral("data")));
     platform->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
     return platform;
+}
+
+void stopRecording()
+{
+    if (auto *platform = dynamic_cast<RecordingPlatform *>(IMPlatform::instance()))
+        platform->recording = false;
 }
 
 QImage testPicture(int side)
@@ -84,7 +105,7 @@ protected:
     void SetUp() override
     {
         IMSetAnimationsEnabled(false);
-        platform = installRecordingPlatform(dir);
+        platform = startRecording(dir);
         IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
         IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"username", "me"}});
         window.resize(390, 640);
@@ -98,7 +119,7 @@ protected:
     {
         if (UxAlertController *sheet = UxAlertController::current())
             sheet->choose(-1);
-        IMPlatform::setInstance(nullptr);
+        stopRecording();
         IMSetAnimationsEnabled(true);
     }
     // The titles of the menu a long press on `m` opens (empty when none).
@@ -272,13 +293,13 @@ protected:
     void TearDown() override
     {
         UILiveTest::TearDown();
-        IMPlatform::setInstance(nullptr);
+        stopRecording();
     }
 };
 
 TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
 {
-    RecordingPlatform *platform = installRecordingPlatform(dir);
+    RecordingPlatform *platform = startRecording(dir);
     platform->picked = testPicture(700);
     signIn(QStringLiteral("alice"));
     UIPeer bob(url);
