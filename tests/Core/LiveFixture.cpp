@@ -61,6 +61,9 @@ void LiveCoreTest::SetUp()
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     parlo->setApiKey(kLiveApiKey);
     parlo->setClientKey(kLiveClientKey);
+    QuickAckClient::timeScale = 1.0;
+    parlo->setSocketFactory(
+        [](const QUrl &url, const QVariantMap &options) { return new QuickAckClient(url, options); });
 }
 
 void LiveCoreTest::TearDown()

@@ -205,6 +205,7 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     // A lost acknowledgement: a message is never sent twice, so it fails after one attempt.
     control("POST", "/__control/faults", {{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});
     parlo->setTimeout(1);
+    shortenAckTimeouts();
     IMMessagePtr lost = IMMessage::initWithRoom(ours);
     lost->setMessage("into the void");
     Outcome<IMMessagePtr> unanswered;
