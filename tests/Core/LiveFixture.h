@@ -6,6 +6,7 @@
 #include "CoreFixture.h"
 #include "IMSocketIOClient.h"
 #include "NodeProcess.h"
+#include "ServerPeer.h"
 
 #include <QJsonDocument>
 #include <atomic>
@@ -13,26 +14,11 @@
 inline const QString kLiveApiKey = QStringLiteral("live-api");
 inline const QString kLiveClientKey = QStringLiteral("live-client");
 
-//! A bare Socket.IO client acting as another user of the server; records the events pushed to it.
-class Peer
+//! Another user of the server, with the live keys.
+class Peer : public ServerPeer
 {
 public:
-    explicit Peer(const QString &url);
-
-    bool connect();
-    //! Sends a virtual request and waits for its answer {"statusCode", "body"}.
-    QVariantMap request(const QString &method, const QString &url, const QVariantMap &data = {});
-    //! The body of a request that must answer 200 (the test fails otherwise).
-    QVariantMap ok(const QString &method, const QString &url, const QVariantMap &data = {});
-    //! Signs up as `id` and keeps the token.
-    bool signUp(const QString &id);
-    //! The payloads pushed under `event` so far.
-    QList<QVariantMap> pushed(const QString &event) const { return pushes.value(event); }
-
-    IMSocketIOClient socket;
-    QString clientID;
-    QString token;
-    QMap<QString, QList<QVariantMap>> pushes;
+    explicit Peer(const QString &url) : ServerPeer(url, kLiveApiKey, kLiveClientKey) {}
 };
 
 //! The kit's client whose acknowledgement time-outs run for `timeScale` of the asked time, so that

@@ -239,11 +239,11 @@ TEST_F(ConversationLive, HistoryPagesBackAndLiveMessagesUpdatesDeletionsAndRecei
     signIn(QStringLiteral("alice"));
     UIPeer bob(url);
     ASSERT_TRUE(bob.signUp(QStringLiteral("bob")));
-    const QString roomID = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).toMap().value("id").toString();
+    const QString roomID = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).value("id").toString();
     QStringList ids;
     for (int i = 0; i < 100; ++i)
         ids << bob.ok("post", "/message/", {{"room", roomID}, {"message", QStringLiteral("history %1").arg(i)},
-                                           {"messageType", "text"}, {"idFromSender", i + 1}}).toMap().value("id").toString();
+                                           {"messageType", "text"}, {"idFromSender", i + 1}}).value("id").toString();
 
     IMWindow window;
     window.resize(390, 640);
@@ -272,7 +272,7 @@ TEST_F(ConversationLive, HistoryPagesBackAndLiveMessagesUpdatesDeletionsAndRecei
     // Bob writes, edits and deletes; Alice's screen follows.
     screen->scrollToBottomWithAnimate(false);
     const QString fresh = bob.ok("post", "/message/", {{"room", roomID}, {"message", "fresh"}, {"messageType", "text"}, {"idFromSender", 1000}})
-                              .toMap().value("id").toString();
+                              .value("id").toString();
     ASSERT_TRUE(waitUntil([&] { return screen->dataSource().size() == 101; }, 10000));
     EXPECT_TRUE(screen->isTableViewAtBottom());
     bob.ok("put", "/message/" + fresh, {{"message", "fresh, edited"}, {"messageType", "text"}});
