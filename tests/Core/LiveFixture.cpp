@@ -14,8 +14,9 @@ void LiveCoreTest::SetUp()
     parlo->setApiKey(kLiveApiKey);
     parlo->setClientKey(kLiveClientKey);
     QuickAckClient::timeScale = 1.0;
-    parlo->setSocketFactory(
-        [](const QUrl &url, const QVariantMap &options) { return new QuickAckClient(url, options); });
+    parlo->setSocketFactory([](const QUrl &url, const QVariantMap &options) {
+        return new QuickAckClient(url, options);
+    });
 }
 
 void LiveCoreTest::TearDown()

@@ -15,24 +15,26 @@ inline const QString kLiveApiKey = QStringLiteral("live-api");
 inline const QString kLiveClientKey = QStringLiteral("live-client");
 
 //! Another user of the server, with the live keys.
-class Peer : public ServerPeer
-{
+class Peer : public ServerPeer {
 public:
-    explicit Peer(const QString &url) : ServerPeer(url, kLiveApiKey, kLiveClientKey) {}
+    explicit Peer(const QString &url)
+        : ServerPeer(url, kLiveApiKey, kLiveClientKey)
+    {
+    }
 };
 
 //! The kit's client whose acknowledgement time-outs run for `timeScale` of the asked time, so that
 //! a test sees the facade's whole-second time-outs and retries without waiting seconds.
-class QuickAckClient : public IMSocketIOClient
-{
+class QuickAckClient : public IMSocketIOClient {
 public:
     using IMSocketIOClient::IMSocketIOClient;
     void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                     AckCallback callback) override
+        AckCallback callback) override
     {
-        IMSocketIOClient::emitWithAck(event, items, timeoutSeconds * timeScale, std::move(callback));
+        IMSocketIOClient::emitWithAck(
+            event, items, timeoutSeconds * timeScale, std::move(callback));
     }
-    static inline std::atomic<double> timeScale{1.0};
+    static inline std::atomic<double> timeScale { 1.0 };
 };
 
 class LiveCoreTest : public CoreTest

@@ -156,7 +156,7 @@ TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
 TEST_F(LiveCoreTest, AfterTheServerEndsTheConnectionReconnectBringsTheFacadeBack)
 {
     parlo->reconnect(); // before any connection: nothing to do
-    parlo->connectWithURL(url, {{"reconnectWait", 0.1}}, [] {});
+    parlo->connectWithURL(url, { { "reconnectWait", 0.1 } }, [] {});
     ASSERT_TRUE(waitUntil([&] { return parlo->connectStatus() == 0; }, 10000));
     recorder.events.clear();
     EXPECT_EQ(control("POST", "/__control/disconnect", { { "all", true } })

@@ -173,7 +173,7 @@ TEST(SocketIOAcks, EveryCallbackRunsExactlyOnce)
         IMSocketIOClient client(peerUrl(*peer), fastRetry());
         // Not connected: nothing is sent, the callback waits for its time-out.
         clock.start();
-        client.emitWithAck("echo", {"early"}, 0.15, acks.make());
+        client.emitWithAck("echo", { "early" }, 0.15, acks.make());
         client.connect();
         ASSERT_TRUE(waitConnected(client));
         ASSERT_TRUE(waitUntil([&] { return acks.done() == 1; }));

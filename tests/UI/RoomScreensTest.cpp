@@ -345,7 +345,10 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
     settle();
 
     // Bob's messages raise the count on the button.
-    const QString lunch = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).value("id").toString();
+    const QString lunch
+        = bob.ok("post", "/room", { { "name", "Lunch" }, { "client", QVariantList { "alice" } } })
+              .value("id")
+              .toString();
     for (const char *text : {"Noodles?", "At noon"})
         bob.ok("post", "/message/", {{"room", lunch}, {"message", text}, {"messageType", "text"}, {"idFromSender", qint64(QRandomGenerator::global()->bounded(1, 1 << 30))}});
     ASSERT_TRUE(waitUntil([&] { return button->badgeNumber() == 2; }, 10000)) << button->badgeNumber();

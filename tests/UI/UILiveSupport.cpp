@@ -1,7 +1,6 @@
 #include "UILiveSupport.h"
 
 #include "IMAnimation.h"
-#include "IMClient.h"
 #include "IMPlatform.h"
 #include "IMUserDefaults.h"
 #include "Parlo.h"
@@ -12,7 +11,10 @@ const QString kApiKey = QStringLiteral("ui-api");
 const QString kClientKey = QStringLiteral("ui-client");
 } // namespace
 
-UIPeer::UIPeer(const QString &url) : ServerPeer(url, kApiKey, kClientKey) {}
+UIPeer::UIPeer(const QString &url)
+    : ServerPeer(url, kApiKey, kClientKey)
+{
+}
 
 void UILiveTest::SetUp()
 {
@@ -20,7 +22,7 @@ void UILiveTest::SetUp()
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
     IMPlatform::instance()->setDocumentsPath(dir.filePath(QStringLiteral("data")));
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
-    server = startReferenceServer({"--api-key", kApiKey, "--client-key", kClientKey});
+    server = startReferenceServer({ "--api-key", kApiKey, "--client-key", kClientKey });
     ASSERT_TRUE(server->isRunning());
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     Parlo::shareInstance()->setApiKey(kApiKey);
@@ -35,15 +37,5 @@ void UILiveTest::TearDown()
 
 void UILiveTest::signIn(const QString &id)
 {
-    Parlo *parlo = Parlo::shareInstance();
-    parlo->connectWithURL(url, {}, [] {});
-    ASSERT_TRUE(waitUntil([&] { return parlo->connectStatus() == 0; }, 10000));
-    auto me = std::make_shared<IMClient>();
-    me->setClientID(id);
-    me->setUsername(id);
-    bool chattedIn = false;
-    parlo->signWithClient(me, [&](const IMClientPtr &) {
-        parlo->chatinSuccess([&](const IMClientPtr &) { chattedIn = true; }, [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
-    }, [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
-    ASSERT_TRUE(waitUntil([&] { return chattedIn; }, 10000));
+    ASSERT_TRUE(signInAs(Parlo::shareInstance(), url, id));
 }

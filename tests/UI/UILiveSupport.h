@@ -10,8 +10,7 @@
 #include "ServerPeer.h"
 
 //! Another user of the server, with the screens' keys.
-class UIPeer : public ServerPeer
-{
+class UIPeer : public ServerPeer {
 public:
     explicit UIPeer(const QString &url);
 };

@@ -57,7 +57,8 @@ void ScriptedSocket::emitWithAck(const QString &event, const QVariantList &items
     const quint64 id = m_nextAck++;
     if (m_status != Status::Connected) {
         // Nothing is sent; the acknowledgement times out.
-        QTimer::singleShot(int(timeoutSeconds * timeScale * 1000), this, [callback] { callback({QStringLiteral("NO ACK")}); });
+        QTimer::singleShot(int(timeoutSeconds * timeScale * 1000), this,
+            [callback] { callback({ QStringLiteral("NO ACK") }); });
         return;
     }
     m_emits.append({event, items, timeoutSeconds, QDateTime::currentMSecsSinceEpoch() - m_born, id});

@@ -7,8 +7,7 @@
 
 //! Another user of the reference server, driven by a test over a Socket.IO client of its own:
 //! virtual requests with its keys and session, and a record of the events pushed to it.
-class ServerPeer
-{
+class ServerPeer {
 public:
     ServerPeer(const QString &url, const QString &apiKey, const QString &clientKey);
 
