@@ -57,8 +57,8 @@ protected:
     IMRoomPtr listed(const QString &id, Parlo *facade = nullptr);
     //! A plain-HTTP JSON request to the server's test-control routes; the answer's JSON.
     QVariant control(const QByteArray &method, const QString &path, const QVariantMap &body = {});
-    //! From now on the facade's acknowledgement time-outs run for a fifth of their time.
-    static void shortenAckTimeouts() { QuickAckClient::timeScale = 0.2; }
+    //! From now on the facade's acknowledgement time-outs run for a tenth of their time.
+    static void shortenAckTimeouts() { QuickAckClient::timeScale = 0.1; }
     //! A unique client id starting with `prefix`.
     static QString uniqueID(const QString &prefix);
 
