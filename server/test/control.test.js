@@ -23,19 +23,19 @@ describe('fault switches', () => {
 
   test('drop handles the request but never acknowledges it, for "times" hits', async () => {
     assert.equal((await control('POST', 'faults', { path: '/room', method: 'post', action: 'drop', times: 1 })).status, 200);
-    await assert.rejects(u.request('post', '/room', { name: 'dropped' }, undefined, 300));
+    await assert.rejects(u.request('post', '/room', { name: 'dropped' }, undefined, 150));
     assert.deepEqual(await roomNames(), ['dropped']);
     assert.equal((await u.request('post', '/room', { name: 'answered' })).statusCode, 200);
     await control('POST', 'faults', { path: '/room', action: 'drop', handle: false, times: 1 });
-    await assert.rejects(u.request('post', '/room', { name: 'never' }, undefined, 300));
+    await assert.rejects(u.request('post', '/room', { name: 'never' }, undefined, 150));
     assert.deepEqual(await roomNames(), ['answered', 'dropped']);
   });
 
   test('delay answers late; status answers a chosen status, also on plain HTTP', async () => {
-    await control('POST', 'faults', { path: '/badge', action: 'delay', ms: 300 });
+    await control('POST', 'faults', { path: '/badge', action: 'delay', ms: 120 });
     const t0 = Date.now();
     assert.equal((await u.request('post', '/badge')).statusCode, 200);
-    assert.ok(Date.now() - t0 >= 280);
+    assert.ok(Date.now() - t0 >= 110);
     await control('DELETE', 'faults');
     await control('POST', 'faults', { path: '/message', prefix: true, method: 'get', action: 'status', status: 503, body: 'busy' });
     assert.deepEqual(await u.request('get', '/message/?room=x&offset=0&limit=1'), { statusCode: 503, body: 'busy' });

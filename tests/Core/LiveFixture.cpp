@@ -5,54 +5,6 @@
 #include <QNetworkReply>
 #include <QUuid>
 
-Peer::Peer(const QString &url) : socket(QUrl(url), {})
-{
-    for (const char *event : {"message", "didUpdateMessage", "joined", "receive", "roomDidUpadte"}) {
-        const QString name = QString::fromLatin1(event);
-        socket.on(name, [this, name](const QVariantList &items, const IMSocket::AckEmitter &) {
-            pushes[name].append(items.value(0).toMap());
-        });
-    }
-}
-
-bool Peer::connect()
-{
-    socket.connect();
-    return waitUntil([&] { return socket.status() == IMSocket::Status::Connected; }, 10000);
-}
-
-QVariantMap Peer::request(const QString &method, const QString &url, const QVariantMap &data)
-{
-    QVariantMap envelope{{"url", url},
-                         {"headers", QVariantMap{{"apiKey", kLiveApiKey}, {"clientKey", kLiveClientKey},
-                                                 {"clientID", clientID}, {"token", token}}}};
-    if (!data.isEmpty())
-        envelope["data"] = data;
-    QVariantMap answer;
-    bool done = false;
-    socket.emitWithAck(method, {envelope}, 10, [&](const QVariantList &items) {
-        answer = items.value(0).toMap();
-        done = true;
-    });
-    waitUntil([&] { return done; }, 12000);
-    return answer;
-}
-
-QVariantMap Peer::ok(const QString &method, const QString &url, const QVariantMap &data)
-{
-    const QVariantMap answer = request(method, url, data);
-    EXPECT_EQ(answer.value("statusCode").toInt(), 200) << url.toStdString() << " " << IMDescription(answer).toStdString();
-    return answer.value("body").toMap();
-}
-
-bool Peer::signUp(const QString &id)
-{
-    clientID = id;
-    const QVariantMap answer = request("post", "/client/", {{"clientID", id}, {"username", id}});
-    token = answer.value("body").toMap().value("token").toString();
-    return answer.value("statusCode").toInt() == 200 && !token.isEmpty();
-}
-
 void LiveCoreTest::SetUp()
 {
     CoreTest::SetUp();
@@ -61,6 +13,10 @@ void LiveCoreTest::SetUp()
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     parlo->setApiKey(kLiveApiKey);
     parlo->setClientKey(kLiveClientKey);
+    QuickAckClient::timeScale = 1.0;
+    parlo->setSocketFactory([](const QUrl &url, const QVariantMap &options) {
+        return new QuickAckClient(url, options);
+    });
 }
 
 void LiveCoreTest::TearDown()

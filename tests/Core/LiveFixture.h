@@ -6,32 +6,35 @@
 #include "CoreFixture.h"
 #include "IMSocketIOClient.h"
 #include "NodeProcess.h"
+#include "ServerPeer.h"
 
 #include <QJsonDocument>
+#include <atomic>
 
 inline const QString kLiveApiKey = QStringLiteral("live-api");
 inline const QString kLiveClientKey = QStringLiteral("live-client");
 
-//! A bare Socket.IO client acting as another user of the server; records the events pushed to it.
-class Peer
-{
+//! Another user of the server, with the live keys.
+class Peer : public ServerPeer {
 public:
-    explicit Peer(const QString &url);
+    explicit Peer(const QString &url)
+        : ServerPeer(url, kLiveApiKey, kLiveClientKey)
+    {
+    }
+};
 
-    bool connect();
-    //! Sends a virtual request and waits for its answer {"statusCode", "body"}.
-    QVariantMap request(const QString &method, const QString &url, const QVariantMap &data = {});
-    //! The body of a request that must answer 200 (the test fails otherwise).
-    QVariantMap ok(const QString &method, const QString &url, const QVariantMap &data = {});
-    //! Signs up as `id` and keeps the token.
-    bool signUp(const QString &id);
-    //! The payloads pushed under `event` so far.
-    QList<QVariantMap> pushed(const QString &event) const { return pushes.value(event); }
-
-    IMSocketIOClient socket;
-    QString clientID;
-    QString token;
-    QMap<QString, QList<QVariantMap>> pushes;
+//! The kit's client whose acknowledgement time-outs run for `timeScale` of the asked time, so that
+//! a test sees the facade's whole-second time-outs and retries without waiting seconds.
+class QuickAckClient : public IMSocketIOClient {
+public:
+    using IMSocketIOClient::IMSocketIOClient;
+    void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
+        AckCallback callback) override
+    {
+        IMSocketIOClient::emitWithAck(
+            event, items, timeoutSeconds * timeScale, std::move(callback));
+    }
+    static inline std::atomic<double> timeScale { 1.0 };
 };
 
 class LiveCoreTest : public CoreTest
@@ -54,6 +57,8 @@ protected:
     IMRoomPtr listed(const QString &id, Parlo *facade = nullptr);
     //! A plain-HTTP JSON request to the server's test-control routes; the answer's JSON.
     QVariant control(const QByteArray &method, const QString &path, const QVariantMap &body = {});
+    //! From now on the facade's acknowledgement time-outs run for a tenth of their time.
+    static void shortenAckTimeouts() { QuickAckClient::timeScale = 0.1; }
     //! A unique client id starting with `prefix`.
     static QString uniqueID(const QString &prefix);
 

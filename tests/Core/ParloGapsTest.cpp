@@ -156,7 +156,8 @@ TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
 TEST_F(LiveCoreTest, AfterTheServerEndsTheConnectionReconnectBringsTheFacadeBack)
 {
     parlo->reconnect(); // before any connection: nothing to do
-    ASSERT_TRUE(connectFacade());
+    parlo->connectWithURL(url, { { "reconnectWait", 0.1 } }, [] {});
+    ASSERT_TRUE(waitUntil([&] { return parlo->connectStatus() == 0; }, 10000));
     recorder.events.clear();
     EXPECT_EQ(control("POST", "/__control/disconnect", { { "all", true } })
                   .toMap()
@@ -165,7 +166,7 @@ TEST_F(LiveCoreTest, AfterTheServerEndsTheConnectionReconnectBringsTheFacadeBack
         1);
     ASSERT_TRUE(waitUntil(
         [&] { return recorder.events.contains("d:ChangeConnectStatus 1 io server disconnect"); }));
-    spinFor(1500); // longer than the socket's first reconnection delay: it stays away
+    spinFor(400); // four times the socket's first reconnection delay: it stays away
     EXPECT_EQ(parlo->connectStatus(), 1);
     parlo->reconnect();
     EXPECT_TRUE(waitUntil([&] { return parlo->connectStatus() == 0; }, 10000));

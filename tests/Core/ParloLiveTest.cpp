@@ -16,6 +16,7 @@ TEST_F(LiveCoreTest, ServerFailuresAndDroppedAcknowledgementsReachTheFailureBloc
     // Server gone: the request in flight ends once, with "NO ACK" after its retries. The server
     // holds the answer back, so that it cannot answer before it stops.
     control("POST", "/__control/faults", {{"path", "/room/list"}, {"prefix", true}, {"action", "drop"}});
+    shortenAckTimeouts();
     Outcome<> lost;
     parlo->emitWithMethod(0, list, lost.ok(), lost.fail());
     ASSERT_TRUE(waitUntil(

@@ -43,20 +43,8 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     shared->setClientKey(kLiveClientKey);
     shared->setDelegate(&recorder);
     IMUserDefaults::standardUserDefaults()->setCurrentUser({});
-    ASSERT_TRUE(connectFacade(shared));
-
     const QString me = uniqueID("me");
-    auto client = std::make_shared<IMClient>();
-    client->setClientID(me);
-    bool signedIn = false;
-    shared->signWithClient(
-        client,
-        [&](const IMClientPtr &) {
-            shared->chatinSuccess([&](const IMClientPtr &) { signedIn = true; },
-                                  [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
-        },
-        [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
-    ASSERT_TRUE(waitUntil([&] { return signedIn; }, 15000));
+    ASSERT_TRUE(signInAs(shared, url, me));
 
     Peer &peer = signedInPeer();
     const QString roomID = peer.ok("post", "/room", {{"name", "Pair"}, {"client", QVariantList{me}}}).value("id").toString();
@@ -205,6 +193,7 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     // A lost acknowledgement: a message is never sent twice, so it fails after one attempt.
     control("POST", "/__control/faults", {{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});
     parlo->setTimeout(1);
+    shortenAckTimeouts();
     IMMessagePtr lost = IMMessage::initWithRoom(ours);
     lost->setMessage("into the void");
     Outcome<IMMessagePtr> unanswered;

@@ -126,6 +126,7 @@ TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
     // A room fetch whose answer never comes ends with 999 after the time-out, without retries.
     control("POST", "/__control/faults", {{"path", "/room/" + closed}, {"action", "drop"}});
     parlo->setTimeout(1);
+    shortenAckTimeouts();
     Outcome<IMRoomPtr> lost;
     parlo->roomWithRoomID(closed, lost.ok(), lost.fail());
     ASSERT_TRUE(lost.wait());

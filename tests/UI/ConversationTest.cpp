@@ -92,7 +92,20 @@ protected:
         IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}});
     }
     void TearDown() override { IMSetAnimationsEnabled(true); }
+    //! The conversation screen on `room`, in a navigation controller filling the window, shown.
+    IMMessageViewController *showScreen(const IMRoomPtr &room, bool echoReads = false)
+    {
+        window.resize(390, 600);
+        auto *screen = new IMMessageViewController;
+        screen->echoReadToRoom = echoReads;
+        screen->setRoom(room);
+        window.setRootViewController(new IMNavigationController(screen));
+        window.show();
+        settle();
+        return screen;
+    }
     QTemporaryDir dir;
+    IMWindow window;
 };
 
 TEST_F(ConversationScreen, RowsShowSendingStatesOneTurnLaterAndCollapseAMissingAvatar)
@@ -131,14 +144,7 @@ TEST_F(ConversationScreen, BadMessagesStillDraw)
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
     Parlo::shareInstance()->fileSaveWithName(QStringLiteral("broken.jpg"), QByteArray("not a picture"));
     IMRoomPtr room = roomWithReads({{"me", "garbage"}, {"u1", 42}, {"u2", QVariant()}}, 3);
-    IMWindow window;
-    window.resize(390, 600);
-    auto *screen = new IMMessageViewController;
-    screen->echoReadToRoom = true;
-    screen->setRoom(room);
-    window.setRootViewController(new IMNavigationController(screen));
-    window.show();
-    settle();
+    IMMessageViewController *screen = showScreen(room, true);
     screen->setDataSource({IMMessage::fromDictionary({{"id", "a"}, {"messageType", "text"}, {"message", "no sender"}}),
                            msg("sticker", "u1", "not a date"), msg("text", "u1", {}, QString(1 << 20, QLatin1Char('x'))),
                            msg("image", "u1", "2026-11-20T10:00:00.000Z", "broken.jpg")});
@@ -155,14 +161,8 @@ TEST_F(ConversationScreen, BadMessagesStillDraw)
 
 TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheBottom)
 {
-    IMWindow window;
-    window.resize(390, 600);
-    auto *screen = new IMMessageViewController;
     const IMRoomPtr room = roomWithReads({});
-    screen->setRoom(room);
-    window.setRootViewController(new IMNavigationController(screen));
-    window.show();
-    settle();
+    IMMessageViewController *screen = showScreen(room);
     QList<IMMessagePtr> page;
     for (int i = 0; i < 40; ++i) {
         IMMessagePtr m = msg("text", i % 3 ? "bob" : "me", IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(i - 100)),
@@ -209,7 +209,6 @@ TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheB
 
 TEST_F(ConversationScreen, InputBarTakesTheBarsTintAndFollowsTheKeyboard)
 {
-    IMWindow window;
     window.resize(390, 600);
     auto *screen = new IMMessageViewController;
     screen->setRoom(roomWithReads({}));
@@ -239,11 +238,17 @@ TEST_F(ConversationLive, HistoryPagesBackAndLiveMessagesUpdatesDeletionsAndRecei
     signIn(QStringLiteral("alice"));
     UIPeer bob(url);
     ASSERT_TRUE(bob.signUp(QStringLiteral("bob")));
-    const QString roomID = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).toMap().value("id").toString();
+    const QString roomID
+        = bob.ok("post", "/room", { { "name", "Lunch" }, { "client", QVariantList { "alice" } } })
+              .value("id")
+              .toString();
     QStringList ids;
     for (int i = 0; i < 100; ++i)
-        ids << bob.ok("post", "/message/", {{"room", roomID}, {"message", QStringLiteral("history %1").arg(i)},
-                                           {"messageType", "text"}, {"idFromSender", i + 1}}).toMap().value("id").toString();
+        ids << bob.ok("post", "/message/",
+                      { { "room", roomID }, { "message", QStringLiteral("history %1").arg(i) },
+                          { "messageType", "text" }, { "idFromSender", i + 1 } })
+                   .value("id")
+                   .toString();
 
     IMWindow window;
     window.resize(390, 640);
@@ -271,8 +276,11 @@ TEST_F(ConversationLive, HistoryPagesBackAndLiveMessagesUpdatesDeletionsAndRecei
 
     // Bob writes, edits and deletes; Alice's screen follows.
     screen->scrollToBottomWithAnimate(false);
-    const QString fresh = bob.ok("post", "/message/", {{"room", roomID}, {"message", "fresh"}, {"messageType", "text"}, {"idFromSender", 1000}})
-                              .toMap().value("id").toString();
+    const QString fresh = bob.ok("post", "/message/",
+                                 { { "room", roomID }, { "message", "fresh" },
+                                     { "messageType", "text" }, { "idFromSender", 1000 } })
+                              .value("id")
+                              .toString();
     ASSERT_TRUE(waitUntil([&] { return screen->dataSource().size() == 101; }, 10000));
     EXPECT_TRUE(screen->isTableViewAtBottom());
     bob.ok("put", "/message/" + fresh, {{"message", "fresh, edited"}, {"messageType", "text"}});

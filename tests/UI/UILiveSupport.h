@@ -6,22 +6,13 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "IMSocketIOClient.h"
 #include "NodeProcess.h"
+#include "ServerPeer.h"
 
-//! Another user of the server: virtual requests over a socket of its own.
-class UIPeer
-{
+//! Another user of the server, with the screens' keys.
+class UIPeer : public ServerPeer {
 public:
     explicit UIPeer(const QString &url);
-    //! Connects and signs up as `id`.
-    bool signUp(const QString &id);
-    //! A request that must answer 200; its body (the test fails otherwise).
-    QVariant ok(const QString &method, const QString &path, const QVariantMap &data = {});
-
-    IMSocketIOClient socket;
-    QString clientID;
-    QString token;
 };
 
 class UILiveTest : public ::testing::Test

@@ -57,7 +57,8 @@ void ScriptedSocket::emitWithAck(const QString &event, const QVariantList &items
     const quint64 id = m_nextAck++;
     if (m_status != Status::Connected) {
         // Nothing is sent; the acknowledgement times out.
-        QTimer::singleShot(int(timeoutSeconds * 1000), this, [callback] { callback({QStringLiteral("NO ACK")}); });
+        QTimer::singleShot(int(timeoutSeconds * timeScale * 1000), this,
+            [callback] { callback({ QStringLiteral("NO ACK") }); });
         return;
     }
     m_emits.append({event, items, timeoutSeconds, QDateTime::currentMSecsSinceEpoch() - m_born, id});
@@ -66,7 +67,7 @@ void ScriptedSocket::emitWithAck(const QString &event, const QVariantList &items
     QObject::connect(timer, &QTimer::timeout, this, [this, id] { finish(id, {QStringLiteral("NO ACK")}); });
     m_pending[id] = Pending{std::move(callback), timer};
     if (timeoutSeconds > 0)
-        timer->start(int(timeoutSeconds * 1000));
+        timer->start(int(timeoutSeconds * timeScale * 1000));
     if (autoAnswer) {
         const QVariantList answerItems = autoAnswer(event, items);
         QTimer::singleShot(0, this, [this, id, answerItems] { answer(id, answerItems); });

@@ -56,6 +56,9 @@ public:
     std::function<QVariantList(const QString &event, const QVariantList &items)> autoAnswer;
     //! How many times connect() was called.
     int connectCalls = 0;
+    //! Acknowledgement time-outs run for this share of the asked time: a test can see whole-second
+    //! time-outs and their retries without waiting seconds.
+    double timeScale = 1.0;
 
 private:
     struct Pending

@@ -1,5 +1,7 @@
 #include "TestUtil.h"
+#include "IMClient.h"
 #include "NodeProcess.h"
+#include "Parlo.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -47,4 +49,25 @@ std::unique_ptr<NodeProcess> startReferenceServer(const QStringList &arguments)
                                                 QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
     EXPECT_TRUE(server->start()) << server->errorText().toStdString();
     return server;
+}
+
+bool signInAs(Parlo *parlo, const QString &url, const QString &id)
+{
+    parlo->connectWithURL(url, {}, [] {});
+    if (!waitUntil([&] { return parlo->connectStatus() == 0; }, 10000)) {
+        ADD_FAILURE() << "no connection to " << url.toStdString();
+        return false;
+    }
+    auto me = std::make_shared<IMClient>();
+    me->setClientID(id);
+    me->setUsername(id);
+    bool chattedIn = false;
+    const auto failed = [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); };
+    parlo->signWithClient(
+        me,
+        [&, parlo, failed](const IMClientPtr &) {
+            parlo->chatinSuccess([&](const IMClientPtr &) { chattedIn = true; }, failed);
+        },
+        failed);
+    return waitUntil([&] { return chattedIn; }, 15000);
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 class NodeProcess;
+class Parlo;
 
 //! Runs the calling thread's event loop until `done` is true or `timeoutMs` passes; returns `done()`.
 bool waitUntil(const std::function<bool()> &done, int timeoutMs = 5000);
@@ -16,3 +17,6 @@ QString makeTempDir();
 //! The reference chat server on a free port with `arguments`, started; the test fails if it
 //! does not start.
 std::unique_ptr<NodeProcess> startReferenceServer(const QStringList &arguments);
+//! Connects `parlo` to `url`, signs it up as `id` and chats in, as a host does; false (and the
+//! test fails) when any step does not succeed in time.
+bool signInAs(Parlo *parlo, const QString &url, const QString &id);
