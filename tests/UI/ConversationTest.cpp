@@ -155,7 +155,7 @@ TEST_F(ConversationScreen, BadMessagesStillDraw)
     settle(10);
     auto *picture = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(3)));
     ASSERT_TRUE(picture);
-    EXPECT_FALSE(picture->pictureImageView()->image().isNull());  // the placeholder, not nothing
+    EXPECT_TRUE(waitUntil([&] { return !picture->pictureImageView()->image().isNull(); }));  // the placeholder, not nothing
     EXPECT_FALSE(window.grab().isNull());
 }
 
