@@ -290,16 +290,22 @@ TEST_F(ComposingScreen, PictureViewerSnapsBackUnderFiftyPointsAndClosesAtFifty)
 class ComposingLive : public UILiveTest
 {
 protected:
+    // The recording platform goes in first: a default one made before it would be kept, unused.
+    void SetUp() override
+    {
+        platform = startRecording(dir);
+        UILiveTest::SetUp();
+    }
     void TearDown() override
     {
         UILiveTest::TearDown();
         stopRecording();
     }
+    RecordingPlatform *platform = nullptr;
 };
 
 TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
 {
-    RecordingPlatform *platform = startRecording(dir);
     platform->picked = testPicture(700);
     signIn(QStringLiteral("alice"));
     UIPeer bob(url);
