@@ -7,7 +7,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMClient::Private
+struct IMClient::Private : QSharedData
 {
     QString clientID;
     QString token;
@@ -22,7 +22,7 @@ struct IMClient::Private
     std::optional<quint64> totalBadge;
 };
 
-IMClient::IMClient() : d(std::make_unique<Private>()) { }
+IMClient::IMClient() : d(sharedEmpty<Private>()) { }
 IMClient::~IMClient() = default;
 
 IMClientPtr IMClient::fromDictionary(const QVariantMap &dictionary)
@@ -45,7 +45,7 @@ IMClientPtr IMClient::currentClient()
 
 bool IMClient::mergeOwnFields(const QVariantMap &dict)
 {
-    Private staged = *d;
+    Private staged = *std::as_const(d);
     const bool ok = read(dict, QStringLiteral("clientID"), &staged.clientID, toString)
                     && read(dict, QStringLiteral("token"), &staged.token, toString)
                     && read(dict, QStringLiteral("email"), &staged.email, toString)
@@ -58,7 +58,7 @@ bool IMClient::mergeOwnFields(const QVariantMap &dict)
                     && readOptional(dict, QStringLiteral("room"), &staged.room, toList)
                     && readOptional(dict, QStringLiteral("totalBadge"), &staged.totalBadge, toUInt64);
     if (ok)
-        *d = std::move(staged);
+        d = new Private(std::move(staged));
     return ok;
 }
 
@@ -66,7 +66,7 @@ IMClientPtr IMClient::copy() const
 {
     auto other = std::make_shared<IMClient>();
     other->copyObjectFieldsFrom(*this);
-    *other->d = *d;
+    other->d = d;
     return other;
 }
 

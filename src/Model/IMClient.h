@@ -79,7 +79,8 @@ protected:
 
 private:
     struct Private;
-    std::unique_ptr<Private> d;
+    // Shared between copies until one of them changes (`copy` costs a reference count).
+    QSharedDataPointer<Private> d;
 };
 
 Q_DECLARE_METATYPE(IMClientPtr)

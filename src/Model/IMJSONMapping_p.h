@@ -4,6 +4,7 @@
 // property (numbers and text convert into one another, as the server is not always consistent);
 // any other type is a mismatch and makes the whole record fail to map.
 
+#include <QSharedDataPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -12,6 +13,15 @@
 #include <optional>
 
 namespace IMJSONMapping {
+
+//! The one empty private part that new records share until their first change: making a
+//! record costs no allocation, and copying one costs a reference count.
+template<typename Private>
+QSharedDataPointer<Private> sharedEmpty()
+{
+    static const QSharedDataPointer<Private> empty(new Private);
+    return empty;
+}
 
 enum class Status {
     Absent,   //!< the key is missing or holds JSON null: the property is left as it is

@@ -2,9 +2,12 @@
 
 #include "IMDate.h"
 #include "IMJSONMapping_p.h"
+#include "IMJSONText_p.h"
+#include "IMMessage_p.h"
 
 #include <QRandomGenerator>
 #include <iterator>
+#include <mutex>
 #include <optional>
 
 using namespace IMJSONMapping;
@@ -21,7 +24,34 @@ struct IMMessage::Private
     IMMessageOptionPtr option;
 };
 
+struct IMMessage::Deferred
+{
+    QByteArray text;  //!< the stored record
+    IMJSONText::Span room, sender, option;
+};
+
 namespace {
+// The nested records' keys, in the order of `Deferred`'s spans.
+const QLatin1StringView kNestedKeys[] = { QLatin1StringView("room"), QLatin1StringView("sender"),
+                                          QLatin1StringView("option") };
+
+// Sets the nested records from their dictionaries. Nested records that are not dictionaries or
+// do not map are skipped, as every property here is optional.
+template<typename Private>
+void mergeNested(Private &staged, const std::optional<QVariantMap> &room, const std::optional<QVariantMap> &sender,
+                 const std::optional<QVariantMap> &option)
+{
+    if (room)
+        if (IMRoomPtr record = IMRoom::fromDictionary(*room))
+            staged.room = record;
+    if (sender)
+        if (IMClientPtr record = IMClient::fromDictionary(*sender))
+            staged.sender = record;
+    if (option)
+        if (IMMessageOptionPtr record = IMMessageOption::fromDictionary(*option))
+            staged.option = record;
+}
+
 qint64 randomIdFromSender() { return qint64(QRandomGenerator::global()->generate()); }
 
 // The local day text of a timestamp, null when there is none.
@@ -33,7 +63,42 @@ QString localDay(const QString &timestamp)
 } // namespace
 
 IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
-IMMessage::~IMMessage() = default;
+IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
+
+IMMessagePtr IMMessageStoredText::read(const char *data, qsizetype size)
+{
+    QVariantMap dict;
+    IMJSONText::Span spans[std::size(kNestedKeys)];
+    if (!IMJSONText::parseObject(data, size, &dict, kNestedKeys, int(std::size(kNestedKeys)), spans))
+        return nullptr;
+    auto message = std::make_shared<IMMessage>();
+    if (!message->mergeFromDictionary(dict))
+        return nullptr;
+    if (spans[0].size || spans[1].size || spans[2].size)
+        message->deferred.store(new IMMessage::Deferred{ QByteArray(data, size), spans[0], spans[1], spans[2] },
+                                std::memory_order_release);
+    return message;
+}
+
+void IMMessage::decodeDeferred() const
+{
+    if (!deferred.load(std::memory_order_acquire))
+        return;
+    // Decoding is rare and short: one lock for every message.
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    const std::unique_ptr<Deferred> pending(deferred.load(std::memory_order_relaxed));
+    if (!pending)
+        return;
+    const auto nested = [&pending](const IMJSONText::Span &span) -> std::optional<QVariantMap> {
+        QVariantMap map;
+        if (span.size && IMJSONText::parseObject(pending->text.constData() + span.offset, span.size, &map))
+            return map;
+        return std::nullopt;
+    };
+    mergeNested(*d, nested(pending->room), nested(pending->sender), nested(pending->option));
+    deferred.store(nullptr, std::memory_order_release);
+}
 
 IMMessagePtr IMMessage::create()
 {
@@ -69,6 +134,7 @@ QList<IMMessagePtr> IMMessage::arrayOfModelsFromDictionaries(const QVariantList 
 
 bool IMMessage::mergeOwnFields(const QVariantMap &dict)
 {
+    decodeDeferred();  // what the dictionary holds replaces it
     Private staged = *d;
     const bool ok = read(dict, QStringLiteral("message"), &staged.message, toString)
                     && read(dict, QStringLiteral("messageType"), &staged.messageType, toString)
@@ -76,28 +142,20 @@ bool IMMessage::mergeOwnFields(const QVariantMap &dict)
                     && readOptional(dict, QStringLiteral("sendingType"), &staged.sendingType, toUInt64);
     if (!ok)
         return false;
-    // Nested records that are not dictionaries or do not map are skipped, as every property
-    // here is optional.
     const auto nested = [&dict](const QString &key) {
         const auto it = dict.constFind(key);
         return it != dict.constEnd() && it->typeId() == QMetaType::QVariantMap ? std::optional(it->toMap())
                                                                                : std::nullopt;
     };
-    if (const auto room = nested(QStringLiteral("room")))
-        if (IMRoomPtr record = IMRoom::fromDictionary(*room))
-            staged.room = record;
-    if (const auto sender = nested(QStringLiteral("sender")))
-        if (IMClientPtr record = IMClient::fromDictionary(*sender))
-            staged.sender = record;
-    if (const auto option = nested(QStringLiteral("option")))
-        if (IMMessageOptionPtr record = IMMessageOption::fromDictionary(*option))
-            staged.option = record;
+    mergeNested(staged, nested(QStringLiteral("room")), nested(QStringLiteral("sender")),
+                nested(QStringLiteral("option")));
     *d = std::move(staged);
     return true;
 }
 
 QVariantMap IMMessage::toDictionary() const
 {
+    decodeDeferred();
     QVariantMap dict = IMObject::toDictionary();
     writeString(dict, QStringLiteral("message"), d->message);
     writeString(dict, QStringLiteral("messageType"), d->messageType);
@@ -126,10 +184,26 @@ void IMMessage::setMessageWithType(int index)
         d->messageType = *types[index];
 }
 
-IMRoomPtr IMMessage::room() const { return d->room; }
-void IMMessage::setRoom(const IMRoomPtr &room) { d->room = room; }
-IMClientPtr IMMessage::sender() const { return d->sender; }
-void IMMessage::setSender(const IMClientPtr &sender) { d->sender = sender; }
+IMRoomPtr IMMessage::room() const
+{
+    decodeDeferred();
+    return d->room;
+}
+void IMMessage::setRoom(const IMRoomPtr &room)
+{
+    decodeDeferred();
+    d->room = room;
+}
+IMClientPtr IMMessage::sender() const
+{
+    decodeDeferred();
+    return d->sender;
+}
+void IMMessage::setSender(const IMClientPtr &sender)
+{
+    decodeDeferred();
+    d->sender = sender;
+}
 qint64 IMMessage::idFromSender() const { return d->idFromSender.value_or(0); }
 void IMMessage::setIdFromSender(qint64 idFromSender) { d->idFromSender = idFromSender; }
 bool IMMessage::hasIdFromSender() const { return d->idFromSender.has_value(); }
@@ -138,13 +212,23 @@ void IMMessage::setSendingType(quint64 sendingType) { d->sendingType = sendingTy
 bool IMMessage::hasSendingType() const { return d->sendingType.has_value(); }
 QVariant IMMessage::temp() const { return d->temp; }
 void IMMessage::setTemp(const QVariant &temp) { d->temp = temp; }
-IMMessageOptionPtr IMMessage::option() const { return d->option; }
-void IMMessage::setOption(const IMMessageOptionPtr &option) { d->option = option; }
+IMMessageOptionPtr IMMessage::option() const
+{
+    decodeDeferred();
+    return d->option;
+}
+void IMMessage::setOption(const IMMessageOptionPtr &option)
+{
+    decodeDeferred();
+    d->option = option;
+}
 
 void IMMessage::copyPropertiesFromMessage(const IMMessagePtr &other)
 {
     if (!other || other.get() == this)
         return;
+    decodeDeferred();  // `option` stays as it is
+    other->decodeDeferred();
     setUrl(other->url());
     setClassName(other->className());
     setObjectID(other->objectID());

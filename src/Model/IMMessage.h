@@ -6,6 +6,7 @@
 #include "IMRoom.h"
 
 #include <QVariant>
+#include <atomic>
 
 class IMMessage;
 using IMMessagePtr = std::shared_ptr<IMMessage>;
@@ -104,6 +105,12 @@ protected:
 private:
     struct Private;
     std::unique_ptr<Private> d;
+    // A message read back from the store keeps its room, sender and options as text until one
+    // of them is first used (any thread may be the first).
+    struct Deferred;
+    mutable std::atomic<Deferred *> deferred{ nullptr };
+    void decodeDeferred() const;
+    friend struct IMMessageStoredText;
 };
 
 Q_DECLARE_METATYPE(IMMessagePtr)

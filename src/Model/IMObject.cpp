@@ -6,7 +6,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMObject::Private
+struct IMObject::Private : QSharedData
 {
     QString url;
     QString className;
@@ -16,7 +16,7 @@ struct IMObject::Private
     std::optional<QVariantMap> data;
 };
 
-IMObject::IMObject() : d(std::make_unique<Private>()) { }
+IMObject::IMObject() : d(sharedEmpty<Private>()) { }
 IMObject::~IMObject() = default;
 
 IMObjectPtr IMObject::fromDictionary(const QVariantMap &dictionary)
@@ -32,7 +32,7 @@ QList<IMObjectPtr> IMObject::arrayOfModelsFromDictionaries(const QVariantList &a
 
 bool IMObject::mergeFromDictionary(const QVariantMap &dictionary)
 {
-    Private staged = *d;
+    Private staged = *std::as_const(d);
     const bool ok = read(dictionary, QStringLiteral("url"), &staged.url, toString)
                     && read(dictionary, QStringLiteral("className"), &staged.className, toString)
                     && read(dictionary, QStringLiteral("id"), &staged.objectID, toString)
@@ -42,7 +42,7 @@ bool IMObject::mergeFromDictionary(const QVariantMap &dictionary)
     // The subclass commits its own part only when it maps; ours follows.
     if (!ok || !mergeOwnFields(dictionary))
         return false;
-    *d = std::move(staged);
+    d = new Private(std::move(staged));
     return true;
 }
 
@@ -74,7 +74,7 @@ QVariantMap IMObject::data() const { return d->data.value_or(QVariantMap()); }
 void IMObject::setData(const QVariantMap &data) { d->data = data; }
 bool IMObject::hasData() const { return d->data.has_value(); }
 void IMObject::copyDataFrom(const IMObject &other) { d->data = other.d->data; }
-void IMObject::copyObjectFieldsFrom(const IMObject &other) { *d = *other.d; }
+void IMObject::copyObjectFieldsFrom(const IMObject &other) { d = other.d; }
 
 void IMObject::saveInBackGround()
 {

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QMetaType>
+#include <QSharedDataPointer>
 #include <QString>
 #include <QVariantList>
 #include <QVariantMap>
@@ -79,7 +80,8 @@ protected:
 
 private:
     struct Private;
-    std::unique_ptr<Private> d;
+    // Shared between copies until one of them changes (`copy` costs a reference count).
+    QSharedDataPointer<Private> d;
 };
 
 Q_DECLARE_METATYPE(IMObjectPtr)

@@ -7,7 +7,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMRoom::Private
+struct IMRoom::Private : QSharedData
 {
     QString name;
     QString thumbnail;
@@ -17,11 +17,10 @@ struct IMRoom::Private
     std::optional<QStringList> archivedBy;
     std::optional<QVariantMap> readTime;
     QString lastMessageTime;
-    IMClientPtr sender;
     std::optional<qint32> badge;
 };
 
-IMRoom::IMRoom() : d(std::make_unique<Private>()) { }
+IMRoom::IMRoom() : d(sharedEmpty<Private>()) { }
 IMRoom::~IMRoom() = default;
 
 IMRoomPtr IMRoom::fromDictionary(const QVariantMap &dictionary)
@@ -37,7 +36,7 @@ QList<IMRoomPtr> IMRoom::arrayOfModelsFromDictionaries(const QVariantList &array
 
 bool IMRoom::mergeOwnFields(const QVariantMap &dict)
 {
-    Private staged = *d;
+    Private staged = *std::as_const(d);
     const bool ok = read(dict, QStringLiteral("name"), &staged.name, toString)
                     && read(dict, QStringLiteral("thumbnail"), &staged.thumbnail, toString)
                     && readOptional(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
@@ -53,9 +52,9 @@ bool IMRoom::mergeOwnFields(const QVariantMap &dict)
     const auto sender = dict.constFind(QStringLiteral("sender"));
     if (sender != dict.constEnd() && sender->typeId() == QMetaType::QVariantMap) {
         if (IMClientPtr client = IMClient::fromDictionary(sender->toMap()))
-            staged.sender = client;
+            senderRecord = client;
     }
-    *d = std::move(staged);
+    d = new Private(std::move(staged));
     return true;
 }
 
@@ -63,9 +62,9 @@ IMRoomPtr IMRoom::copy() const
 {
     auto other = std::make_shared<IMRoom>();
     other->copyObjectFieldsFrom(*this);
-    *other->d = *d;
-    if (d->sender)
-        other->d->sender = d->sender->copy();
+    other->d = d;
+    if (senderRecord)
+        other->senderRecord = senderRecord->copy();
     return other;
 }
 
@@ -80,8 +79,8 @@ QVariantMap IMRoom::toDictionary() const
     writeOptional(dict, QStringLiteral("archivedBy"), d->archivedBy);
     writeOptional(dict, QStringLiteral("readTime"), d->readTime);
     writeString(dict, QStringLiteral("lastMessageTime"), d->lastMessageTime);
-    if (d->sender)
-        dict.insert(QStringLiteral("sender"), d->sender->toDictionary());
+    if (senderRecord)
+        dict.insert(QStringLiteral("sender"), senderRecord->toDictionary());
     writeOptional(dict, QStringLiteral("badge"), d->badge);
     return dict;
 }
@@ -119,8 +118,8 @@ QVariantMap IMRoom::readTime() const { return d->readTime.value_or(QVariantMap()
 void IMRoom::setReadTime(const QVariantMap &readTime) { d->readTime = readTime; }
 QString IMRoom::lastMessageTime() const { return d->lastMessageTime; }
 void IMRoom::setLastMessageTime(const QString &lastMessageTime) { d->lastMessageTime = lastMessageTime; }
-IMClientPtr IMRoom::sender() const { return d->sender; }
-void IMRoom::setSender(const IMClientPtr &sender) { d->sender = sender; }
+IMClientPtr IMRoom::sender() const { return senderRecord; }
+void IMRoom::setSender(const IMClientPtr &sender) { senderRecord = sender; }
 qint32 IMRoom::badge() const { return d->badge.value_or(0); }
 void IMRoom::setBadge(qint32 badge) { d->badge = badge; }
 bool IMRoom::hasBadge() const { return d->badge.has_value(); }

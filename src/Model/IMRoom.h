@@ -79,7 +79,9 @@ protected:
 
 private:
     struct Private;
-    std::unique_ptr<Private> d;
+    // Shared between copies until one of them changes (`copy` costs a reference count).
+    QSharedDataPointer<Private> d;
+    IMClientPtr senderRecord;  // a record of its own in every copy, so kept beside `d`
 };
 
 Q_DECLARE_METATYPE(IMRoomPtr)

@@ -3,6 +3,7 @@
 #include "IMDB_p.h"
 #include "IMDate.h"
 #include "IMJSONText_p.h"
+#include "IMMessage_p.h"
 #include "IMDispatch.h"
 #include "IMLog.h"
 
@@ -19,7 +20,7 @@ const char kMessagePageQuery[] = "WHERE createdAt < ? AND roomID = ? ORDER BY cr
 // Records found through the index, joined with the records themselves.
 QByteArray indexQuery(const char *fragment)
 {
-    return QByteArrayLiteral("SELECT d.collection, d.key, d.data FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
+    return QByteArrayLiteral("SELECT d.collection, d.key, d.data, d.rowid FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
                              " JOIN \"database\" AS d ON d.rowid = i.rowid ")
            + fragment;
 }
@@ -73,6 +74,8 @@ IMDBRow rowFor(const IMMessage &message)
 // defaults, so that it equals the record that was stored (`temp` aside).
 IMObjectPtr recordFrom(const QByteArray &collection, const char *data, int size)
 {
+    if (collection == "Message")
+        return IMMessageStoredText::read(data, size);
     QVariantMap dict;
     if (!IMJSONText::parseObject(data, size, &dict))
         return nullptr;
@@ -175,11 +178,14 @@ void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
 {
     IMDB::Private *d = this;
     const QByteArray collectionName(collection);
+    QVector<qint64> rowids;
+    rowids.reserve(rows.size());
     if (d->transaction([&] {
+        sqlite3_stmt *upsert = d->statement(kUpsert);
+        sqlite3_stmt *index = d->statement(kIndexRow);
+        if (!upsert || !index)
+            return false;
         for (const IMDBRow &row : rows) {
-            sqlite3_stmt *upsert = d->statement(kUpsert);
-            if (!upsert)
-                return false;
             bindText(upsert, 1, collectionName);
             bindText(upsert, 2, row.key);
             bindText(upsert, 3, row.data);
@@ -189,11 +195,9 @@ void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
                 return false;
             }
             const sqlite3_int64 rowid = sqlite3_column_int64(upsert, 0);
+            rowids.append(rowid);
             sqlite3_reset(upsert);
 
-            sqlite3_stmt *index = d->statement(kIndexRow);
-            if (!index)
-                return false;
             const QByteArray roomID = row.roomID.toUtf8();
             sqlite3_bind_int64(index, 1, rowid);
             bindDate(index, 2, row.createdAt);
@@ -207,8 +211,8 @@ void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
         }
         return true;
     }) && collectionName == "Room") {
-        for (const IMDBRow &row : rows)
-            d->cacheRoom(row.key, row.room);
+        for (qsizetype i = 0; i < rows.size(); ++i)
+            d->cacheRoom(rowids.at(i), rows.at(i).room);
     }
     d->recoverIfDamaged();
 }
@@ -230,10 +234,10 @@ void IMDB::saveMessages(const QList<IMMessagePtr> &messages)
         d->save("Message", rows);
 }
 
-void IMDB::Private::cacheRoom(const QByteArray &key, const IMRoomPtr &room)
+void IMDB::Private::cacheRoom(qint64 rowid, const IMRoomPtr &room)
 {
-    if (room && (roomCache.size() < kRoomCacheLimit || roomCache.contains(key)))
-        roomCache.insert(key, room);
+    if (room && (roomCache.size() < kRoomCacheLimit || roomCache.contains(rowid)))
+        roomCache.insert(rowid, room);
 }
 
 QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
@@ -250,24 +254,32 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
     }
     bind(stmt);
     int rc;
+    // Column texts are looked at in place: a row costs no copies until it becomes a record.
+    const auto text = [stmt](int column) {
+        const char *data = reinterpret_cast<const char *>(sqlite3_column_text(stmt, column));
+        return QByteArray::fromRawData(data, data ? sqlite3_column_bytes(stmt, column) : 0);
+    };
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
-        const QByteArray collection(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 0)),
-                                    sqlite3_column_bytes(stmt, 0));
+        const QByteArray collection = text(0);
         if (!only.isNull() && collection != only)
             continue;
         const bool isRoom = collection == "Room";
-        QByteArray key;
+        qint64 rowid = 0;
         if (isRoom) {
-            key = QByteArray(reinterpret_cast<const char *>(sqlite3_column_text(stmt, 1)), sqlite3_column_bytes(stmt, 1));
-            if (const IMRoomPtr cached = roomCache.value(key)) {
-                out.append(cached->copy());
+            // Stores written by earlier versions may hold a room under the empty key: it is no room to list.
+            if (!only.isNull() && sqlite3_column_bytes(stmt, 1) == 0)
+                continue;
+            rowid = sqlite3_column_int64(stmt, 3);
+            const auto cached = roomCache.constFind(rowid);
+            if (cached != roomCache.constEnd()) {
+                out.append(cached.value()->copy());
                 continue;
             }
         }
         const char *data = reinterpret_cast<const char *>(sqlite3_column_blob(stmt, 2));
         if (IMObjectPtr record = recordFrom(collection, data, sqlite3_column_bytes(stmt, 2))) {
             if (isRoom)
-                cacheRoom(key, std::static_pointer_cast<IMRoom>(record)->copy());
+                cacheRoom(rowid, std::static_pointer_cast<IMRoom>(record)->copy());
             out.append(std::move(record));
         }
     }
@@ -293,13 +305,11 @@ QList<IMRoomPtr> IMDB::getAllRooms()
         std::lock_guard<std::mutex> lock(d->mutex);
         records = d->query(sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"));
     }
+    // Only rooms were kept (made as IMRoom from the "Room" collection), none under the empty key.
     QList<IMRoomPtr> rooms;
     rooms.reserve(records.size());
-    // Stores written by earlier versions may hold a room under the empty key; it is not listed.
-    for (const IMObjectPtr &record : records)
-        if (auto room = std::dynamic_pointer_cast<IMRoom>(record);
-            room && !room->objectID().isEmpty())
-            rooms.append(std::move(room));
+    for (IMObjectPtr &record : records)
+        rooms.append(std::static_pointer_cast<IMRoom>(std::move(record)));
     return rooms;
 }
 
@@ -368,7 +378,7 @@ bool IMDB::isRoomMessagesViewRegistered() const
 QList<IMMessagePtr> IMDB::roomMessagesViewGroup(const QString &roomID)
 {
     static const QByteArray sql =
-            "SELECT 'Message', NULL, data FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
+            "SELECT 'Message', NULL, data, NULL FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
     const QByteArray group = roomID.toUtf8();
     QList<IMObjectPtr> records;
     {

@@ -38,9 +38,10 @@ struct IMDB::Private
     //! Rooms as stored, by key: the room list is read far more often than rooms change, and
     //! decoding thousands of archived rooms each time would dominate it. Handed out as copies
     //! only; filled by saves and reads, emptied whenever the file is closed.
-    QHash<QByteArray, IMRoomPtr> roomCache;
+    //! Keyed by the row's id, which a replaced room keeps (and compared without touching key texts).
+    QHash<qint64, IMRoomPtr> roomCache;
     static constexpr qsizetype kRoomCacheLimit = 50000;
-    void cacheRoom(const QByteArray &key, const IMRoomPtr &room);
+    void cacheRoom(qint64 rowid, const IMRoomPtr &room);
     quint64 observer = 0;
 
     ~Private();
@@ -82,7 +83,8 @@ struct IMDB::Private
     //! Writes `rows` into `collection` and the index in one transaction.
     void save(const char *collection, const QVector<IMDBRow> &rows);
     //! Runs an index query whose parameters `bind` sets; every readable record, in order
-    //! (only those of `collection` when it is given: the others are not even decoded).
+    //! (only those of `collection` when it is given: the others are not even decoded; then a
+    //! room stored under the empty key is left out too).
     QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
                              const QByteArray &collection = QByteArray());
 

@@ -2,5 +2,4 @@ set(_dir ${CMAKE_CURRENT_LIST_DIR})
 list(APPEND PARLO_CORE_PUBLIC_HEADERS
   ${_dir}/IMUserDefaults.h ${_dir}/IMDB.h)
 list(APPEND PARLO_CORE_SOURCES
-  ${_dir}/IMUserDefaults.cpp ${_dir}/IMDB_p.h ${_dir}/IMDB.cpp ${_dir}/IMDBSchema.cpp
-  ${_dir}/IMJSONText_p.h ${_dir}/IMJSONText.cpp)
+  ${_dir}/IMUserDefaults.cpp ${_dir}/IMDB_p.h ${_dir}/IMDB.cpp ${_dir}/IMDBSchema.cpp)

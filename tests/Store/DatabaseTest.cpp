@@ -81,6 +81,25 @@ TEST_F(StoreTest, RecordsReadBackEqualWhatWasStored)
     // Unset properties stay unset: reading back does not apply a new message's defaults.
     EXPECT_EQ(page.first()->toDictionary(), sent->toDictionary());
     EXPECT_FALSE(page.first()->temp().isValid());
+
+    // A message's nested records are decoded when first used: by several threads at once, or
+    // after one of them was replaced, which the stored one must not overwrite.
+    sent->setSender(IMClient::fromDictionary({ { "id", "c9" } }));
+    db->saveMessages({ sent });
+    const auto read = [&] { return db->queryMessagesForRoom(stored, QDateTime::currentDateTimeUtc(), 10).value(0); };
+    const IMMessagePtr shared = read();
+    std::vector<std::thread> readers;
+    std::atomic<int> same{ 0 };
+    for (int t = 0; t < 4; ++t)
+        readers.emplace_back([&] { same += int(shared->room()->objectID() == "r1" && shared->sender()->objectID() == "c9"); });
+    for (auto &reader : readers)
+        reader.join();
+    EXPECT_EQ(same.load(), 4);
+    const IMMessagePtr replaced = read();
+    replaced->setSender(nullptr);
+    EXPECT_EQ(replaced->room()->objectID(), "r1");
+    EXPECT_FALSE(replaced->sender());
+    EXPECT_TRUE(replaced->option());
 }
 
 TEST_F(StoreTest, SavedMessagesFollowTheRoomsInTheRoomListQuery)

@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QVariantHash>
 #include <QVariantList>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -11,10 +12,37 @@
 namespace IMJSONText {
 
 namespace {
+void writeEscaped(const QByteArray &utf8, QByteArray *out);
+
 void writeString(const QString &text, QByteArray *out)
 {
-    const QByteArray utf8 = text.toUtf8();
+    // Most texts are plain ASCII with nothing to escape: copied straight, in chunks.
+    const char16_t *p = reinterpret_cast<const char16_t *>(text.utf16());
+    const char16_t *const end = p + text.size();
+    char chunk[256];
+    int used = 0;
     out->append('"');
+    for (; p < end; ++p) {
+        const char16_t c = *p;
+        if (c >= 0x80 || c < 0x20 || c == u'"' || c == u'\\')
+            break;
+        if (used == int(sizeof chunk)) {
+            out->append(chunk, used);
+            used = 0;
+        }
+        chunk[used++] = char(c);
+    }
+    out->append(chunk, used);
+    if (p == end) {
+        out->append('"');
+        return;
+    }
+    writeEscaped(QStringView(p, end).toUtf8(), out);
+}
+
+// The rest of a text that needs escapes or is not ASCII, and its closing quote.
+void writeEscaped(const QByteArray &utf8, QByteArray *out)
+{
     const char *p = utf8.constData();
     const char *run = p;
     const char *end = p + utf8.size();
@@ -41,6 +69,14 @@ void writeString(const QString &text, QByteArray *out)
     }
     out->append(run, end - run);
     out->append('"');
+}
+
+template<typename Integer>
+void writeInteger(Integer value, QByteArray *out)
+{
+    char digits[24];
+    const auto result = std::to_chars(digits, digits + sizeof digits, value);
+    out->append(digits, result.ptr - digits);
 }
 
 void writeValue(const QVariant &value, QByteArray *out, int depth);
@@ -83,14 +119,14 @@ void writeValue(const QVariant &value, QByteArray *out, int depth)
     case QMetaType::Short:
     case QMetaType::Char:
     case QMetaType::SChar:
-        out->append(QByteArray::number(value.toLongLong()));
+        writeInteger(value.toLongLong(), out);
         return;
     case QMetaType::UInt:
     case QMetaType::ULong:
     case QMetaType::ULongLong:
     case QMetaType::UShort:
     case QMetaType::UChar:
-        out->append(QByteArray::number(value.toULongLong()));
+        writeInteger(value.toULongLong(), out);
         return;
     case QMetaType::Double:
     case QMetaType::Float: {
@@ -134,10 +170,35 @@ void writeValue(const QVariant &value, QByteArray *out, int depth)
     }
 }
 
+// The records' own keys, shared instead of made anew for every parsed object.
+QString knownKey(const char *data, qsizetype size)
+{
+    static const QString keys[] = {
+        QStringLiteral("id"), QStringLiteral("createdAt"), QStringLiteral("updatedAt"), QStringLiteral("message"),
+        QStringLiteral("messageType"), QStringLiteral("idFromSender"), QStringLiteral("sendingType"),
+        QStringLiteral("room"), QStringLiteral("sender"), QStringLiteral("option"), QStringLiteral("clientID"),
+        QStringLiteral("username"), QStringLiteral("photo"), QStringLiteral("name"), QStringLiteral("thumbnail"),
+        QStringLiteral("isPublic"), QStringLiteral("client"), QStringLiteral("archivedBy"),
+        QStringLiteral("readTime"), QStringLiteral("lastMessageTime"), QStringLiteral("badge"),
+        QStringLiteral("url"), QStringLiteral("className"), QStringLiteral("data"), QStringLiteral("token"),
+        QStringLiteral("pushMessage"), QStringLiteral("needToPush"), QStringLiteral("badgeIncrease"),
+        QStringLiteral("pushSound"), QStringLiteral("totalBadge"), QStringLiteral("chatinAt"),
+    };
+    for (const QString &key : keys)
+        if (key.size() == size && QLatin1StringView(data, size) == key)
+            return key;
+    return QString();
+}
+
 class Parser
 {
 public:
-    Parser(const char *data, qsizetype size) : p(data), end(data + size) { }
+    Parser(const char *data, qsizetype size) : begin(data), p(data), end(data + size) { }
+
+    //! Keys whose top-level values are only checked, and where each was found.
+    const QLatin1StringView *deferredKeys = nullptr;
+    int deferredCount = 0;
+    Span *spans = nullptr;
 
     bool object(QVariantMap *out)
     {
@@ -149,6 +210,7 @@ public:
     }
 
 private:
+    const char *const begin;
     const char *p;
     const char *end;
     static constexpr int kMaxDepth = 256;
@@ -189,7 +251,7 @@ private:
         return true;
     }
 
-    bool string(QString *out)
+    bool string(QString *out, bool isKey = false)
     {
         if (p >= end || *p != '"')
             return false;
@@ -202,7 +264,10 @@ private:
         if (p >= end)
             return false;
         if (*p == '"') {
-            *out = QString::fromUtf8(start, p - start);
+            if (isKey)
+                *out = knownKey(start, p - start);
+            if (out->isNull())
+                *out = QString::fromUtf8(start, p - start);
             ++p;
             return true;
         }
@@ -340,16 +405,20 @@ private:
         while (true) {
             skip();
             QString key;
-            if (!string(&key))
+            if (!string(&key, true))
                 return false;
             skip();
             if (p >= end || *p != ':')
                 return false;
             ++p;
             QVariant v;
-            if (!value(&v, depth))
+            if (depth == 0 && deferred(key)) {
+                // Checked, not kept: the caller decodes the text when it needs it.
+            } else if (!value(&v, depth)) {
                 return false;
-            map.insert(key, std::move(v));
+            } else {
+                map.insert(key, std::move(v));
+            }
             skip();
             if (p < end && *p == ',') {
                 ++p;
@@ -362,6 +431,138 @@ private:
             }
             return false;
         }
+    }
+
+    // For a deferred key: checks the value that follows and notes where it lies.
+    bool deferred(const QString &key)
+    {
+        for (int i = 0; i < deferredCount; ++i) {
+            if (key != deferredKeys[i])
+                continue;
+            skip();
+            const char *start = p;
+            if (!(p < end && (*p == '{' || *p == '[') ? skipContainer() : check(1)))
+                return false;
+            spans[i] = Span{ start - begin, p - start };
+            return true;
+        }
+        return false;
+    }
+    // Moves past the object or array at `p`, matching brackets outside strings; what lies
+    // inside is checked when it is decoded. False when the text ends first.
+    bool skipContainer()
+    {
+        int depth = 0;
+        while (p < end) {
+            const char c = *p++;
+            if (c == '"') {
+                while (true) {
+                    while (p < end && *p != '"' && *p != '\\')
+                        ++p;
+                    if (p >= end)
+                        return false;
+                    if (*p == '"')
+                        break;
+                    if (end - p < 2)
+                        return false;
+                    p += 2;
+                }
+                ++p;
+            } else if (c == '{' || c == '[') {
+                ++depth;
+            } else if ((c == '}' || c == ']') && --depth == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+    // Walks one value without building it; false for malformed text (as `value` would find).
+    bool check(int depth)
+    {
+        skip();
+        if (p >= end)
+            return false;
+        switch (*p) {
+        case '{':
+        case '[': {
+            if (depth > kMaxDepth)
+                return false;
+            const char close = *p == '{' ? '}' : ']';
+            const bool object = close == '}';
+            ++p;
+            skip();
+            if (p < end && *p == close) {
+                ++p;
+                return true;
+            }
+            while (true) {
+                if (object) {
+                    skip();
+                    if (!checkString())
+                        return false;
+                    skip();
+                    if (p >= end || *p != ':')
+                        return false;
+                    ++p;
+                }
+                if (!check(depth + 1))
+                    return false;
+                skip();
+                if (p < end && *p == ',') {
+                    ++p;
+                    continue;
+                }
+                if (p < end && *p == close) {
+                    ++p;
+                    return true;
+                }
+                return false;
+            }
+        }
+        case '"':
+            return checkString();
+        case 't':
+            return literal("true");
+        case 'f':
+            return literal("false");
+        case 'n':
+            return literal("null");
+        default: {
+            QVariant number;
+            return this->number(&number);
+        }
+        }
+    }
+    bool checkString()
+    {
+        if (p >= end || *p != '"')
+            return false;
+        ++p;
+        while (p < end && *p != '"') {
+            const unsigned char c = static_cast<unsigned char>(*p++);
+            if (c < 0x20)
+                return false;
+            if (c != '\\')
+                continue;
+            if (p >= end)
+                return false;
+            switch (*p++) {
+            case '"': case '\\': case '/': case 'b': case 'f': case 'n': case 'r': case 't':
+                break;
+            case 'u': {
+                uint code = 0;
+                if (!hex4(&code))
+                    return false;
+                break;
+            }
+            default:
+                return false;
+            }
+        }
+        if (p >= end)
+            return false;
+        ++p;
+        return true;
     }
 
     bool parseArray(QVariantList *out, int depth)
@@ -409,10 +610,19 @@ QByteArray toJson(const QVariantMap &map)
 
 bool parseObject(const char *data, qsizetype size, QVariantMap *out)
 {
+    return parseObject(data, size, out, nullptr, 0, nullptr);
+}
+
+bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,
+                 int deferredCount, Span *spans)
+{
     if (!data || size <= 0)
         return false;
     QVariantMap map;
     Parser parser(data, size);
+    parser.deferredKeys = deferredKeys;
+    parser.deferredCount = deferredCount;
+    parser.spans = spans;
     if (!parser.object(&map))
         return false;
     *out = std::move(map);

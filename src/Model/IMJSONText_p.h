@@ -1,6 +1,6 @@
 #pragma once
 
-// JSON text for the store's archived records, straight to and from QVariant: the records'
+// JSON text for the records as the store archives them, straight to and from QVariant: the records'
 // dictionaries are small and many, and the general QJsonDocument route (through CBOR values)
 // costs several times more per record.
 
@@ -18,5 +18,18 @@ QByteArray toJson(const QVariantMap &map);
 //! Parses a JSON object; false (and `*out` untouched) for anything else or malformed text.
 //! Integers become qlonglong (reals when they do not fit), null a nullptr variant.
 bool parseObject(const char *data, qsizetype size, QVariantMap *out);
+
+//! Where a value lies in the parsed text; `size` 0 when the key was absent.
+struct Span
+{
+    qsizetype offset = 0;
+    qsizetype size = 0;
+};
+//! `parseObject`, except that the top-level values under `deferredKeys` stay out of `*out`:
+//! `spans[i]` tells where the value of `deferredKeys[i]` is (the last one when a key repeats).
+//! Of a deferred object or array only the brackets and strings are checked here (parse its
+//! span to read it); malformed text elsewhere fails as in `parseObject`.
+bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,
+                 int deferredCount, Span *spans);
 
 } // namespace IMJSONText

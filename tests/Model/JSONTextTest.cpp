@@ -1,4 +1,5 @@
-// The store's JSON text: what it writes reads back the same, and no input makes it crash.
+// The records' JSON text: what it writes reads back the same, values can be left as text, and no
+// input makes it crash.
 #include "IMJSONText_p.h"
 
 #include <QJsonDocument>
@@ -8,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 
-TEST(StoreJSONText, WritesWhatQtReadsAndReadsBackTheSame)
+TEST(RecordJSONText, WritesWhatQtReadsAndReadsBackTheSame)
 {
     const QVariantMap value{
         { "text", QString::fromUtf8("quote \" backslash \\ slash / tab \t newline \n nul \x01 中文 🚀") },
@@ -47,7 +48,7 @@ TEST(StoreJSONText, WritesWhatQtReadsAndReadsBackTheSame)
     EXPECT_EQ(back.value("b").toList().value(0).toDouble(), 1000.0);
 }
 
-TEST(StoreJSONText, MalformedOrHostileTextIsRefused)
+TEST(RecordJSONText, MalformedOrHostileTextIsRefused)
 {
     QVariantMap out{ { "untouched", true } };
     for (const char *bad : { "", "[]", "\"text\"", "{", "{\"a\":}", "{\"a\":1,}", "{\"a\" 1}", "{\"a\":tru}",
@@ -67,10 +68,45 @@ TEST(StoreJSONText, MalformedOrHostileTextIsRefused)
     const QByteArray valid = R"({"id":"r1","client":[{"clientID":"a"}],"readTime":{"a":"2016"},"n":1.5})";
     for (int cut = 0; cut < valid.size(); ++cut)
         EXPECT_FALSE(IMJSONText::parseObject(valid.constData(), cut, &out));
+    const QLatin1StringView deferred[] = { QLatin1StringView("client"), QLatin1StringView("readTime") };
+    IMJSONText::Span spans[2];
+    for (int cut = 0; cut < valid.size(); ++cut)
+        EXPECT_FALSE(IMJSONText::parseObject(valid.constData(), cut, &out, deferred, 2, spans));
     auto *random = QRandomGenerator::global();
     for (int i = 0; i < 2000; ++i) {
         QByteArray noise = valid;
         noise[random->bounded(int(noise.size()))] = char(random->bounded(256));
         (void)IMJSONText::parseObject(noise.constData(), noise.size(), &out);
+        if (IMJSONText::parseObject(noise.constData(), noise.size(), &out, deferred, 2, spans)) {
+            for (const IMJSONText::Span &span : spans)
+                EXPECT_LE(span.offset + span.size, noise.size());
+        }
     }
+}
+
+TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
+{
+    const QLatin1StringView keys[] = { QLatin1StringView("room"), QLatin1StringView("tags"),
+                                       QLatin1StringView("absent") };
+    const auto text = [](const QByteArray &json, const IMJSONText::Span &span) { return json.mid(span.offset, span.size); };
+    IMJSONText::Span spans[3];
+    QVariantMap out;
+    // Brackets and quotes inside strings do not end a deferred value; a repeated key keeps its last value.
+    const QByteArray json = R"({"room":{"id":"x"},"id":"m1", "room" : {"name":"a } \" ] {","list":[1,{}]},"tags":"t"})";
+    ASSERT_TRUE(IMJSONText::parseObject(json.constData(), json.size(), &out, keys, 3, spans));
+    EXPECT_EQ(out, (QVariantMap{ { "id", "m1" } }));
+    EXPECT_EQ(text(json, spans[0]), R"({"name":"a } \" ] {","list":[1,{}]})");
+    EXPECT_EQ(text(json, spans[1]), R"("t")");
+    EXPECT_EQ(spans[2].size, 0);
+    QVariantMap room;
+    ASSERT_TRUE(IMJSONText::parseObject(json.constData() + spans[0].offset, spans[0].size, &room));
+    EXPECT_EQ(room.value("name").toString(), QString::fromUtf8("a } \" ] {"));
+
+    // Only top-level keys are deferred; malformed text outside a deferred value still fails, as
+    // does a deferred value that never closes or a deferred scalar that is malformed.
+    const QByteArray nested = R"({"data":{"room":1}})";
+    ASSERT_TRUE(IMJSONText::parseObject(nested.constData(), nested.size(), &out, keys, 3, spans));
+    EXPECT_EQ(out.value("data").toMap().value("room"), 1);
+    for (const char *bad : { R"({"room":{"a":1},"id":})", R"({"room":{"a":"}})", R"({"room":[1,2)", R"({"tags":tru})" })
+        EXPECT_FALSE(IMJSONText::parseObject(bad, qsizetype(strlen(bad)), &out, keys, 3, spans)) << bad;
 }
