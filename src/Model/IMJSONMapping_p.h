@@ -41,35 +41,51 @@ Status toMap(const QVariant &value, QVariantMap *out);
 Status toList(const QVariant &value, QVariantList *out);
 Status toStringList(const QVariant &value, QStringList *out);
 
-//! Reads `key` of `dict` into `*out` with `convert`; an absent value leaves `*out` untouched.
-//! Returns false only on a mismatch.
-template<typename T, typename Convert>
-bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
+//! True when the member's `key` is `name` (the sizes first: most keys differ there).
+inline bool isKey(const QString &key, QLatin1StringView name)
 {
-    const auto it = dict.constFind(key);
-    if (it == dict.constEnd())
-        return true;
-    return convert(it.value(), out) != Status::Mismatch;
+    return key.size() == name.size() && key == name;
+}
+
+//! Converts a member's `value` into `*out` with `convert`; an absent value leaves `*out`
+//! untouched. Returns false only on a mismatch.
+template<typename T, typename Convert>
+bool assign(const QVariant &value, T *out, Convert convert)
+{
+    return convert(value, out) != Status::Mismatch;
 }
 
 //! The same for a property with presence: a converted value sets it, an absent one leaves it.
 template<typename T, typename Convert>
-bool readOptional(const QVariantMap &dict, const QString &key, std::optional<T> *out, Convert convert)
+bool assign(const QVariant &value, std::optional<T> *out, Convert convert)
 {
-    const auto it = dict.constFind(key);
-    if (it == dict.constEnd())
-        return true;
-    T value{};
-    switch (convert(it.value(), &value)) {
+    T converted{};
+    switch (convert(value, &converted)) {
     case Status::Absent:
         return true;
     case Status::Ok:
-        *out = std::move(value);
+        *out = std::move(converted);
         return true;
     case Status::Mismatch:
         return false;
     }
     return false;
+}
+
+//! `assign` for the value of `key` in `dict`, when there is one.
+template<typename T, typename Convert>
+bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
+{
+    const auto it = dict.constFind(key);
+    return it == dict.constEnd() || assign(it.value(), out, convert);
+}
+
+//! The same for a property with presence.
+template<typename T, typename Convert>
+bool readOptional(const QVariantMap &dict, const QString &key, std::optional<T> *out, Convert convert)
+{
+    const auto it = dict.constFind(key);
+    return it == dict.constEnd() || assign(it.value(), out, convert);
 }
 
 //! A required value: missing, null or mismatched all fail.

@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QVariantHash>
 #include <QVariantList>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -12,36 +13,69 @@
 namespace IMJSONText {
 
 namespace {
-void writeEscaped(const QByteArray &utf8, QByteArray *out);
-
-void writeString(const QString &text, QByteArray *out)
+// Appends through a cursor: the array grows geometrically, and is cut to its length at the end,
+// so that the many small appends of a record cost no checks beyond one comparison.
+class Sink
 {
-    // Most texts are plain ASCII with nothing to escape: copied straight, in chunks.
-    const char16_t *p = reinterpret_cast<const char16_t *>(text.utf16());
+public:
+    explicit Sink(QByteArray *target) : target(target), used(target->size()) { }
+    ~Sink() { target->resize(used); }
+    Sink(const Sink &) = delete;
+    Sink &operator=(const Sink &) = delete;
+
+    //! Room for `n` more bytes; write them at the pointer returned, then call `advance`.
+    char *reserve(qsizetype n)
+    {
+        if (used + n > capacity) {
+            target->resize(std::max(used + n, 2 * capacity + 256));
+            buffer = target->data();
+            capacity = target->size();
+        }
+        return buffer + used;
+    }
+    void advance(const char *to) { used = to - buffer; }
+    void append(char c) { *reserve(1) = c, ++used; }
+    void append(const char *data, qsizetype n)
+    {
+        std::memcpy(reserve(n), data, size_t(n));
+        used += n;
+    }
+    void append(const char *text) { append(text, qsizetype(std::strlen(text))); }
+    void append(const QByteArray &bytes) { append(bytes.constData(), bytes.size()); }
+
+private:
+    QByteArray *target;
+    char *buffer = nullptr;
+    qsizetype used;
+    qsizetype capacity = 0;
+};
+
+void writeEscaped(const QByteArray &utf8, Sink *out);
+
+void writeString(const QString &text, Sink *out)
+{
+    // Most texts are plain ASCII with nothing to escape: copied straight.
+    const char16_t *p = reinterpret_cast<const char16_t *>(text.constData());
     const char16_t *const end = p + text.size();
-    char chunk[256];
-    int used = 0;
-    out->append('"');
+    char *to = out->reserve(text.size() + 2);
+    *to++ = '"';
     for (; p < end; ++p) {
         const char16_t c = *p;
         if (c >= 0x80 || c < 0x20 || c == u'"' || c == u'\\')
             break;
-        if (used == int(sizeof chunk)) {
-            out->append(chunk, used);
-            used = 0;
-        }
-        chunk[used++] = char(c);
+        *to++ = char(c);
     }
-    out->append(chunk, used);
     if (p == end) {
-        out->append('"');
+        *to++ = '"';
+        out->advance(to);
         return;
     }
+    out->advance(to);
     writeEscaped(QStringView(p, end).toUtf8(), out);
 }
 
 // The rest of a text that needs escapes or is not ASCII, and its closing quote.
-void writeEscaped(const QByteArray &utf8, QByteArray *out)
+void writeEscaped(const QByteArray &utf8, Sink *out)
 {
     const char *p = utf8.constData();
     const char *run = p;
@@ -72,16 +106,16 @@ void writeEscaped(const QByteArray &utf8, QByteArray *out)
 }
 
 template<typename Integer>
-void writeInteger(Integer value, QByteArray *out)
+void writeInteger(Integer value, Sink *out)
 {
     char digits[24];
     const auto result = std::to_chars(digits, digits + sizeof digits, value);
     out->append(digits, result.ptr - digits);
 }
 
-void writeValue(const QVariant &value, QByteArray *out, int depth);
+void writeValue(const QVariant &value, Sink *out, int depth);
 
-void writeMap(const QVariantMap &map, QByteArray *out, int depth)
+void writeMap(const QVariantMap &map, Sink *out, int depth)
 {
     out->append('{');
     bool first = true;
@@ -96,20 +130,23 @@ void writeMap(const QVariantMap &map, QByteArray *out, int depth)
     out->append('}');
 }
 
-void writeValue(const QVariant &value, QByteArray *out, int depth)
+void writeValue(const QVariant &value, Sink *out, int depth)
 {
     // Deeper than any record goes; cut off rather than overflow the stack on a cycle-like input.
     if (depth > 200) {
         out->append("null");
         return;
     }
+    // Containers and texts are read in place (`constData` of the variant's own type): no copies.
     switch (value.typeId()) {
-    case QMetaType::QString:
-        if (value.toString().isNull())
+    case QMetaType::QString: {
+        const QString &text = *static_cast<const QString *>(value.constData());
+        if (text.isNull())
             out->append("null");
         else
-            writeString(value.toString(), out);
+            writeString(text, out);
         return;
+    }
     case QMetaType::Bool:
         out->append(value.toBool() ? "true" : "false");
         return;
@@ -138,7 +175,7 @@ void writeValue(const QVariant &value, QByteArray *out, int depth)
         return;
     }
     case QMetaType::QVariantMap:
-        writeMap(value.toMap(), out, depth);
+        writeMap(*static_cast<const QVariantMap *>(value.constData()), out, depth);
         return;
     case QMetaType::QVariantHash: {
         const QVariantHash hash = value.toHash();
@@ -148,14 +185,27 @@ void writeValue(const QVariant &value, QByteArray *out, int depth)
         writeMap(map, out, depth);
         return;
     }
-    case QMetaType::QVariantList:
-    case QMetaType::QStringList: {
-        const QVariantList list = value.toList();
+    case QMetaType::QVariantList: {
+        const QVariantList &list = *static_cast<const QVariantList *>(value.constData());
         out->append('[');
         for (qsizetype i = 0; i < list.size(); ++i) {
             if (i)
                 out->append(',');
             writeValue(list.at(i), out, depth + 1);
+        }
+        out->append(']');
+        return;
+    }
+    case QMetaType::QStringList: {
+        const QStringList &list = *static_cast<const QStringList *>(value.constData());
+        out->append('[');
+        for (qsizetype i = 0; i < list.size(); ++i) {
+            if (i)
+                out->append(',');
+            if (list.at(i).isNull())
+                out->append("null");
+            else
+                writeString(list.at(i), out);
         }
         out->append(']');
         return;
@@ -168,6 +218,29 @@ void writeValue(const QVariant &value, QByteArray *out, int depth)
         else
             out->append("null");
     }
+}
+
+// True when a byte of `word` is `byte` (the classic test for a zero byte, on `word ^ byte...`).
+constexpr quint64 hasByte(quint64 word, unsigned char byte)
+{
+    const quint64 x = word ^ (0x0101010101010101ULL * byte);
+    return (x - 0x0101010101010101ULL) & ~x & 0x8080808080808080ULL;
+}
+
+// The first quote or backslash in [p, end), or `end`; strings are most of a record's text, so
+// they are crossed eight bytes at a time.
+const char *stringStop(const char *p, const char *end)
+{
+    while (end - p >= 8) {
+        quint64 word;
+        std::memcpy(&word, p, sizeof word);
+        if (hasByte(word, '"') | hasByte(word, '\\'))
+            break;
+        p += 8;
+    }
+    while (p < end && *p != '"' && *p != '\\')
+        ++p;
+    return p;
 }
 
 // The records' own keys, shared instead of made anew for every parsed object.
@@ -199,6 +272,8 @@ public:
     const QLatin1StringView *deferredKeys = nullptr;
     int deferredCount = 0;
     Span *spans = nullptr;
+    //! Takes the top-level members instead of the map, when set.
+    const std::function<bool(const QString &, const QVariant &)> *member = nullptr;
 
     bool object(QVariantMap *out)
     {
@@ -416,6 +491,9 @@ private:
                 // Checked, not kept: the caller decodes the text when it needs it.
             } else if (!value(&v, depth)) {
                 return false;
+            } else if (depth == 0 && member) {
+                if (!(*member)(key, v))
+                    return false;
             } else {
                 map.insert(key, std::move(v));
             }
@@ -457,8 +535,7 @@ private:
             const char c = *p++;
             if (c == '"') {
                 while (true) {
-                    while (p < end && *p != '"' && *p != '\\')
-                        ++p;
+                    p = stringStop(p, end);
                     if (p >= end)
                         return false;
                     if (*p == '"')
@@ -598,7 +675,11 @@ private:
 };
 } // namespace
 
-void write(const QVariantMap &map, QByteArray *out) { writeMap(map, out, 0); }
+void write(const QVariantMap &map, QByteArray *out)
+{
+    Sink sink(out);
+    writeMap(map, &sink, 0);
+}
 
 QByteArray toJson(const QVariantMap &map)
 {
@@ -611,6 +692,20 @@ QByteArray toJson(const QVariantMap &map)
 bool parseObject(const char *data, qsizetype size, QVariantMap *out)
 {
     return parseObject(data, size, out, nullptr, 0, nullptr);
+}
+
+bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *deferredKeys, int deferredCount,
+                  Span *spans, const std::function<bool(const QString &key, const QVariant &value)> &member)
+{
+    if (!data || size <= 0)
+        return false;
+    QVariantMap unused;
+    Parser parser(data, size);
+    parser.deferredKeys = deferredKeys;
+    parser.deferredCount = deferredCount;
+    parser.spans = spans;
+    parser.member = &member;
+    return parser.object(&unused);
 }
 
 bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,

@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QVariant>
 #include <QVariantMap>
+#include <functional>
 
 namespace IMJSONText {
 
@@ -31,5 +32,9 @@ struct Span
 //! span to read it); malformed text elsewhere fails as in `parseObject`.
 bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,
                  int deferredCount, Span *spans);
+//! The same without a map: `member` gets each top-level key and value in the text's order, and
+//! returns false to stop, which fails the parse.
+bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *deferredKeys, int deferredCount,
+                  Span *spans, const std::function<bool(const QString &key, const QVariant &value)> &member);
 
 } // namespace IMJSONText

@@ -65,17 +65,21 @@ QString localDay(const QString &timestamp)
 IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
 IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
 
-IMMessagePtr IMMessageStoredText::read(const char *data, qsizetype size)
+IMMessagePtr IMMessageStoredText::read(const QByteArray &text)
 {
-    QVariantMap dict;
-    IMJSONText::Span spans[std::size(kNestedKeys)];
-    if (!IMJSONText::parseObject(data, size, &dict, kNestedKeys, int(std::size(kNestedKeys)), spans))
-        return nullptr;
+    // Straight from the text into the new record, member by member (a stored record names each
+    // key once); a mismatch drops the record, so nothing needs staging.
     auto message = std::make_shared<IMMessage>();
-    if (!message->mergeFromDictionary(dict))
+    IMJSONText::Span spans[std::size(kNestedKeys)];
+    const bool ok = IMJSONText::parseMembers(text.constData(), text.size(), kNestedKeys, int(std::size(kNestedKeys)), spans,
+                                             [&message](const QString &key, const QVariant &value) {
+                                                 return message->mergeBaseMember(key, value)
+                                                        && IMMessage::mergeOwnMember(*message->d, key, value);
+                                             });
+    if (!ok)
         return nullptr;
     if (spans[0].size || spans[1].size || spans[2].size)
-        message->deferred.store(new IMMessage::Deferred{ QByteArray(data, size), spans[0], spans[1], spans[2] },
+        message->deferred.store(new IMMessage::Deferred{ text, spans[0], spans[1], spans[2] },
                                 std::memory_order_release);
     return message;
 }
@@ -132,16 +136,26 @@ QList<IMMessagePtr> IMMessage::arrayOfModelsFromDictionaries(const QVariantList 
     return mapArray<IMMessagePtr>(array, &IMMessage::fromDictionary);
 }
 
+bool IMMessage::mergeOwnMember(Private &staged, const QString &key, const QVariant &value)
+{
+    if (isKey(key, QLatin1StringView("message")))
+        return assign(value, &staged.message, toString);
+    if (isKey(key, QLatin1StringView("messageType")))
+        return assign(value, &staged.messageType, toString);
+    if (isKey(key, QLatin1StringView("idFromSender")))
+        return assign(value, &staged.idFromSender, toInt64);
+    if (isKey(key, QLatin1StringView("sendingType")))
+        return assign(value, &staged.sendingType, toUInt64);
+    return true;  // the nested records are read after the members
+}
+
 bool IMMessage::mergeOwnFields(const QVariantMap &dict)
 {
     decodeDeferred();  // what the dictionary holds replaces it
     Private staged = *d;
-    const bool ok = read(dict, QStringLiteral("message"), &staged.message, toString)
-                    && read(dict, QStringLiteral("messageType"), &staged.messageType, toString)
-                    && readOptional(dict, QStringLiteral("idFromSender"), &staged.idFromSender, toInt64)
-                    && readOptional(dict, QStringLiteral("sendingType"), &staged.sendingType, toUInt64);
-    if (!ok)
-        return false;
+    for (auto it = dict.cbegin(); it != dict.cend(); ++it)
+        if (!mergeOwnMember(staged, it.key(), it.value()))
+            return false;
     const auto nested = [&dict](const QString &key) {
         const auto it = dict.constFind(key);
         return it != dict.constEnd() && it->typeId() == QMetaType::QVariantMap ? std::optional(it->toMap())

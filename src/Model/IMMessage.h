@@ -110,6 +110,7 @@ private:
     struct Deferred;
     mutable std::atomic<Deferred *> deferred{ nullptr };
     void decodeDeferred() const;
+    static bool mergeOwnMember(Private &staged, const QString &key, const QVariant &value);
     friend struct IMMessageStoredText;
 };
 

@@ -8,5 +8,5 @@ struct IMMessageStoredText
     //! The message archived as `data` (JSON text), mapped without the initialisers' defaults;
     //! its room, sender and push options are checked now and decoded when first used. Null for
     //! malformed text or a value that does not fit its property.
-    static IMMessagePtr read(const char *data, qsizetype size);
+    static IMMessagePtr read(const QByteArray &text);
 };

@@ -30,17 +30,34 @@ QList<IMObjectPtr> IMObject::arrayOfModelsFromDictionaries(const QVariantList &a
     return mapArray<IMObjectPtr>(array, &IMObject::fromDictionary);
 }
 
+bool IMObject::mergeMember(Private &staged, const QString &key, const QVariant &value)
+{
+    if (isKey(key, QLatin1StringView("id")))
+        return assign(value, &staged.objectID, toString);
+    if (isKey(key, QLatin1StringView("createdAt")))
+        return assign(value, &staged.createdAt, toString);
+    if (isKey(key, QLatin1StringView("updatedAt")))
+        return assign(value, &staged.updatedAt, toString);
+    if (isKey(key, QLatin1StringView("url")))
+        return assign(value, &staged.url, toString);
+    if (isKey(key, QLatin1StringView("className")))
+        return assign(value, &staged.className, toString);
+    if (isKey(key, QLatin1StringView("data")))
+        return assign(value, &staged.data, toMap);
+    return true;
+}
+
+bool IMObject::mergeBaseMember(const QString &key, const QVariant &value) { return mergeMember(*d, key, value); }
+
 bool IMObject::mergeFromDictionary(const QVariantMap &dictionary)
 {
+    // Member by member: a dictionary holds a few of the properties, so this beats looking each up.
     Private staged = *std::as_const(d);
-    const bool ok = read(dictionary, QStringLiteral("url"), &staged.url, toString)
-                    && read(dictionary, QStringLiteral("className"), &staged.className, toString)
-                    && read(dictionary, QStringLiteral("id"), &staged.objectID, toString)
-                    && read(dictionary, QStringLiteral("createdAt"), &staged.createdAt, toString)
-                    && read(dictionary, QStringLiteral("updatedAt"), &staged.updatedAt, toString)
-                    && readOptional(dictionary, QStringLiteral("data"), &staged.data, toMap);
+    for (auto it = dictionary.cbegin(); it != dictionary.cend(); ++it)
+        if (!mergeMember(staged, it.key(), it.value()))
+            return false;
     // The subclass commits its own part only when it maps; ours follows.
-    if (!ok || !mergeOwnFields(dictionary))
+    if (!mergeOwnFields(dictionary))
         return false;
     d = new Private(std::move(staged));
     return true;

@@ -77,9 +77,13 @@ protected:
     void copyDataFrom(const IMObject &other);
     //! Copies every property of this base from `other`, set or unset alike.
     void copyObjectFieldsFrom(const IMObject &other);
+    //! For a record being built member by member: sets the base's property that `key` names
+    //! (other keys are left alone); false on a mismatch.
+    bool mergeBaseMember(const QString &key, const QVariant &value);
 
 private:
     struct Private;
+    static bool mergeMember(Private &staged, const QString &key, const QVariant &value);
     // Shared between copies until one of them changes (`copy` costs a reference count).
     QSharedDataPointer<Private> d;
 };
