@@ -165,8 +165,19 @@ bool IMWebSocketTransport::readAvailable()
         m_in.resize(old + kReadChunk);
         const qint64 n = m_socket->read(m_in.data() + old, kReadChunk);
         m_in.resize(old + qMax<qint64>(n, 0));
-        if (n < 0)
-            return false; // errorOccurred reports it
+        if (n < 0) {
+            // An unbuffered socket reports the end of the connection (or a failed read) only
+            // through this result, without signals.
+            if (m_closing) {
+                m_closing = false;
+                deleteLater();
+            } else {
+                const bool closed = m_socket->error() == QAbstractSocket::RemoteHostClosedError;
+                fail((closed ? QStringLiteral("transport close: ") : QStringLiteral("transport error: "))
+                     + m_socket->errorString());
+            }
+            return false;
+        }
         // Less than asked: the kernel had no more (a new notification comes with more).
         if (n < kReadChunk)
             return true;
