@@ -10,5 +10,6 @@ list(APPEND PARLO_CORE_SOURCES
   ${_dir}/IMEngineIOConfig.h ${_dir}/IMEngineIOConfig.cpp
   ${_dir}/IMEngineIOTransport.h
   ${_dir}/IMPollingTransport.h ${_dir}/IMPollingTransport.cpp
+  ${_dir}/IMWebSocketFrame.h ${_dir}/IMWebSocketFrame.cpp
   ${_dir}/IMWebSocketTransport.h ${_dir}/IMWebSocketTransport.cpp
   ${_dir}/IMEngineIOSocket.h ${_dir}/IMEngineIOSocket.cpp)

@@ -4,6 +4,7 @@
 #include "IMSocketIOAckTable.h"
 #include "IMSocketIOBackoff.h"
 #include "IMSocketIOPacket.h"
+#include "IMWebSocketFrame.h"
 #include "TestUtil.h"
 
 #include <gtest/gtest.h>
@@ -77,6 +78,40 @@ TEST(SocketIOCodec, EngineIOWebSocketFrames)
     EXPECT_EQ(p.binary, QByteArray("\x01\x02"));
     EXPECT_FALSE(EP::decodeBinaryFrame(QByteArray("\x02\x01"), 3, &p));
     EXPECT_FALSE(EP::decodeBinaryFrame(QByteArray(), 3, &p));
+}
+
+TEST(SocketIOCodec, WebSocketFramesUseTheShortestLengthAndUnmaskBack)
+{
+    using WF = IMWebSocketFrame;
+    // Payload length -> header size, mask included: 7-bit, 16-bit and 64-bit lengths.
+    const std::pair<qsizetype, int> cases[] = {{0, 6}, {125, 6}, {126, 8}, {65535, 8}, {65536, 14}};
+    for (const auto &[length, headerSize] : cases) {
+        SCOPED_TRACE(length);
+        QByteArray payload(length, Qt::Uninitialized);
+        for (qsizetype i = 0; i < length; ++i)
+            payload[i] = char(i * 7);
+        QByteArray frame("kept");
+        WF::appendMasked(&frame, WF::Text, payload.constData(), length, 0x01020384u);
+        frame.remove(0, 4);
+        WF::Header h;
+        EXPECT_EQ(WF::readHeader(frame.constData(), headerSize - 1, &h), 0);
+        ASSERT_EQ(WF::readHeader(frame.constData(), frame.size(), &h), 1);
+        EXPECT_TRUE(h.fin && h.masked);
+        EXPECT_EQ(h.opcode, WF::Text);
+        EXPECT_EQ(h.size, headerSize);
+        EXPECT_EQ(h.length, quint64(length));
+        ASSERT_EQ(frame.size(), headerSize + length);
+        char *body = frame.data() + headerSize;
+        EXPECT_TRUE(length == 0 || QByteArray(body, length) != payload);
+        WF::applyMask(body, length, h.mask);
+        EXPECT_EQ(QByteArray(body, length), payload);
+    }
+    WF::Header h;
+    EXPECT_EQ(WF::readHeader("\x81\x02hi", 4, &h), 1);
+    EXPECT_FALSE(h.masked);
+    EXPECT_EQ(WF::readHeader("\xc1\x00", 2, &h), -1); // a reserved bit
+    EXPECT_EQ(WF::readHeader("\x09\x00", 2, &h), -1); // a fragmented ping
+    EXPECT_EQ(WF::readHeader("\x83\x00", 2, &h), -1); // an unknown opcode
 }
 
 TEST(SocketIOCodec, SocketIOPacketsEncode)
