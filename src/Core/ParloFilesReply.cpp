@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #endif
@@ -192,7 +193,12 @@ ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session, const QNet
     }
     for (int fd : reply->m_wake)
         ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-    reply->m_worker = std::thread([reply, job] { reply->run(job); });
+    reply->m_worker = std::thread([reply, job] {
+#ifdef Q_OS_LINUX
+        pthread_setname_np(pthread_self(), "ParloDownload");
+#endif
+        reply->run(job);
+    });
     return reply;
 }
 
@@ -426,7 +432,6 @@ void ParloFilesReply::run(const Job &job)
             }
         }
         head.remove(0, headLength);
-
         bool sized = false;
         const QByteArray lengthText = headerValue(out, "content-length");
         const qint64 length = lengthText.toLongLong(&sized);
