@@ -32,8 +32,7 @@ constexpr qsizetype kHeaderLimit = 64 * 1024;
 constexpr qint64 kWriteBlock = 512 * 1024;
 } // namespace
 
-struct ParloFilesReply::Job
-{
+struct ParloFilesReply::Job {
     QUrl url;
     QByteArray request;
     QString temporaryFolder;
@@ -41,8 +40,7 @@ struct ParloFilesReply::Job
     int idleTimeoutMs = 0;
 };
 
-struct ParloFilesReply::Outcome
-{
+struct ParloFilesReply::Outcome {
     int status = 0;
     QList<QPair<QByteArray, QByteArray>> headers;
     NetworkError error = NoError;
@@ -54,7 +52,8 @@ struct ParloFilesReply::Outcome
 };
 
 ParloFilesReply::ParloFilesReply(QNetworkAccessManager *session, const QNetworkRequest &request)
-    : QNetworkReply(session), m_session(session)
+    : QNetworkReply(session)
+    , m_session(session)
 {
     setRequest(request);
     setUrl(request.url());
@@ -122,7 +121,8 @@ void ParloFilesReply::end(Outcome outcome)
         setAttribute(QNetworkRequest::HttpStatusCodeAttribute, outcome.status);
     for (const auto &[name, value] : outcome.headers) {
         setRawHeader(name, value);
-        if (m_session && m_session->cookieJar() && name.compare("set-cookie", Qt::CaseInsensitive) == 0)
+        if (m_session && m_session->cookieJar()
+            && name.compare("set-cookie", Qt::CaseInsensitive) == 0)
             m_session->cookieJar()->setCookiesFromUrl(QNetworkCookie::parseCookies(value), url());
     }
     m_needsSession = outcome.needsSession;
@@ -141,25 +141,27 @@ void ParloFilesReply::end(Outcome outcome)
 
 #ifndef Q_OS_UNIX
 
-ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *, const QNetworkRequest &, const QString &,
-                                      const QString &, int)
+ParloFilesReply *ParloFilesReply::get(
+    QNetworkAccessManager *, const QNetworkRequest &, const QString &, const QString &, int)
 {
     return nullptr; // the worker speaks to POSIX sockets
 }
 
-void ParloFilesReply::run(const Job &) {}
+void ParloFilesReply::run(const Job &) { }
 
 #else
 
-ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session, const QNetworkRequest &request,
-                                      const QString &temporaryFolder, const QString &target, int idleTimeoutMs)
+ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session,
+    const QNetworkRequest &request, const QString &temporaryFolder, const QString &target,
+    int idleTimeoutMs)
 {
     const QUrl url = request.url();
     if (url.scheme() != QLatin1String("http") || !url.userInfo().isEmpty() || url.host().isEmpty())
         return nullptr;
     if (session->proxy().type() != QNetworkProxy::DefaultProxy || session->proxyFactory())
         return nullptr;
-    const QList<QNetworkProxy> proxies = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(url));
+    const QList<QNetworkProxy> proxies
+        = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(url));
     if (!proxies.isEmpty() && proxies.constFirst().type() != QNetworkProxy::NoProxy)
         return nullptr;
 
@@ -173,13 +175,15 @@ ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session, const QNet
         path = "/";
     if (url.hasQuery())
         path += '?' + url.query(QUrl::FullyEncoded).toLatin1();
-    job.request = "GET " + path + " HTTP/1.1\r\nHost: " + url.authority(QUrl::FullyEncoded).toLatin1() + "\r\n";
+    job.request = "GET " + path
+        + " HTTP/1.1\r\nHost: " + url.authority(QUrl::FullyEncoded).toLatin1() + "\r\n";
     // The session's cookies (the HTTP chat-in's above all) go with the request, as they would
     // through the session itself.
     QByteArray cookies;
     if (QNetworkCookieJar *jar = session->cookieJar())
         for (const QNetworkCookie &cookie : jar->cookiesForUrl(url))
-            cookies += (cookies.isEmpty() ? "" : "; ") + cookie.toRawForm(QNetworkCookie::NameAndValueOnly);
+            cookies += (cookies.isEmpty() ? "" : "; ")
+                + cookie.toRawForm(QNetworkCookie::NameAndValueOnly);
     if (!cookies.isEmpty())
         job.request += "Cookie: " + cookies + "\r\n";
     for (const QByteArray &name : request.rawHeaderList())
@@ -205,11 +209,12 @@ ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session, const QNet
 namespace {
 
 //! One connection of the worker: every wait also ends when the reply is cancelled.
-class Connection
-{
+class Connection {
 public:
     Connection(int wake, const std::atomic<bool> &cancelled, int idleTimeoutMs)
-        : m_wake(wake), m_cancelled(cancelled), m_idleTimeoutMs(idleTimeoutMs)
+        : m_wake(wake)
+        , m_cancelled(cancelled)
+        , m_idleTimeoutMs(idleTimeoutMs)
     {
     }
     ~Connection()
@@ -221,7 +226,8 @@ public:
     //! False with `out`'s error set when no address of the host takes the connection.
     bool open(const QUrl &url, ParloFilesReply::Outcome &out);
     bool send(const QByteArray &data, ParloFilesReply::Outcome &out);
-    //! Bytes received into `to` (at most `max`), 0 at the end of the stream, -1 with `out`'s error set.
+    //! Bytes received into `to` (at most `max`), 0 at the end of the stream, -1 with `out`'s error
+    //! set.
     qint64 receive(char *to, qint64 max, ParloFilesReply::Outcome &out);
 
 private:
@@ -242,18 +248,20 @@ private:
 
 bool Connection::wait(short events, ParloFilesReply::Outcome &out)
 {
-    pollfd fds[2] = {{m_fd, events, 0}, {m_wake, POLLIN, 0}};
+    pollfd fds[2] = { { m_fd, events, 0 }, { m_wake, POLLIN, 0 } };
     int ready;
     do
         ready = ::poll(fds, 2, m_idleTimeoutMs);
     while (ready < 0 && errno == EINTR);
     if (m_cancelled || fds[1].revents)
-        return fail(out, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"));
+        return fail(
+            out, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"));
     if (ready == 0)
         return fail(out, QNetworkReply::TimeoutError,
-                    QStringLiteral("nothing was received for %1 s").arg(m_idleTimeoutMs / 1000.0));
+            QStringLiteral("nothing was received for %1 s").arg(m_idleTimeoutMs / 1000.0));
     if (ready < 0)
-        return fail(out, QNetworkReply::UnknownNetworkError, QString::fromLocal8Bit(std::strerror(errno)));
+        return fail(
+            out, QNetworkReply::UnknownNetworkError, QString::fromLocal8Bit(std::strerror(errno)));
     return true;
 }
 
@@ -267,13 +275,13 @@ bool Connection::open(const QUrl &url, ParloFilesReply::Outcome &out)
         const QHostInfo info = QHostInfo::fromName(url.host());
         if (info.error() != QHostInfo::NoError || info.addresses().isEmpty())
             return fail(out, QNetworkReply::HostNotFoundError,
-                        QStringLiteral("Host %1 not found").arg(url.host()));
+                QStringLiteral("Host %1 not found").arg(url.host()));
         addresses = info.addresses();
     }
     const quint16 port = quint16(url.port(80));
     int lastError = ECONNREFUSED;
     for (const QHostAddress &address : addresses) {
-        sockaddr_storage storage{};
+        sockaddr_storage storage {};
         socklen_t length;
         if (address.protocol() == QAbstractSocket::IPv4Protocol) {
             auto *in = reinterpret_cast<sockaddr_in *>(&storage);
@@ -318,10 +326,10 @@ bool Connection::open(const QUrl &url, ParloFilesReply::Outcome &out)
         m_fd = -1;
     }
     return fail(out,
-                lastError == ECONNREFUSED ? QNetworkReply::ConnectionRefusedError
-                                          : QNetworkReply::UnknownNetworkError,
-                lastError == ECONNREFUSED ? QStringLiteral("Connection refused")
-                                          : QString::fromLocal8Bit(std::strerror(lastError)));
+        lastError == ECONNREFUSED ? QNetworkReply::ConnectionRefusedError
+                                  : QNetworkReply::UnknownNetworkError,
+        lastError == ECONNREFUSED ? QStringLiteral("Connection refused")
+                                  : QString::fromLocal8Bit(std::strerror(lastError)));
 }
 
 bool Connection::send(const QByteArray &data, ParloFilesReply::Outcome &out)
@@ -340,7 +348,8 @@ bool Connection::send(const QByteArray &data, ParloFilesReply::Outcome &out)
             if (!wait(POLLOUT, out))
                 return false;
         } else if (n < 0 && errno != EINTR)
-            return fail(out, QNetworkReply::RemoteHostClosedError, QString::fromLocal8Bit(std::strerror(errno)));
+            return fail(out, QNetworkReply::RemoteHostClosedError,
+                QString::fromLocal8Bit(std::strerror(errno)));
     }
     return true;
 }
@@ -355,7 +364,8 @@ qint64 Connection::receive(char *to, qint64 max, ParloFilesReply::Outcome &out)
             if (!wait(POLLIN, out))
                 return -1;
         } else if (errno != EINTR) {
-            fail(out, QNetworkReply::RemoteHostClosedError, QString::fromLocal8Bit(std::strerror(errno)));
+            fail(out, QNetworkReply::RemoteHostClosedError,
+                QString::fromLocal8Bit(std::strerror(errno)));
             return -1;
         }
     }
@@ -371,14 +381,17 @@ qsizetype parseHead(const QByteArray &head, ParloFilesReply::Outcome &out)
     const QList<QByteArray> lines = head.left(end).split('\n');
     const QList<QByteArray> statusLine = lines.constFirst().trimmed().split(' ');
     bool ok = false;
-    out.status = statusLine.size() >= 2 && statusLine[0].startsWith("HTTP/1.") ? statusLine[1].toInt(&ok) : 0;
+    out.status = statusLine.size() >= 2 && statusLine[0].startsWith("HTTP/1.")
+        ? statusLine[1].toInt(&ok)
+        : 0;
     if (!ok || out.status < 100 || out.status > 599)
         return -1;
     out.headers.clear();
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const qsizetype colon = lines[i].indexOf(':');
         if (colon > 0)
-            out.headers.append({lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed()});
+            out.headers.append(
+                { lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed() });
     }
     return end + 4;
 }
@@ -420,7 +433,8 @@ void ParloFilesReply::run(const Job &job)
                 head.resize(had + n);
                 if (n == 0) {
                     out.error = RemoteHostClosedError;
-                    out.errorString = QStringLiteral("the connection closed before the answer's header ended");
+                    out.errorString
+                        = QStringLiteral("the connection closed before the answer's header ended");
                     return;
                 }
             }
@@ -436,11 +450,13 @@ void ParloFilesReply::run(const Job &job)
         const QByteArray lengthText = headerValue(out, "content-length");
         const qint64 length = lengthText.toLongLong(&sized);
         const QByteArray coding = headerValue(out, "transfer-encoding");
-        const bool plainBody = coding.isEmpty() || coding.compare("identity", Qt::CaseInsensitive) == 0;
+        const bool plainBody
+            = coding.isEmpty() || coding.compare("identity", Qt::CaseInsensitive) == 0;
 
         if (out.status >= 400 && plainBody) {
             // The start of the body is the error's text; the rest is not waited for.
-            const qint64 wanted = sized ? std::min<qint64>(length, kErrorBodyLimit) : kErrorBodyLimit;
+            const qint64 wanted
+                = sized ? std::min<qint64>(length, kErrorBodyLimit) : kErrorBodyLimit;
             out.errorBody = head.left(wanted);
             while (out.errorBody.size() < wanted) {
                 char block[16 * 1024];
@@ -453,13 +469,15 @@ void ParloFilesReply::run(const Job &job)
             }
             return;
         }
-        if (out.status < 200 || out.status >= 300 || !sized || length < 0 || !plainBody
+        const bool redirected = out.status >= 300 && !headerValue(out, "location").isEmpty();
+        if (redirected || !sized || length < 0 || !plainBody
             || length > std::numeric_limits<qsizetype>::max() / 2) {
             out.needsSession = true;
             return;
         }
 
-        QTemporaryFile file(QDir(job.temporaryFolder).filePath(QStringLiteral("parlo-download-XXXXXX")));
+        QTemporaryFile file(
+            QDir(job.temporaryFolder).filePath(QStringLiteral("parlo-download-XXXXXX")));
         if (!file.open()) {
             out.writeError = file.errorString();
             return;
@@ -471,7 +489,8 @@ void ParloFilesReply::run(const Job &job)
         qint64 written = 0;
         for (;;) {
             if (received - written >= kWriteBlock || (received == length && written < length)) {
-                if (file.write(bytes.constData() + written, received - written) != received - written) {
+                if (file.write(bytes.constData() + written, received - written)
+                    != received - written) {
                     out.writeError = file.errorString();
                     return;
                 }
@@ -484,7 +503,9 @@ void ParloFilesReply::run(const Job &job)
                 return;
             if (n == 0) {
                 out.error = RemoteHostClosedError;
-                out.errorString = QStringLiteral("the download ended after %1 of %2 bytes").arg(received).arg(length);
+                out.errorString = QStringLiteral("the download ended after %1 of %2 bytes")
+                                      .arg(received)
+                                      .arg(length);
                 return;
             }
             received += n;
@@ -499,14 +520,16 @@ void ParloFilesReply::run(const Job &job)
         // means a refetch later.
         std::error_code ignored;
         std::filesystem::rename(std::filesystem::path(file.fileName().toStdU16String()),
-                                std::filesystem::path(job.target.toStdU16String()), ignored);
+            std::filesystem::path(job.target.toStdU16String()), ignored);
         if (!ignored)
             file.setAutoRemove(false);
         out.bytes = length ? std::move(bytes) : QByteArray("", 0);
     }();
     if (m_cancelled)
         return; // abort() ends the reply
-    QMetaObject::invokeMethod(this, [this, out = std::move(out)]() mutable { end(std::move(out)); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, out = std::move(out)]() mutable { end(std::move(out)); },
+        Qt::QueuedConnection);
 }
 
 #endif

@@ -17,14 +17,13 @@ class QNetworkAccessManager;
 //!
 //! Answers it does not take on (a redirect, a body of unannounced length) end it early with
 //! needsSession(): the caller then asks the URL session, which knows them all.
-class ParloFilesReply final : public QNetworkReply
-{
+class ParloFilesReply final : public QNetworkReply {
 public:
     //! A started download of `request` into `target`, its partial file in `temporaryFolder`; null
     //! when this URL is the URL session's to fetch (not plain http, a proxy, credentials).
     //! `idleTimeoutMs` ends a download that receives nothing for that long.
     static ParloFilesReply *get(QNetworkAccessManager *session, const QNetworkRequest &request,
-                                const QString &temporaryFolder, const QString &target, int idleTimeoutMs);
+        const QString &temporaryFolder, const QString &target, int idleTimeoutMs);
     //! Ends the worker (it removes its partial file) before the reply goes.
     ~ParloFilesReply() override;
 
@@ -54,10 +53,12 @@ private:
 
     QPointer<QNetworkAccessManager> m_session;
     std::thread m_worker;
-    int m_wake[2] = {-1, -1}; //!< a byte written here wakes the worker out of any wait
-    std::atomic<bool> m_cancelled{false};
-    std::atomic<bool> m_progressQueued{false}; //!< reports coalesce while the main thread is busy
-    std::atomic<qint64> m_received{0};
+    int m_wake[2] = { -1, -1 }; //!< a byte written here wakes the worker out of any wait
+    std::atomic<bool> m_cancelled { false };
+    std::atomic<bool> m_progressQueued {
+        false
+    }; //!< reports coalesce while the main thread is busy
+    std::atomic<qint64> m_received { 0 };
     qint64 m_reported = 0;
     bool m_needsSession = false;
     QByteArray m_bytes;

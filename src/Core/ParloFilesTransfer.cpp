@@ -1,6 +1,7 @@
 // Files over plain HTTP: the URL session, the HTTP download with its chat-in, and the upload.
-// Transfers run on the main thread's QNetworkAccessManager; every caller's block is posted to the
-// main queue, and each transfer ends exactly once, also when the facade goes first.
+// Transfers run on the main thread's QNetworkAccessManager, except plain-http downloads, which a
+// ParloFilesReply runs on a thread of its own; every caller's block is posted to the main queue,
+// and each transfer ends exactly once, also when the facade goes first.
 #include "ParloFiles_p.h"
 #include "ParloFilesReply_p.h"
 
