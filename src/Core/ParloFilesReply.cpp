@@ -47,6 +47,7 @@ struct ParloFilesReply::Outcome {
     QString errorString;
     bool needsSession = false;
     QString writeError;
+    std::shared_ptr<void> replaced;
     QByteArray bytes;
     QByteArray errorBody;
 };
@@ -129,6 +130,7 @@ void ParloFilesReply::end(Outcome outcome)
     m_bytes = std::move(outcome.bytes);
     m_errorBody = std::move(outcome.errorBody);
     m_writeError = outcome.writeError;
+    m_replaced = std::move(outcome.replaced);
     if (!m_bytes.isNull() && m_reported < m_bytes.size())
         emit downloadProgress(m_bytes.size(), m_bytes.size());
     setFinished(true);
@@ -517,7 +519,15 @@ void ParloFilesReply::run(const Job &job)
             return;
         }
         // Moved into the cache folder, replacing what was there; a file that cannot be moved only
-        // means a refetch later.
+        // means a refetch later. The file replaced is held open across the move: freeing a large
+        // file's blocks takes the file system longer than the move, and is left to the caller.
+        const int replaced
+            = ::open(QFile::encodeName(job.target).constData(), O_RDONLY | O_CLOEXEC);
+        if (replaced >= 0)
+            out.replaced.reset(new int(replaced), [](int *fd) {
+                ::close(*fd);
+                delete fd;
+            });
         std::error_code ignored;
         std::filesystem::rename(std::filesystem::path(file.fileName().toStdU16String()),
             std::filesystem::path(job.target.toStdU16String()), ignored);

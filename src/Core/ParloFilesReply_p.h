@@ -5,6 +5,7 @@
 #include <QNetworkReply>
 #include <QPointer>
 #include <atomic>
+#include <memory>
 #include <thread>
 
 class QNetworkAccessManager;
@@ -36,6 +37,9 @@ public:
     QByteArray errorBody() const { return m_errorBody; }
     //! After finished(): why the body could not be written to disk, null when it was.
     QString writeError() const { return m_writeError; }
+    //! After finished(): the file the download replaced, still open; dropping the last reference
+    //! frees it (empty when nothing was replaced).
+    std::shared_ptr<void> takeReplacedFile() { return std::move(m_replaced); }
 
     struct Outcome;
 
@@ -64,4 +68,5 @@ private:
     QByteArray m_bytes;
     QByteArray m_errorBody;
     QString m_writeError;
+    std::shared_ptr<void> m_replaced;
 };

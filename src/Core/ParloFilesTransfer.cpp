@@ -330,6 +330,8 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
             if (success)
                 success(bytes);
         });
+        if (std::shared_ptr<void> replaced = direct->takeReplacedFile())
+            f->writes().async([replaced = std::move(replaced)]() mutable { replaced.reset(); });
         return;
     }
 
