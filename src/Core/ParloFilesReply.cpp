@@ -4,6 +4,8 @@
 // bytes and each large block goes from there to the file, as curl does.
 #include "ParloFilesReply_p.h"
 
+#include "IMDispatch.h"
+
 #include <QDir>
 #include <QHostAddress>
 #include <QHostInfo>
@@ -55,6 +57,7 @@ struct ParloFilesReply::Outcome {
 ParloFilesReply::ParloFilesReply(QNetworkAccessManager *session, const QNetworkRequest &request)
     : QNetworkReply(session)
     , m_session(session)
+    , m_alive(std::make_shared<ParloFilesReply *>(this))
 {
     setRequest(request);
     setUrl(request.url());
@@ -65,6 +68,7 @@ ParloFilesReply::ParloFilesReply(QNetworkAccessManager *session, const QNetworkR
 ParloFilesReply::~ParloFilesReply()
 {
     stop();
+    *m_alive = nullptr; // reports still queued for the main thread find no reply
 #ifdef Q_OS_UNIX
     for (int fd : m_wake)
         if (fd >= 0)
@@ -100,16 +104,16 @@ void ParloFilesReply::reportProgress(qint64 received, qint64 total)
     m_received = received;
     if (m_progressQueued.exchange(true))
         return;
-    QMetaObject::invokeMethod(
-        this,
-        [this, total] {
-            m_progressQueued = false;
-            if (isFinished())
-                return;
-            m_reported = m_received;
-            emit downloadProgress(m_reported, total);
-        },
-        Qt::QueuedConnection);
+    IMDispatchMainAsync([alive = m_alive, total] {
+        ParloFilesReply *reply = *alive;
+        if (!reply)
+            return;
+        reply->m_progressQueued = false;
+        if (reply->isFinished())
+            return;
+        reply->m_reported = reply->m_received;
+        emit reply->downloadProgress(reply->m_reported, total);
+    });
 }
 
 void ParloFilesReply::end(Outcome outcome)
@@ -537,9 +541,10 @@ void ParloFilesReply::run(const Job &job)
     }();
     if (m_cancelled)
         return; // abort() ends the reply
-    QMetaObject::invokeMethod(
-        this, [this, out = std::move(out)]() mutable { end(std::move(out)); },
-        Qt::QueuedConnection);
+    IMDispatchMainAsync([alive = m_alive, out = std::move(out)]() mutable {
+        if (ParloFilesReply *reply = *alive)
+            reply->end(std::move(out));
+    });
 }
 
 #endif

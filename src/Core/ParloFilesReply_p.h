@@ -56,6 +56,9 @@ private:
     void reportProgress(qint64 received, qint64 total);
 
     QPointer<QNetworkAccessManager> m_session;
+    //! This reply while it lives: the worker's reports reach the main thread through the kit's
+    //! main queue (a hand-over ThreadSanitizer sees), and may arrive after the reply has gone.
+    const std::shared_ptr<ParloFilesReply *> m_alive;
     std::thread m_worker;
     int m_wake[2] = { -1, -1 }; //!< a byte written here wakes the worker out of any wait
     std::atomic<bool> m_cancelled { false };
