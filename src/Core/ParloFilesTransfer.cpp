@@ -238,8 +238,7 @@ void Parlo::startDownload(const QString &name, Progress progress, DataSuccess su
     if (!std::exchange(f->viaSessionOnce, false))
         reply = ParloFilesReply::get(urlSession(), request, IMPlatform::instance()->temporaryPath(),
                                      filePathWithName(name), f->requestTimeoutMs);
-    const bool direct = reply;
-    if (!direct) {
+    if (!reply) {
         reply = urlSession()->get(request);
         reply->setReadBufferSize(kReadBufferSize);
     }
@@ -255,31 +254,31 @@ void Parlo::startDownload(const QString &name, Progress progress, DataSuccess su
     startTransfer(reply, posted(failure));
 
     QObject *context = f->transferContext.get();
-    if (!direct)
-        QObject::connect(reply, &QNetworkReply::readyRead, context, [reply, download] {
-            const QByteArray chunk = reply->readAll();
-            if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400) {
-                download->errorBody += chunk.left(kErrorBodyLimit - download->errorBody.size());
-                return;
-            }
-            if (!download->writeError.isNull())
-                return;
-            if (!download->file) {
-                download->file = std::make_unique<QTemporaryFile>(
-                    QDir(IMPlatform::instance()->temporaryPath()).filePath(QStringLiteral("parlo-download-XXXXXX")));
-                if (!download->file->open()) {
-                    download->writeError = download->file->errorString();
-                    reply->abort();
-                    return;
-                }
-            }
-            if (download->file->write(chunk) != chunk.size()) {
+    // (A ParloFilesReply has no body to read: its worker writes it.)
+    QObject::connect(reply, &QNetworkReply::readyRead, context, [reply, download] {
+        const QByteArray chunk = reply->readAll();
+        if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400) {
+            download->errorBody += chunk.left(kErrorBodyLimit - download->errorBody.size());
+            return;
+        }
+        if (!download->writeError.isNull())
+            return;
+        if (!download->file) {
+            download->file = std::make_unique<QTemporaryFile>(
+                QDir(IMPlatform::instance()->temporaryPath()).filePath(QStringLiteral("parlo-download-XXXXXX")));
+            if (!download->file->open()) {
                 download->writeError = download->file->errorString();
                 reply->abort();
                 return;
             }
-            download->written += chunk.size();
-        });
+        }
+        if (download->file->write(chunk) != chunk.size()) {
+            download->writeError = download->file->errorString();
+            reply->abort();
+            return;
+        }
+        download->written += chunk.size();
+    });
     QObject::connect(reply, &QNetworkReply::downloadProgress, context, [f, reply, key](qint64 received, qint64 total) {
         if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400)
             return;
