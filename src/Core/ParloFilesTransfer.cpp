@@ -1,7 +1,9 @@
 // Files over plain HTTP: the URL session, the HTTP download with its chat-in, and the upload.
-// Transfers run on the main thread's QNetworkAccessManager; every caller's block is posted to the
-// main queue, and each transfer ends exactly once, also when the facade goes first.
+// Transfers run on the main thread's QNetworkAccessManager, except plain-http downloads, which a
+// ParloFilesReply runs on a thread of its own; every caller's block is posted to the main queue,
+// and each transfer ends exactly once, also when the facade goes first.
 #include "ParloFiles_p.h"
+#include "ParloFilesReply_p.h"
 
 #include "IMClient.h"
 #include "IMPlatform.h"
@@ -232,8 +234,14 @@ void Parlo::startDownload(const QString &name, Progress progress, DataSuccess su
 {
     FilesState *f = files();
     QNetworkRequest request(QUrl(d->domainString + QStringLiteral("/files/") + parloFileSegment(name)));
-    QNetworkReply *reply = urlSession()->get(request);
-    reply->setReadBufferSize(kReadBufferSize);
+    QNetworkReply *reply = nullptr;
+    if (!std::exchange(f->viaSessionOnce, false))
+        reply = ParloFilesReply::get(urlSession(), request, IMPlatform::instance()->temporaryPath(),
+                                     filePathWithName(name), f->requestTimeoutMs);
+    if (!reply) {
+        reply = urlSession()->get(request);
+        reply->setReadBufferSize(kReadBufferSize);
+    }
     const QString key = QString::number(f->nextTaskIdentifier++);
     f->taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
                                         {kSessionSuccess, QVariant::fromValue(success)},
@@ -246,6 +254,7 @@ void Parlo::startDownload(const QString &name, Progress progress, DataSuccess su
     startTransfer(reply, posted(failure));
 
     QObject *context = f->transferContext.get();
+    // (A ParloFilesReply has no body to read: its worker writes it.)
     QObject::connect(reply, &QNetworkReply::readyRead, context, [reply, download] {
         const QByteArray chunk = reply->readAll();
         if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400) {
@@ -295,6 +304,35 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
     const std::shared_ptr<ParloDownload> download = f->downloads.take(key);
     const DataSuccess success = entry.value(kSessionSuccess).value<DataSuccess>();
     const Failure failure = posted(entry.value(kSessionFailure).value<Failure>());
+
+    if (auto *direct = dynamic_cast<ParloFilesReply *>(reply)) {
+        if (direct->needsSession()) {
+            // An answer the session knows better (a redirect, a body of unannounced length): ask
+            // again through it. Nothing has been reported yet.
+            f->viaSessionOnce = true;
+            startDownload(download->name, entry.value(kSessionProgress).value<Progress>(), success,
+                          entry.value(kSessionFailure).value<Failure>());
+            return;
+        }
+        IMError error = transferError(reply, direct->errorBody(), f->resourceTimeoutMs);
+        if (error.isNull() && !direct->writeError().isNull())
+            error = IMError(QStringLiteral("QFileDevice"), QFileDevice::WriteError,
+                            QVariantMap{{QStringLiteral("info"), direct->writeError()}});
+        if (!error.isNull()) {
+            failure(error);
+            return;
+        }
+        // The bytes are already on disk, in place; the memory cache and the success block share them.
+        const QByteArray bytes = direct->bytes();
+        f->cache.setObject(download->name, bytes);
+        IMDispatchMainAsync([success, bytes] {
+            if (success)
+                success(bytes);
+        });
+        if (std::shared_ptr<void> replaced = direct->takeReplacedFile())
+            f->writes().async([replaced = std::move(replaced)]() mutable { replaced.reset(); });
+        return;
+    }
 
     IMError error = transferError(reply, download->errorBody, f->resourceTimeoutMs);
     if (error.isNull() && !download->writeError.isNull())

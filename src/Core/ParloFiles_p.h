@@ -35,6 +35,8 @@ struct Parlo::FilesState
     std::unique_ptr<QNetworkAccessManager> urlSession;
     QMap<QString, QVariantMap> taskDict;
     quint64 nextTaskIdentifier = 1;
+    //! The next download goes through urlSession, not a worker of its own.
+    bool viaSessionOnce = false;
     int requestTimeoutMs = 120 * 1000;
     int resourceTimeoutMs = 180 * 1000;
     //! The transfers that have not ended, each with the failure that ends it if the facade goes

@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QImageReader>
 #include <QRandomGenerator>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <algorithm>
 #include <list>
 
@@ -77,6 +79,50 @@ QByteArray randomBytes(qsizetype size)
 }
 
 const QByteArray kBoundary = "---------------------------14737809831466499882746641449";
+
+//! A plain HTTP server that chats in with a cookie and serves "hello" in the shapes a download's
+//! worker leaves to the URL session: "moved" is a redirect to "chunked", whose body has no
+//! announced length. It notes the cookie of every file request.
+class SessionShapesServer
+{
+public:
+    SessionShapesServer()
+    {
+        QObject::connect(&server, &QTcpServer::pendingConnectionAvailable, [this] {
+            while (QTcpSocket *socket = server.nextPendingConnection())
+                serve(socket);
+        });
+        server.listen(QHostAddress::LocalHost, 0);
+    }
+    QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()); }
+    QList<QByteArray> cookies;
+
+private:
+    void serve(QTcpSocket *socket)
+    {
+        QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+            if (!socket->peek(64 * 1024).contains("\r\n\r\n"))
+                return;
+            const QByteArray head = socket->readAll();
+            const QByteArray target = head.split(' ').value(1);
+            const qsizetype cookie = head.indexOf("Cookie: ");
+            if (target.startsWith("/files/"))
+                cookies << head.mid(cookie + 8, head.indexOf("\r\n", cookie) - cookie - 8);
+            QByteArray answer = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
+            if (head.startsWith("POST /client/chatin/"))
+                answer = "HTTP/1.1 200 OK\r\nSet-Cookie: sid=s1; Path=/\r\nContent-Length: 17\r\n\r\n"
+                         R"({"clientID":"me"})";
+            else if (target == "/files/moved")
+                answer = "HTTP/1.1 302 Found\r\nLocation: /files/chunked\r\nContent-Length: 0\r\n\r\n";
+            else if (target == "/files/chunked")
+                answer = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nhel\r\n2\r\nlo\r\n0\r\n\r\n";
+            socket->write(answer);
+            socket->disconnectFromHost();
+        });
+    }
+    QTcpServer server;
+};
 } // namespace
 
 // ---- without a server --------------------------------------------------------------------------
@@ -215,6 +261,31 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
     EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.fail()).isNull());
     ASSERT_TRUE(image.wait());
     EXPECT_TRUE(image.failedOnceWith(400));
+}
+
+TEST_F(FilesTest, AnswersTheWorkerLeavesToTheSessionArriveWholeWithTheCookie)
+{
+    SessionShapesServer server;
+    parlo->setSocketFactory([](const QUrl &, const QVariantMap &) { return new ScriptedSocket; });
+    parlo->connectWithURL(server.url(), {}, [] {});
+    // Each file request is made by the worker first, then by the session (which follows the redirect).
+    const struct {
+        const char *name;
+        int requests;
+    } cases[] = {{"moved", 3}, {"chunked", 2}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        server.cookies.clear();
+        Ends &ends = track();
+        parlo->getFileWithName(c.name, false, ends.progress(), ends.ok(), ends.fail());
+        ASSERT_TRUE(ends.wait());
+        ASSERT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
+        EXPECT_EQ(ends.value, "hello");
+        EXPECT_EQ(parlo->fileWithName(c.name), "hello");
+        EXPECT_EQ(server.cookies, QList<QByteArray>(c.requests, "sid=s1"));
+        EXPECT_TRUE(parlo->taskDict().isEmpty());
+        EXPECT_EQ(downloadsIn(temp), QStringList());
+    }
 }
 
 // ---- against the server ------------------------------------------------------------------------
