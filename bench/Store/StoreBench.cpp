@@ -1,7 +1,8 @@
-// The local store's three hot paths, each beside raw SQLite running the same SQL in the same run:
-//   getAllRooms with 10,000 stored rooms                      goal <= 50 ms
-//   saveRooms of 1,000 rooms (one transaction)                goal <= 30 ms
-//   queryMessagesForRoom 40 of 1,000,000 messages/1,000 rooms goal <= 0.5 ms
+// The local store's three hot paths, each beside raw SQLite running the same SQL in the same run,
+// with its goal as a ratio to raw SQLite:
+//   getAllRooms with 10,000 stored rooms                      goal <= 2x
+//   saveRooms of 1,000 rooms (one transaction)                goal <= 1.5x
+//   queryMessagesForRoom 40 of 1,000,000 messages/1,000 rooms goal <= 2x
 // Usage: parlo_store_bench [--messages N] [--runs N]
 // The baseline reads through a second connection on the same file, and writes the same rows
 // (already archived) into a file of the same schema: what is left is the records' cost.
@@ -130,13 +131,14 @@ struct Figure
     std::vector<double> ours, oursCpu, raw, rawCpu;
 };
 
+// `goal`: the largest ratio of ours to raw SQLite.
 void row(const char *name, const Figure &f, double goal)
 {
     const double ours = median(f.ours), raw = median(f.raw);
     const double oursCpu = median(f.oursCpu), rawCpu = median(f.rawCpu);
-    std::printf("%-48s %9.3f %9.3f %7.2fx | %9.3f %9.3f %7.2fx | %7.3f  %s\n", name, ours, raw,
-                raw > 0 ? ours / raw : 0.0, oursCpu, rawCpu, rawCpu > 0 ? oursCpu / rawCpu : 0.0, goal,
-                ours <= goal ? "ok" : (oursCpu <= goal ? "ok on CPU time" : "OVER"));
+    const double ratio = raw > 0 ? ours / raw : 0.0, cpuRatio = rawCpu > 0 ? oursCpu / rawCpu : 0.0;
+    std::printf("%-48s %9.3f %9.3f %7.2fx | %9.3f %9.3f %7.2fx | %6.2fx  %s\n", name, ours, raw, ratio, oursCpu,
+                rawCpu, cpuRatio, goal, ratio <= goal ? "ok" : (cpuRatio <= goal ? "ok on CPU time" : "OVER"));
 }
 } // namespace
 
@@ -203,7 +205,7 @@ int main(int argc, char **argv)
             timeInto(f.raw, f.rawCpu, [&] { drain(stmt); });
         }
         sqlite3_finalize(stmt);
-        row("getAllRooms, 10,000 rooms", f, 50);
+        row("getAllRooms, 10,000 rooms", f, 2);
         if (seen != kRooms)
             std::printf("  (read %d rooms)\n", seen);
     }
@@ -266,7 +268,7 @@ int main(int argc, char **argv)
         sqlite3_finalize(upsert);
         sqlite3_finalize(index);
         sqlite3_close(writer);
-        row("saveRooms, 1,000 rooms in one transaction", f, 30);
+        row("saveRooms, 1,000 rooms in one transaction", f, 1.5);
     }
 
     {
@@ -311,7 +313,7 @@ int main(int argc, char **argv)
                           }, kQueries);
         }
         sqlite3_finalize(stmt);
-        row("queryMessagesForRoom, 40 of 1,000,000 messages", f, 0.5);
+        row("queryMessagesForRoom, 40 of 1,000,000 messages", f, 2);
         std::printf("  (%.1f messages per page on average)\n", double(got) / (runs * kQueries));
     }
     sqlite3_close(reader);
