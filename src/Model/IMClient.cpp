@@ -70,23 +70,20 @@ IMClientPtr IMClient::copy() const
     return other;
 }
 
-QVariantMap IMClient::toDictionary() const
+void IMClient::forEachOwnField(const FieldVisitor &field) const
 {
-    QVariantMap dict = IMObject::toDictionary();
-    writeString(dict, QStringLiteral("clientID"), d->clientID);
-    writeString(dict, QStringLiteral("token"), d->token);
-    writeString(dict, QStringLiteral("email"), d->email);
-    writeString(dict, QStringLiteral("password"), d->password);
-    writeString(dict, QStringLiteral("emailVerified"), d->emailVerified);
-    writeString(dict, QStringLiteral("photo"), d->photo);
-    writeOptional(dict, QStringLiteral("roomIDs"), d->roomIDs);
-    writeString(dict, QStringLiteral("username"), d->username);
-    writeString(dict, QStringLiteral("chatinAt"), d->chatinAt);
-    writeOptional(dict, QStringLiteral("room"), d->room);
-    writeOptional(dict, QStringLiteral("totalBadge"), d->totalBadge);
-    return dict;
+    visitString(field, QStringLiteral("chatinAt"), d->chatinAt);
+    visitString(field, QStringLiteral("clientID"), d->clientID);
+    visitString(field, QStringLiteral("email"), d->email);
+    visitString(field, QStringLiteral("emailVerified"), d->emailVerified);
+    visitString(field, QStringLiteral("password"), d->password);
+    visitString(field, QStringLiteral("photo"), d->photo);
+    visitOptional(field, QStringLiteral("room"), d->room);
+    visitOptional(field, QStringLiteral("roomIDs"), d->roomIDs);
+    visitString(field, QStringLiteral("token"), d->token);
+    visitOptional(field, QStringLiteral("totalBadge"), d->totalBadge);
+    visitString(field, QStringLiteral("username"), d->username);
 }
-
 QString IMClient::clientID() const { return d->clientID; }
 void IMClient::setClientID(const QString &clientID) { d->clientID = clientID; }
 QString IMClient::token() const { return d->token; }

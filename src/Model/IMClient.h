@@ -23,7 +23,6 @@ public:
     //! nothing (or nothing mappable) is persisted. Never null.
     static IMClientPtr currentClient();
 
-    QVariantMap toDictionary() const override;
     //! A new record with the same properties.
     IMClientPtr copy() const;
 
@@ -75,6 +74,7 @@ public:
     bool hasTotalBadge() const;
 
 protected:
+    void forEachOwnField(const FieldVisitor &field) const override;
     bool mergeOwnFields(const QVariantMap &dictionary) override;
 
 private:

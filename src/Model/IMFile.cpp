@@ -42,17 +42,14 @@ bool IMFile::mergeOwnFields(const QVariantMap &dict)
     return ok;
 }
 
-QVariantMap IMFile::toDictionary() const
+void IMFile::forEachOwnField(const FieldVisitor &field) const
 {
-    QVariantMap dict = IMObject::toDictionary();
-    writeString(dict, QStringLiteral("fileName"), d->fileName);
-    writeString(dict, QStringLiteral("type"), d->type);
-    writeOptional(dict, QStringLiteral("size"), d->size);
-    writeOptional(dict, QStringLiteral("isPublic"), d->isPublic);
-    writeString(dict, QStringLiteral("room"), d->room);
-    return dict;
+    visitString(field, QStringLiteral("fileName"), d->fileName);
+    visitOptional(field, QStringLiteral("isPublic"), d->isPublic);
+    visitString(field, QStringLiteral("room"), d->room);
+    visitOptional(field, QStringLiteral("size"), d->size);
+    visitString(field, QStringLiteral("type"), d->type);
 }
-
 QString IMFile::fileName() const { return d->fileName; }
 void IMFile::setFileName(const QString &fileName) { d->fileName = fileName; }
 QString IMFile::type() const { return d->type; }

@@ -18,7 +18,6 @@ public:
     //! The dictionaries of `array` mapped; elements that fail to map or are not dictionaries are left out.
     static QList<IMFilePtr> arrayOfModelsFromDictionaries(const QVariantList &array);
 
-    QVariantMap toDictionary() const override;
 
     //! The stored file's name, used to fetch it ("fileName").
     QString fileName() const;
@@ -46,6 +45,7 @@ public:
     void setRoom(const QString &room);
 
 protected:
+    void forEachOwnField(const FieldVisitor &field) const override;
     bool mergeOwnFields(const QVariantMap &dictionary) override;
 
 private:

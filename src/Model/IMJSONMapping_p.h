@@ -5,6 +5,7 @@
 // any other type is a mismatch and makes the whole record fail to map.
 
 #include <QSharedDataPointer>
+#include <functional>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -94,6 +95,24 @@ bool readRequired(const QVariantMap &dict, const QString &key, T *out, Convert c
 {
     const auto it = dict.constFind(key);
     return it != dict.constEnd() && convert(it.value(), out) == Status::Ok;
+}
+
+//! Receives a set property's JSON key and value (IMObject::FieldVisitor).
+using FieldVisitor = std::function<void(const QString &key, const QVariant &value)>;
+
+//! Visits `value` under `key` when the text is set (not null).
+inline void visitString(const FieldVisitor &field, const QString &key, const QString &value)
+{
+    if (!value.isNull())
+        field(key, value);
+}
+
+//! Visits an optional value under `key` when it is set.
+template<typename T>
+void visitOptional(const FieldVisitor &field, const QString &key, const std::optional<T> &value)
+{
+    if (value)
+        field(key, QVariant::fromValue(*value));
 }
 
 //! Writes `value` under `key` when the text is set (not null).

@@ -681,6 +681,24 @@ void write(const QVariantMap &map, QByteArray *out)
     writeMap(map, &sink, 0);
 }
 
+QByteArray toJson(const Member *members, qsizetype count)
+{
+    QByteArray out;
+    {
+        Sink sink(&out);  // cuts `out` to its length when it goes
+        sink.append('{');
+        for (qsizetype i = 0; i < count; ++i) {
+            if (i)
+                sink.append(',');
+            writeString(members[i].first, &sink);
+            sink.append(':');
+            writeValue(members[i].second, &sink, 1);
+        }
+        sink.append('}');
+    }
+    return out;
+}
+
 QByteArray toJson(const QVariantMap &map)
 {
     QByteArray out;

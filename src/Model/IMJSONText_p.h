@@ -8,6 +8,7 @@
 #include <QVariant>
 #include <QVariantMap>
 #include <functional>
+#include <utility>
 
 namespace IMJSONText {
 
@@ -16,6 +17,10 @@ namespace IMJSONText {
 void write(const QVariantMap &map, QByteArray *out);
 //! `write` into a new array.
 QByteArray toJson(const QVariantMap &map);
+//! An object's member: key and value.
+using Member = std::pair<QString, QVariant>;
+//! An object of `members`, written in their order (a dictionary's is by key).
+QByteArray toJson(const Member *members, qsizetype count);
 //! Parses a JSON object; false (and `*out` untouched) for anything else or malformed text.
 //! Integers become qlonglong (reals when they do not fit), null a nullptr variant.
 bool parseObject(const char *data, qsizetype size, QVariantMap *out);

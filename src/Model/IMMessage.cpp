@@ -3,7 +3,7 @@
 #include "IMDate.h"
 #include "IMJSONMapping_p.h"
 #include "IMJSONText_p.h"
-#include "IMMessage_p.h"
+#include "IMStoredText_p.h"
 
 #include <QRandomGenerator>
 #include <iterator>
@@ -65,7 +65,7 @@ QString localDay(const QString &timestamp)
 IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
 IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
 
-IMMessagePtr IMMessageStoredText::read(const QByteArray &text)
+IMMessagePtr IMStoredText::readMessage(const QByteArray &text)
 {
     // Straight from the text into the new record, member by member (a stored record names each
     // key once); a mismatch drops the record, so nothing needs staging.
@@ -167,23 +167,20 @@ bool IMMessage::mergeOwnFields(const QVariantMap &dict)
     return true;
 }
 
-QVariantMap IMMessage::toDictionary() const
+void IMMessage::forEachOwnField(const FieldVisitor &field) const
 {
     decodeDeferred();
-    QVariantMap dict = IMObject::toDictionary();
-    writeString(dict, QStringLiteral("message"), d->message);
-    writeString(dict, QStringLiteral("messageType"), d->messageType);
-    if (d->room)
-        dict.insert(QStringLiteral("room"), d->room->toDictionary());
-    if (d->sender)
-        dict.insert(QStringLiteral("sender"), d->sender->toDictionary());
-    writeOptional(dict, QStringLiteral("idFromSender"), d->idFromSender);
-    writeOptional(dict, QStringLiteral("sendingType"), d->sendingType);
+    visitOptional(field, QStringLiteral("idFromSender"), d->idFromSender);
+    visitString(field, QStringLiteral("message"), d->message);
+    visitString(field, QStringLiteral("messageType"), d->messageType);
     if (d->option)
-        dict.insert(QStringLiteral("option"), d->option->toDictionary());
-    return dict;
+        field(QStringLiteral("option"), d->option->toDictionary());
+    if (d->room)
+        field(QStringLiteral("room"), d->room->toDictionary());
+    if (d->sender)
+        field(QStringLiteral("sender"), d->sender->toDictionary());
+    visitOptional(field, QStringLiteral("sendingType"), d->sendingType);
 }
-
 QString IMMessage::message() const { return d->message; }
 void IMMessage::setMessage(const QString &message) { d->message = message; }
 QString IMMessage::messageType() const { return d->messageType; }

@@ -49,9 +49,6 @@ public:
     //! The dictionaries of `array` mapped like `fromDictionary`; failures and non-dictionaries left out.
     static QList<IMMessagePtr> arrayOfModelsFromDictionaries(const QVariantList &array);
 
-    //! The message as a JSON dictionary, with "room", "sender" and "option" nested; never "temp".
-    QVariantMap toDictionary() const override;
-
     //! The text, or for a picture the uploaded file's name ("message").
     QString message() const;
     //! Sets `message`.
@@ -100,6 +97,8 @@ public:
     bool isDifferentDateWithMessage(const IMMessagePtr &other) const;
 
 protected:
+    //! "room", "sender" and "option" nested; never "temp".
+    void forEachOwnField(const FieldVisitor &field) const override;
     bool mergeOwnFields(const QVariantMap &dictionary) override;
 
 private:
@@ -111,7 +110,7 @@ private:
     mutable std::atomic<Deferred *> deferred{ nullptr };
     void decodeDeferred() const;
     static bool mergeOwnMember(Private &staged, const QString &key, const QVariant &value);
-    friend struct IMMessageStoredText;
+    friend struct IMStoredText;
 };
 
 Q_DECLARE_METATYPE(IMMessagePtr)

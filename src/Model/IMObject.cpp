@@ -1,6 +1,12 @@
 #include "IMObject.h"
 
 #include "IMJSONMapping_p.h"
+#include "IMJSONText_p.h"
+#include "IMStoredText_p.h"
+
+#include <QVarLengthArray>
+#include <algorithm>
+#include <iterator>
 
 #include <optional>
 
@@ -65,18 +71,40 @@ bool IMObject::mergeFromDictionary(const QVariantMap &dictionary)
 
 bool IMObject::mergeOwnFields(const QVariantMap &) { return true; }
 
+void IMObject::forEachBaseField(const FieldVisitor &field) const
+{
+    visitString(field, QStringLiteral("className"), d->className);
+    visitString(field, QStringLiteral("createdAt"), d->createdAt);
+    visitOptional(field, QStringLiteral("data"), d->data);
+    visitString(field, QStringLiteral("id"), d->objectID);
+    visitString(field, QStringLiteral("updatedAt"), d->updatedAt);
+    visitString(field, QStringLiteral("url"), d->url);
+}
+
+void IMObject::forEachOwnField(const FieldVisitor &) const { }
+
 QVariantMap IMObject::toDictionary() const
 {
     QVariantMap dict;
-    writeString(dict, QStringLiteral("url"), d->url);
-    writeString(dict, QStringLiteral("className"), d->className);
-    writeString(dict, QStringLiteral("id"), d->objectID);
-    writeString(dict, QStringLiteral("createdAt"), d->createdAt);
-    writeString(dict, QStringLiteral("updatedAt"), d->updatedAt);
-    writeOptional(dict, QStringLiteral("data"), d->data);
+    const auto insert = [&dict](const QString &key, const QVariant &value) { dict.insert(key, value); };
+    forEachBaseField(insert);
+    forEachOwnField(insert);
     return dict;
 }
 
+QByteArray IMStoredText::write(const IMObject &record)
+{
+    // The base's properties and the class's own, each in key order, merged as a dictionary orders them.
+    using Member = IMJSONText::Member;
+    QVarLengthArray<Member, 8> base;
+    QVarLengthArray<Member, 16> own;
+    record.forEachBaseField([&base](const QString &key, const QVariant &value) { base.append({ key, value }); });
+    record.forEachOwnField([&own](const QString &key, const QVariant &value) { own.append({ key, value }); });
+    QVarLengthArray<Member, 24> members;
+    std::merge(base.cbegin(), base.cend(), own.cbegin(), own.cend(), std::back_inserter(members),
+               [](const Member &a, const Member &b) { return a.first < b.first; });
+    return IMJSONText::toJson(members.constData(), members.size());
+}
 QString IMObject::url() const { return d->url; }
 void IMObject::setUrl(const QString &url) { d->url = url; }
 QString IMObject::className() const { return d->className; }

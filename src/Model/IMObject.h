@@ -71,6 +71,11 @@ public:
     virtual void saveInBackGround(const std::function<void(bool, const IMError &)> &completion);
 
 protected:
+    //! Receives a set property's JSON key and value.
+    using FieldVisitor = std::function<void(const QString &key, const QVariant &value)>;
+    //! Calls `field` for each set property this class adds to its base, in key order (nested
+    //! records as their dictionaries): `toDictionary` and the store's text are made from these.
+    virtual void forEachOwnField(const FieldVisitor &field) const;
     //! Reads the subclass's own properties from `dictionary`, all or nothing; false on a mismatch.
     virtual bool mergeOwnFields(const QVariantMap &dictionary);
     //! Copies `data` from `other`, set or unset alike.
@@ -84,6 +89,8 @@ protected:
 private:
     struct Private;
     static bool mergeMember(Private &staged, const QString &key, const QVariant &value);
+    void forEachBaseField(const FieldVisitor &field) const;
+    friend struct IMStoredText;
     // Shared between copies until one of them changes (`copy` costs a reference count).
     QSharedDataPointer<Private> d;
 };

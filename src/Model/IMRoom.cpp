@@ -68,23 +68,20 @@ IMRoomPtr IMRoom::copy() const
     return other;
 }
 
-QVariantMap IMRoom::toDictionary() const
+void IMRoom::forEachOwnField(const FieldVisitor &field) const
 {
-    QVariantMap dict = IMObject::toDictionary();
-    writeString(dict, QStringLiteral("name"), d->name);
-    writeString(dict, QStringLiteral("thumbnail"), d->thumbnail);
-    writeOptional(dict, QStringLiteral("isPublic"), d->isPublic);
-    writeOptional(dict, QStringLiteral("client"), d->client);
-    writeOptional(dict, QStringLiteral("message"), d->message);
-    writeOptional(dict, QStringLiteral("archivedBy"), d->archivedBy);
-    writeOptional(dict, QStringLiteral("readTime"), d->readTime);
-    writeString(dict, QStringLiteral("lastMessageTime"), d->lastMessageTime);
+    visitOptional(field, QStringLiteral("archivedBy"), d->archivedBy);
+    visitOptional(field, QStringLiteral("badge"), d->badge);
+    visitOptional(field, QStringLiteral("client"), d->client);
+    visitOptional(field, QStringLiteral("isPublic"), d->isPublic);
+    visitString(field, QStringLiteral("lastMessageTime"), d->lastMessageTime);
+    visitOptional(field, QStringLiteral("message"), d->message);
+    visitString(field, QStringLiteral("name"), d->name);
+    visitOptional(field, QStringLiteral("readTime"), d->readTime);
     if (senderRecord)
-        dict.insert(QStringLiteral("sender"), senderRecord->toDictionary());
-    writeOptional(dict, QStringLiteral("badge"), d->badge);
-    return dict;
+        field(QStringLiteral("sender"), senderRecord->toDictionary());
+    visitString(field, QStringLiteral("thumbnail"), d->thumbnail);
 }
-
 IMClientPtr IMRoom::anyOtherClient() const
 {
     if (!d->client)

@@ -21,7 +21,6 @@ public:
     //! The dictionaries of `array` mapped; elements that fail to map or are not dictionaries are left out.
     static QList<IMRoomPtr> arrayOfModelsFromDictionaries(const QVariantList &array);
 
-    QVariantMap toDictionary() const override;
     //! A new record with the same properties (the `sender` copied too, not shared).
     IMRoomPtr copy() const;
 
@@ -75,6 +74,7 @@ public:
     IMClientPtr anyOtherClient() const;
 
 protected:
+    void forEachOwnField(const FieldVisitor &field) const override;
     bool mergeOwnFields(const QVariantMap &dictionary) override;
 
 private:

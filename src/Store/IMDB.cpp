@@ -3,7 +3,7 @@
 #include "IMDB_p.h"
 #include "IMDate.h"
 #include "IMJSONText_p.h"
-#include "IMMessage_p.h"
+#include "IMStoredText_p.h"
 #include "IMDispatch.h"
 #include "IMLog.h"
 
@@ -53,7 +53,7 @@ IMDBRow rowFor(const IMRoom &room)
 {
     IMDBRow row;
     row.key = room.objectID().toUtf8();
-    row.data = IMJSONText::toJson(room.toDictionary());
+    row.data = IMStoredText::write(room);
     row.lastMessageTime = IMDate::toDate(room.lastMessageTime());
     row.room = room.copy();
     return row;
@@ -63,7 +63,7 @@ IMDBRow rowFor(const IMMessage &message)
 {
     IMDBRow row;
     row.key = message.objectID().toUtf8();
-    row.data = IMJSONText::toJson(message.toDictionary());
+    row.data = IMStoredText::write(message);
     row.createdAt = IMDate::toDate(message.createdAt());
     if (message.room())
         row.roomID = message.room()->objectID();
@@ -75,7 +75,7 @@ IMDBRow rowFor(const IMMessage &message)
 IMObjectPtr recordFrom(const QByteArray &collection, const QByteArray &data)
 {
     if (collection == "Message")
-        return IMMessageStoredText::read(data);
+        return IMStoredText::readMessage(data);
     QVariantMap dict;
     if (!IMJSONText::parseObject(data.constData(), data.size(), &dict))
         return nullptr;

@@ -1,6 +1,8 @@
 // The records' JSON text: what it writes reads back the same, values can be left as text, and no
 // input makes it crash.
+#include "IMFile.h"
 #include "IMJSONText_p.h"
+#include "IMStoredText_p.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -8,6 +10,7 @@
 #include <QRandomGenerator>
 #include <gtest/gtest.h>
 #include <limits>
+#include <vector>
 
 TEST(RecordJSONText, WritesWhatQtReadsAndReadsBackTheSame)
 {
@@ -109,4 +112,30 @@ TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
     EXPECT_EQ(out.value("data").toMap().value("room"), 1);
     for (const char *bad : { R"({"room":{"a":1},"id":})", R"({"room":{"a":"}})", R"({"room":[1,2)", R"({"tags":tru})" })
         EXPECT_FALSE(IMJSONText::parseObject(bad, qsizetype(strlen(bad)), &out, keys, 3, spans)) << bad;
+}
+
+TEST(RecordJSONText, RecordsWriteTheTextOfTheirDictionaries)
+{
+    const QVariantMap client{ { "id", "c1" }, { "clientID", "alice" }, { "username", QString::fromUtf8("愛麗絲") },
+                              { "roomIDs", QVariantList{ "r1" } }, { "totalBadge", 3 }, { "emailVerified", "1" } };
+    const QVariantMap room{ { "id", "r1" }, { "name", "Team \"A\"" }, { "isPublic", true }, { "badge", 2 },
+                            { "client", QVariantList{ client } }, { "message", QVariantList{ QVariantMap{ { "id", "m0" } } } },
+                            { "archivedBy", QVariantList{ "bob" } }, { "readTime", QVariantMap{ { "alice", "t" } } },
+                            { "lastMessageTime", "2024-01-02T03:04:05.678Z" }, { "sender", client },
+                            { "thumbnail", "http://img/r.png" }, { "data", QVariantMap{ { "k", 1 } } },
+                            { "createdAt", "2024-01-01T00:00:00.000Z" }, { "url", "/room/r1" }, { "className", "Room" } };
+    IMMessagePtr message = IMMessage::fromDictionary({ { "id", "m1" }, { "message", "hi\n🚀" }, { "room", room },
+                                                       { "sender", client }, { "sendingType", 2 },
+                                                       { "option", QVariantMap{ { "needToPush", true }, { "badgeIncrease", false } } } });
+    const std::vector<IMObjectPtr> records{ IMRoom::fromDictionary(room), IMClient::fromDictionary(client), message,
+                                            IMFile::fromDictionary({ { "id", "f1" }, { "fileName", "a.png" }, { "size", 10 } }),
+                                            std::make_shared<IMRoom>(), IMObject::fromDictionary({ { "id", "o1" } }) };
+    for (const IMObjectPtr &record : records) {
+        ASSERT_TRUE(record);
+        EXPECT_EQ(IMStoredText::write(*record), IMJSONText::toJson(record->toDictionary()));
+    }
+    // And a stored message reads back as it was.
+    const IMMessagePtr back = IMStoredText::readMessage(IMStoredText::write(*message));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->toDictionary(), message->toDictionary());
 }

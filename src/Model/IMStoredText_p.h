@@ -1,0 +1,14 @@
+#pragma once
+
+#include "IMMessage.h"
+
+//! Records as the store keeps them: JSON text, written and read without dictionaries in between.
+struct IMStoredText
+{
+    //! `record` as JSON text: the same text as its dictionary written with IMJSONText::toJson.
+    static QByteArray write(const IMObject &record);
+    //! The message archived as `text`, mapped without the initialisers' defaults; its room,
+    //! sender and push options are checked now and decoded when first used. Null for malformed
+    //! text or a value that does not fit its property.
+    static IMMessagePtr readMessage(const QByteArray &text);
+};
