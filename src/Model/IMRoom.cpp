@@ -1,7 +1,10 @@
 #include "IMRoom.h"
 
 #include "IMJSONMapping_p.h"
+#include "IMStoredText_p.h"
 #include "IMUserDefaults.h"
+
+#include <mutex>
 
 #include <optional>
 
@@ -51,8 +54,10 @@ bool IMRoom::mergeOwnFields(const QVariantMap &dict)
     // A nested record that does not map is skipped, as every property here is optional.
     const auto sender = dict.constFind(QStringLiteral("sender"));
     if (sender != dict.constEnd() && sender->typeId() == QMetaType::QVariantMap) {
-        if (IMClientPtr client = IMClient::fromDictionary(sender->toMap()))
+        if (IMClientPtr client = IMClient::fromDictionary(sender->toMap())) {
             senderRecord = client;
+            senderShared.store(false, std::memory_order_relaxed);
+        }
     }
     d = new Private(std::move(staged));
     return true;
@@ -63,8 +68,8 @@ IMRoomPtr IMRoom::copy() const
     auto other = std::make_shared<IMRoom>();
     other->copyObjectFieldsFrom(*this);
     other->d = d;
-    if (senderRecord)
-        other->senderRecord = senderRecord->copy();
+    if (const IMClientPtr mine = sender())
+        other->senderRecord = mine->copy();
     return other;
 }
 
@@ -78,8 +83,8 @@ void IMRoom::forEachOwnField(const FieldVisitor &field) const
     visitOptional(field, QStringLiteral("message"), d->message);
     visitString(field, QStringLiteral("name"), d->name);
     visitOptional(field, QStringLiteral("readTime"), d->readTime);
-    if (senderRecord)
-        field(QStringLiteral("sender"), senderRecord->toDictionary());
+    if (const IMClientPtr mine = sender())
+        field(QStringLiteral("sender"), mine->toDictionary());
     visitString(field, QStringLiteral("thumbnail"), d->thumbnail);
 }
 IMClientPtr IMRoom::anyOtherClient() const
@@ -115,8 +120,34 @@ QVariantMap IMRoom::readTime() const { return d->readTime.value_or(QVariantMap()
 void IMRoom::setReadTime(const QVariantMap &readTime) { d->readTime = readTime; }
 QString IMRoom::lastMessageTime() const { return d->lastMessageTime; }
 void IMRoom::setLastMessageTime(const QString &lastMessageTime) { d->lastMessageTime = lastMessageTime; }
-IMClientPtr IMRoom::sender() const { return senderRecord; }
-void IMRoom::setSender(const IMClientPtr &sender) { senderRecord = sender; }
+IMClientPtr IMRoom::sender() const
+{
+    if (senderShared.load(std::memory_order_acquire)) {
+        static std::mutex mutex;  // rare and short: one lock for every room
+        std::lock_guard<std::mutex> lock(mutex);
+        if (senderShared.load(std::memory_order_relaxed)) {
+            senderRecord = senderRecord->copy();
+            senderShared.store(false, std::memory_order_release);
+        }
+    }
+    return senderRecord;
+}
+
+void IMRoom::setSender(const IMClientPtr &sender)
+{
+    senderRecord = sender;
+    senderShared.store(false, std::memory_order_relaxed);
+}
+
+IMRoomPtr IMStoredText::copyCached(const IMRoom &room)
+{
+    auto other = std::make_shared<IMRoom>();
+    other->copyObjectFieldsFrom(room);
+    other->d = room.d;
+    other->senderRecord = room.senderRecord;
+    other->senderShared.store(bool(room.senderRecord), std::memory_order_relaxed);
+    return other;
+}
 qint32 IMRoom::badge() const { return d->badge.value_or(0); }
 void IMRoom::setBadge(qint32 badge) { d->badge = badge; }
 bool IMRoom::hasBadge() const { return d->badge.has_value(); }

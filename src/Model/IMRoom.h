@@ -4,6 +4,7 @@
 #include "IMObject.h"
 
 #include <QStringList>
+#include <atomic>
 
 class IMRoom;
 using IMRoomPtr = std::shared_ptr<IMRoom>;
@@ -81,7 +82,11 @@ private:
     struct Private;
     // Shared between copies until one of them changes (`copy` costs a reference count).
     QSharedDataPointer<Private> d;
-    IMClientPtr senderRecord;  // a record of its own in every copy, so kept beside `d`
+    // A record of its own in every copy, so kept beside `d`. A copy of the store's cached room
+    // shares the cache's (which no one changes) until it is first used (from any thread).
+    mutable IMClientPtr senderRecord;
+    mutable std::atomic<bool> senderShared{ false };
+    friend struct IMStoredText;
 };
 
 Q_DECLARE_METATYPE(IMRoomPtr)

@@ -11,4 +11,7 @@ struct IMStoredText
     //! sender and push options are checked now and decoded when first used. Null for malformed
     //! text or a value that does not fit its property.
     static IMMessagePtr readMessage(const QByteArray &text);
+    //! A copy of a room that no one changes or hands out (the store's cache): its sender is
+    //! shared until the copy first uses it, and then copied.
+    static IMRoomPtr copyCached(const IMRoom &room);
 };

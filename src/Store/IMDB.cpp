@@ -306,7 +306,7 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
             if (i + kAhead < rows.size())
                 __builtin_prefetch(rows.at(i + kAhead).cached);
 #endif
-            out.append(row.cached->copy());
+            out.append(IMStoredText::copyCached(*row.cached));
         } else if (IMObjectPtr record = recordFrom(row.collection, row.data)) {
             if (row.collection == kRoom)
                 cacheRoom(row.rowid, std::static_pointer_cast<IMRoom>(record)->copy());

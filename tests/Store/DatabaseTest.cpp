@@ -82,16 +82,20 @@ TEST_F(StoreTest, RecordsReadBackEqualWhatWasStored)
     EXPECT_EQ(page.first()->toDictionary(), sent->toDictionary());
     EXPECT_FALSE(page.first()->temp().isValid());
 
-    // A message's nested records are decoded when first used: by several threads at once, or
-    // after one of them was replaced, which the stored one must not overwrite.
+    // A message's nested records, and a listed room's sender, are made when first used: by
+    // several threads at once, or after one of them was replaced, which must then stay.
     sent->setSender(IMClient::fromDictionary({ { "id", "c9" } }));
     db->saveMessages({ sent });
     const auto read = [&] { return db->queryMessagesForRoom(stored, QDateTime::currentDateTimeUtc(), 10).value(0); };
     const IMMessagePtr shared = read();
+    const IMRoomPtr listed = db->getAllRooms().value(0);
     std::vector<std::thread> readers;
     std::atomic<int> same{ 0 };
     for (int t = 0; t < 4; ++t)
-        readers.emplace_back([&] { same += int(shared->room()->objectID() == "r1" && shared->sender()->objectID() == "c9"); });
+        readers.emplace_back([&] {
+            same += int(shared->room()->objectID() == "r1" && shared->sender()->objectID() == "c9"
+                        && listed->sender()->objectID() == "c1");
+        });
     for (auto &reader : readers)
         reader.join();
     EXPECT_EQ(same.load(), 4);
