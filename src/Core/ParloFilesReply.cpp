@@ -15,6 +15,7 @@
 #include <QNetworkProxy>
 #include <QTemporaryFile>
 #include <filesystem>
+#include <new>
 
 #ifdef Q_OS_UNIX
 #include <cerrno>
@@ -488,7 +489,15 @@ void ParloFilesReply::run(const Job &job)
             out.writeError = file.errorString();
             return;
         }
-        QByteArray bytes(qsizetype(length), Qt::Uninitialized);
+        // An announced length too large to hold goes the session's way too, which keeps only
+        // what arrives: an answer must never take the host down.
+        QByteArray bytes;
+        try {
+            bytes = QByteArray(qsizetype(length), Qt::Uninitialized);
+        } catch (const std::bad_alloc &) {
+            out.needsSession = true;
+            return;
+        }
         qint64 received = std::min<qint64>(head.size(), length);
         std::memcpy(bytes.data(), head.constData(), size_t(received));
         head = QByteArray();
