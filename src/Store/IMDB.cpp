@@ -257,13 +257,13 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
         const char *data = reinterpret_cast<const char *>(sqlite3_column_text(stmt, column));
         return QByteArray::fromRawData(data, data ? sqlite3_column_bytes(stmt, column) : 0);
     };
-    // The rows are read first and become records afterwards. Decoding between steps pushed
-    // SQLite's own pages and code out of the caches; and a cached room's copy first touches the
-    // cached record's data, which, once per row among SQLite's work, was most of a cached read's
-    // cost: together, with the records fetched ahead, these touches overlap.
+    // The rows are read first and become records afterwards. A cached room's copy first touches
+    // the cached record's data: one cache miss per row, which among SQLite's work came one at a
+    // time and was most of a cached read's cost; together, with the records fetched ahead, the
+    // misses overlap.
     struct Row
     {
-        QByteArray collection;  //!< shared with `only` or the literals below, or a copy
+        QByteArray collection;  //!< one of the names below, or a copy
         QByteArray data;        //!< the archived record, unless the room is cached
         const IMRoom *cached = nullptr;
         qint64 rowid = 0;
