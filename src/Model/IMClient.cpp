@@ -52,11 +52,11 @@ bool IMClient::mergeOwnFields(const QVariantMap &dict)
                     && read(dict, QStringLiteral("password"), &staged.password, toString)
                     && read(dict, QStringLiteral("emailVerified"), &staged.emailVerified, toString)
                     && read(dict, QStringLiteral("photo"), &staged.photo, toString)
-                    && readOptional(dict, QStringLiteral("roomIDs"), &staged.roomIDs, toStringList)
+                    && read(dict, QStringLiteral("roomIDs"), &staged.roomIDs, toStringList)
                     && read(dict, QStringLiteral("username"), &staged.username, toString)
                     && read(dict, QStringLiteral("chatinAt"), &staged.chatinAt, toString)
-                    && readOptional(dict, QStringLiteral("room"), &staged.room, toList)
-                    && readOptional(dict, QStringLiteral("totalBadge"), &staged.totalBadge, toUInt64);
+                    && read(dict, QStringLiteral("room"), &staged.room, toList)
+                    && read(dict, QStringLiteral("totalBadge"), &staged.totalBadge, toUInt64);
     if (ok)
         d = new Private(std::move(staged));
     return ok;

@@ -34,8 +34,8 @@ bool IMFile::mergeOwnFields(const QVariantMap &dict)
     Private staged = *d;
     const bool ok = read(dict, QStringLiteral("fileName"), &staged.fileName, toString)
                     && read(dict, QStringLiteral("type"), &staged.type, toString)
-                    && readOptional(dict, QStringLiteral("size"), &staged.size, toUInt64)
-                    && readOptional(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
+                    && read(dict, QStringLiteral("size"), &staged.size, toUInt64)
+                    && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
                     && read(dict, QStringLiteral("room"), &staged.room, toString);
     if (ok)
         *d = std::move(staged);

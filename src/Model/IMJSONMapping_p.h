@@ -73,17 +73,9 @@ bool assign(const QVariant &value, std::optional<T> *out, Convert convert)
     return false;
 }
 
-//! `assign` for the value of `key` in `dict`, when there is one.
+//! `assign` for the value of `key` in `dict`, when there is one (`T` may be a std::optional).
 template<typename T, typename Convert>
 bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
-{
-    const auto it = dict.constFind(key);
-    return it == dict.constEnd() || assign(it.value(), out, convert);
-}
-
-//! The same for a property with presence.
-template<typename T, typename Convert>
-bool readOptional(const QVariantMap &dict, const QString &key, std::optional<T> *out, Convert convert)
 {
     const auto it = dict.constFind(key);
     return it == dict.constEnd() || assign(it.value(), out, convert);

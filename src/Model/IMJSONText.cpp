@@ -220,29 +220,6 @@ void writeValue(const QVariant &value, Sink *out, int depth)
     }
 }
 
-// True when a byte of `word` is `byte` (the classic test for a zero byte, on `word ^ byte...`).
-constexpr quint64 hasByte(quint64 word, unsigned char byte)
-{
-    const quint64 x = word ^ (0x0101010101010101ULL * byte);
-    return (x - 0x0101010101010101ULL) & ~x & 0x8080808080808080ULL;
-}
-
-// The first quote or backslash in [p, end), or `end`; strings are most of a record's text, so
-// they are crossed eight bytes at a time.
-const char *stringStop(const char *p, const char *end)
-{
-    while (end - p >= 8) {
-        quint64 word;
-        std::memcpy(&word, p, sizeof word);
-        if (hasByte(word, '"') | hasByte(word, '\\'))
-            break;
-        p += 8;
-    }
-    while (p < end && *p != '"' && *p != '\\')
-        ++p;
-    return p;
-}
-
 // The records' own keys, shared instead of made anew for every parsed object.
 QString knownKey(const char *data, qsizetype size)
 {
@@ -519,7 +496,8 @@ private:
                 continue;
             skip();
             const char *start = p;
-            if (!(p < end && (*p == '{' || *p == '[') ? skipContainer() : check(1)))
+            QVariant scalar;  // a deferred text, number or literal is checked by reading it
+            if (!(p < end && (*p == '{' || *p == '[') ? skipContainer() : value(&scalar, 0)))
                 return false;
             spans[i] = Span{ start - begin, p - start };
             return true;
@@ -535,7 +513,8 @@ private:
             const char c = *p++;
             if (c == '"') {
                 while (true) {
-                    p = stringStop(p, end);
+                    while (p < end && *p != '"' && *p != '\\')
+                        ++p;
                     if (p >= end)
                         return false;
                     if (*p == '"')
@@ -553,95 +532,6 @@ private:
         }
         return false;
     }
-    // Walks one value without building it; false for malformed text (as `value` would find).
-    bool check(int depth)
-    {
-        skip();
-        if (p >= end)
-            return false;
-        switch (*p) {
-        case '{':
-        case '[': {
-            if (depth > kMaxDepth)
-                return false;
-            const char close = *p == '{' ? '}' : ']';
-            const bool object = close == '}';
-            ++p;
-            skip();
-            if (p < end && *p == close) {
-                ++p;
-                return true;
-            }
-            while (true) {
-                if (object) {
-                    skip();
-                    if (!checkString())
-                        return false;
-                    skip();
-                    if (p >= end || *p != ':')
-                        return false;
-                    ++p;
-                }
-                if (!check(depth + 1))
-                    return false;
-                skip();
-                if (p < end && *p == ',') {
-                    ++p;
-                    continue;
-                }
-                if (p < end && *p == close) {
-                    ++p;
-                    return true;
-                }
-                return false;
-            }
-        }
-        case '"':
-            return checkString();
-        case 't':
-            return literal("true");
-        case 'f':
-            return literal("false");
-        case 'n':
-            return literal("null");
-        default: {
-            QVariant number;
-            return this->number(&number);
-        }
-        }
-    }
-    bool checkString()
-    {
-        if (p >= end || *p != '"')
-            return false;
-        ++p;
-        while (p < end && *p != '"') {
-            const unsigned char c = static_cast<unsigned char>(*p++);
-            if (c < 0x20)
-                return false;
-            if (c != '\\')
-                continue;
-            if (p >= end)
-                return false;
-            switch (*p++) {
-            case '"': case '\\': case '/': case 'b': case 'f': case 'n': case 'r': case 't':
-                break;
-            case 'u': {
-                uint code = 0;
-                if (!hex4(&code))
-                    return false;
-                break;
-            }
-            default:
-                return false;
-            }
-        }
-        if (p >= end)
-            return false;
-        ++p;
-        return true;
-    }
-
     bool parseArray(QVariantList *out, int depth)
     {
         if (depth > kMaxDepth || p >= end || *p != '[')
@@ -709,7 +599,14 @@ QByteArray toJson(const QVariantMap &map)
 
 bool parseObject(const char *data, qsizetype size, QVariantMap *out)
 {
-    return parseObject(data, size, out, nullptr, 0, nullptr);
+    if (!data || size <= 0)
+        return false;
+    QVariantMap map;
+    Parser parser(data, size);
+    if (!parser.object(&map))
+        return false;
+    *out = std::move(map);
+    return true;
 }
 
 bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *deferredKeys, int deferredCount,
@@ -726,20 +623,5 @@ bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *def
     return parser.object(&unused);
 }
 
-bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,
-                 int deferredCount, Span *spans)
-{
-    if (!data || size <= 0)
-        return false;
-    QVariantMap map;
-    Parser parser(data, size);
-    parser.deferredKeys = deferredKeys;
-    parser.deferredCount = deferredCount;
-    parser.spans = spans;
-    if (!parser.object(&map))
-        return false;
-    *out = std::move(map);
-    return true;
-}
 
 } // namespace IMJSONText

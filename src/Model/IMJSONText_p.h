@@ -31,14 +31,11 @@ struct Span
     qsizetype offset = 0;
     qsizetype size = 0;
 };
-//! `parseObject`, except that the top-level values under `deferredKeys` stay out of `*out`:
-//! `spans[i]` tells where the value of `deferredKeys[i]` is (the last one when a key repeats).
-//! Of a deferred object or array only the brackets and strings are checked here (parse its
-//! span to read it); malformed text elsewhere fails as in `parseObject`.
-bool parseObject(const char *data, qsizetype size, QVariantMap *out, const QLatin1StringView *deferredKeys,
-                 int deferredCount, Span *spans);
-//! The same without a map: `member` gets each top-level key and value in the text's order, and
-//! returns false to stop, which fails the parse.
+//! Parses a JSON object member by member: `member` gets each top-level key and value in the
+//! text's order, and returns false to stop, which fails the parse. The values under
+//! `deferredKeys` are not given: `spans[i]` tells where the value of `deferredKeys[i]` is (the
+//! last one when a key repeats). Of a deferred object or array only the brackets and strings
+//! are checked here (parse its span to read it); malformed text elsewhere fails as in `parseObject`.
 bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *deferredKeys, int deferredCount,
                   Span *spans, const std::function<bool(const QString &key, const QVariant &value)> &member);
 

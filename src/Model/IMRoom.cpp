@@ -42,13 +42,13 @@ bool IMRoom::mergeOwnFields(const QVariantMap &dict)
     Private staged = *std::as_const(d);
     const bool ok = read(dict, QStringLiteral("name"), &staged.name, toString)
                     && read(dict, QStringLiteral("thumbnail"), &staged.thumbnail, toString)
-                    && readOptional(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
-                    && readOptional(dict, QStringLiteral("client"), &staged.client, toList)
-                    && readOptional(dict, QStringLiteral("message"), &staged.message, toList)
-                    && readOptional(dict, QStringLiteral("archivedBy"), &staged.archivedBy, toStringList)
-                    && readOptional(dict, QStringLiteral("readTime"), &staged.readTime, toMap)
+                    && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
+                    && read(dict, QStringLiteral("client"), &staged.client, toList)
+                    && read(dict, QStringLiteral("message"), &staged.message, toList)
+                    && read(dict, QStringLiteral("archivedBy"), &staged.archivedBy, toStringList)
+                    && read(dict, QStringLiteral("readTime"), &staged.readTime, toMap)
                     && read(dict, QStringLiteral("lastMessageTime"), &staged.lastMessageTime, toString)
-                    && readOptional(dict, QStringLiteral("badge"), &staged.badge, toInt32);
+                    && read(dict, QStringLiteral("badge"), &staged.badge, toInt32);
     if (!ok)
         return false;
     // A nested record that does not map is skipped, as every property here is optional.
