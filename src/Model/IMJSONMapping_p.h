@@ -5,13 +5,13 @@
 // any other type is a mismatch and makes the whole record fail to map.
 
 #include <QSharedDataPointer>
-#include <functional>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 #include <QVariantList>
 #include <QVariantMap>
 #include <optional>
+#include <type_traits>
 
 namespace IMJSONMapping {
 
@@ -89,22 +89,32 @@ bool readRequired(const QVariantMap &dict, const QString &key, T *out, Convert c
     return it != dict.constEnd() && convert(it.value(), out) == Status::Ok;
 }
 
-//! Receives a set property's JSON key and value (IMObject::FieldVisitor).
-using FieldVisitor = std::function<void(const QString &key, const QVariant &value)>;
-
-//! Visits `value` under `key` when the text is set (not null).
-inline void visitString(const FieldVisitor &field, const QString &key, const QString &value)
+//! Visits a record's text property under `key` when it is set (not null).
+template<typename Visitor>
+void visitString(const Visitor &field, const QString &key, const QString &value)
 {
     if (!value.isNull())
-        field(key, value);
+        field.text(key, value);
 }
 
-//! Visits an optional value under `key` when it is set.
-template<typename T>
-void visitOptional(const FieldVisitor &field, const QString &key, const std::optional<T> &value)
+//! Visits an optional property under `key` when it is set, by its type.
+template<typename Visitor, typename T>
+void visitOptional(const Visitor &field, const QString &key, const std::optional<T> &value)
 {
-    if (value)
-        field(key, QVariant::fromValue(*value));
+    if (!value)
+        return;
+    if constexpr (std::is_same_v<T, bool>)
+        field.boolean(key, *value);
+    else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>)
+        field.integer(key, *value);
+    else if constexpr (std::is_integral_v<T>)
+        field.unsignedInteger(key, *value);
+    else if constexpr (std::is_same_v<T, QStringList>)
+        field.stringList(key, *value);
+    else if constexpr (std::is_same_v<T, QVariantList>)
+        field.list(key, *value);
+    else
+        field.map(key, *value);
 }
 
 //! Writes `value` under `key` when the text is set (not null).

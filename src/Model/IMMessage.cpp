@@ -174,11 +174,11 @@ void IMMessage::forEachOwnField(const FieldVisitor &field) const
     visitString(field, QStringLiteral("message"), d->message);
     visitString(field, QStringLiteral("messageType"), d->messageType);
     if (d->option)
-        field(QStringLiteral("option"), d->option->toDictionary());
+        field.map(QStringLiteral("option"), d->option->toDictionary());
     if (d->room)
-        field(QStringLiteral("room"), d->room->toDictionary());
+        field.record(QStringLiteral("room"), *d->room);
     if (d->sender)
-        field(QStringLiteral("sender"), d->sender->toDictionary());
+        field.record(QStringLiteral("sender"), *d->sender);
     visitOptional(field, QStringLiteral("sendingType"), d->sendingType);
 }
 QString IMMessage::message() const { return d->message; }

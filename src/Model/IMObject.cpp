@@ -5,8 +5,6 @@
 #include "IMStoredText_p.h"
 
 #include <QVarLengthArray>
-#include <algorithm>
-#include <iterator>
 
 #include <optional>
 
@@ -85,25 +83,165 @@ void IMObject::forEachOwnField(const FieldVisitor &) const { }
 
 QVariantMap IMObject::toDictionary() const
 {
+    // Nested records as their dictionaries.
+    struct Builder final : FieldVisitor
+    {
+        QVariantMap *dict;
+        void text(const QString &key, const QString &value) const override { dict->insert(key, value); }
+        void integer(const QString &key, qint64 value) const override { dict->insert(key, value); }
+        void unsignedInteger(const QString &key, quint64 value) const override { dict->insert(key, value); }
+        void boolean(const QString &key, bool value) const override { dict->insert(key, value); }
+        void list(const QString &key, const QVariantList &value) const override { dict->insert(key, value); }
+        void stringList(const QString &key, const QStringList &value) const override { dict->insert(key, value); }
+        void map(const QString &key, const QVariantMap &value) const override { dict->insert(key, value); }
+        void record(const QString &key, const IMObject &value) const override { dict->insert(key, value.toDictionary()); }
+    };
     QVariantMap dict;
-    const auto insert = [&dict](const QString &key, const QVariant &value) { dict.insert(key, value); };
-    forEachBaseField(insert);
-    forEachOwnField(insert);
+    Builder builder;
+    builder.dict = &dict;
+    forEachBaseField(builder);
+    forEachOwnField(builder);
     return dict;
 }
 
+// Writes a record straight as JSON text, the text its dictionary would give: members in key
+// order, the base's properties among the class's own where their keys fall (collected first, as
+// the base's are few and the class's many: they are the base's own members, so pointers to them
+// hold while the record is written), nested records written the same way.
+struct IMStoredText::Writer final : IMObject::FieldVisitor
+{
+    explicit Writer(IMJSONText::Writer &out) : out(out) { }
+
+    void write(const IMObject &record)
+    {
+        struct Base final : FieldVisitor
+        {
+            Writer *writer;
+            void text(const QString &key, const QString &value) const override { writer->pend(key, Pending::Text).text = &value; }
+            void integer(const QString &key, qint64 value) const override { writer->pend(key, Pending::Integer).integer = value; }
+            void unsignedInteger(const QString &key, quint64 value) const override { writer->pend(key, Pending::UnsignedInteger).unsignedInteger = value; }
+            void boolean(const QString &key, bool value) const override { writer->pend(key, Pending::Boolean).boolean = value; }
+            void list(const QString &key, const QVariantList &value) const override { writer->pend(key, Pending::List).list = &value; }
+            void stringList(const QString &key, const QStringList &value) const override { writer->pend(key, Pending::Strings).strings = &value; }
+            void map(const QString &key, const QVariantMap &value) const override { writer->pend(key, Pending::Map).map = &value; }
+            void record(const QString &key, const IMObject &value) const override { writer->pend(key, Pending::Record).record = &value; }
+        };
+        Base base;
+        base.writer = this;
+        record.forEachBaseField(base);
+        out.append('{');
+        record.forEachOwnField(*this);
+        while (next < pending.size())
+            writePending(pending.at(next++));
+        out.append('}');
+    }
+
+    void text(const QString &key, const QString &value) const override
+    {
+        member(key);
+        out.string(value);
+    }
+    void integer(const QString &key, qint64 value) const override
+    {
+        member(key);
+        out.integer(value);
+    }
+    void unsignedInteger(const QString &key, quint64 value) const override
+    {
+        member(key);
+        out.unsignedInteger(value);
+    }
+    void boolean(const QString &key, bool value) const override
+    {
+        member(key);
+        out.boolean(value);
+    }
+    void list(const QString &key, const QVariantList &value) const override
+    {
+        member(key);
+        out.list(value, 1);
+    }
+    void stringList(const QString &key, const QStringList &value) const override
+    {
+        member(key);
+        out.stringList(value);
+    }
+    void map(const QString &key, const QVariantMap &value) const override
+    {
+        member(key);
+        out.map(value, 1);
+    }
+    void record(const QString &key, const IMObject &value) const override
+    {
+        member(key);
+        Writer(out).write(value);
+    }
+
+private:
+    // A base property waiting for its place, by its kind.
+    struct Pending
+    {
+        enum Kind { Text, Integer, UnsignedInteger, Boolean, List, Strings, Map, Record };
+        QString key;
+        Kind kind;
+        union {
+            const QString *text;
+            qint64 integer;
+            quint64 unsignedInteger;
+            bool boolean;
+            const QVariantList *list;
+            const QStringList *strings;
+            const QVariantMap *map;
+            const IMObject *record;
+        };
+    };
+    Pending &pend(const QString &key, Pending::Kind kind)
+    {
+        pending.append(Pending{ key, kind, {} });
+        return pending.last();
+    }
+    void writePending(const Pending &p) const
+    {
+        switch (p.kind) {
+        case Pending::Text: return text(p.key, *p.text);
+        case Pending::Integer: return integer(p.key, p.integer);
+        case Pending::UnsignedInteger: return unsignedInteger(p.key, p.unsignedInteger);
+        case Pending::Boolean: return boolean(p.key, p.boolean);
+        case Pending::List: return list(p.key, *p.list);
+        case Pending::Strings: return stringList(p.key, *p.strings);
+        case Pending::Map: return map(p.key, *p.map);
+        case Pending::Record: return record(p.key, *p.record);
+        }
+    }
+
+    // The next member is `key`: the base's properties before it go first, then its key.
+    void member(const QString &key) const
+    {
+        while (next < pending.size() && pending.at(next).key < key)
+            writePending(pending.at(next++));
+        if (!first)
+            out.append(',');
+        first = false;
+        out.key(key);
+    }
+
+    IMJSONText::Writer &out;
+    QVarLengthArray<Pending, 8> pending;
+    mutable qsizetype next = 0;
+    mutable bool first = true;
+};
+
 QByteArray IMStoredText::write(const IMObject &record)
 {
-    // The base's properties and the class's own, each in key order, merged as a dictionary orders them.
-    using Member = IMJSONText::Member;
-    QVarLengthArray<Member, 8> base;
-    QVarLengthArray<Member, 16> own;
-    record.forEachBaseField([&base](const QString &key, const QVariant &value) { base.append({ key, value }); });
-    record.forEachOwnField([&own](const QString &key, const QVariant &value) { own.append({ key, value }); });
-    QVarLengthArray<Member, 24> members;
-    std::merge(base.cbegin(), base.cend(), own.cbegin(), own.cend(), std::back_inserter(members),
-               [](const Member &a, const Member &b) { return a.first < b.first; });
-    return IMJSONText::toJson(members.constData(), members.size());
+    QByteArray text;
+    write(record, &text);
+    return text;
+}
+
+void IMStoredText::write(const IMObject &record, QByteArray *text)
+{
+    IMJSONText::Writer out(text);
+    Writer(out).write(record);
 }
 QString IMObject::url() const { return d->url; }
 void IMObject::setUrl(const QString &url) { d->url = url; }

@@ -6,6 +6,7 @@
 #include <QMetaType>
 #include <QSharedDataPointer>
 #include <QString>
+#include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
 #include <functional>
@@ -71,10 +72,33 @@ public:
     virtual void saveInBackGround(const std::function<void(bool, const IMError &)> &completion);
 
 protected:
-    //! Receives a set property's JSON key and value.
-    using FieldVisitor = std::function<void(const QString &key, const QVariant &value)>;
-    //! Calls `field` for each set property this class adds to its base, in key order (nested
-    //! records as their dictionaries): `toDictionary` and the store's text are made from these.
+    //! Receives a record's set properties, each with its JSON key, by the property's type (so
+    //! that the text writer needs no QVariant). A value need last only as long as the call.
+    class FieldVisitor
+    {
+    public:
+        //! A text property.
+        virtual void text(const QString &key, const QString &value) const = 0;
+        //! A signed integer property.
+        virtual void integer(const QString &key, qint64 value) const = 0;
+        //! An unsigned integer property.
+        virtual void unsignedInteger(const QString &key, quint64 value) const = 0;
+        //! A boolean property.
+        virtual void boolean(const QString &key, bool value) const = 0;
+        //! A list of JSON values.
+        virtual void list(const QString &key, const QVariantList &value) const = 0;
+        //! A list of texts.
+        virtual void stringList(const QString &key, const QStringList &value) const = 0;
+        //! A dictionary of JSON values.
+        virtual void map(const QString &key, const QVariantMap &value) const = 0;
+        //! A nested record, written as its dictionary.
+        virtual void record(const QString &key, const IMObject &value) const = 0;
+
+    protected:
+        ~FieldVisitor() = default;
+    };
+    //! Calls `field` for each set property this class adds to its base, in key order:
+    //! `toDictionary` and the store's text are made from these.
     virtual void forEachOwnField(const FieldVisitor &field) const;
     //! Reads the subclass's own properties from `dictionary`, all or nothing; false on a mismatch.
     virtual bool mergeOwnFields(const QVariantMap &dictionary);

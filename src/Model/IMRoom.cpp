@@ -84,7 +84,7 @@ void IMRoom::forEachOwnField(const FieldVisitor &field) const
     visitString(field, QStringLiteral("name"), d->name);
     visitOptional(field, QStringLiteral("readTime"), d->readTime);
     if (const IMClientPtr mine = sender())
-        field(QStringLiteral("sender"), mine->toDictionary());
+        field.record(QStringLiteral("sender"), *mine);
     visitString(field, QStringLiteral("thumbnail"), d->thumbnail);
 }
 IMClientPtr IMRoom::anyOtherClient() const

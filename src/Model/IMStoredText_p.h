@@ -7,6 +7,8 @@ struct IMStoredText
 {
     //! `record` as JSON text: the same text as its dictionary written with IMJSONText::toJson.
     static QByteArray write(const IMObject &record);
+    //! `write` appended to `text` (a reused array keeps its capacity).
+    static void write(const IMObject &record, QByteArray *text);
     //! The message archived as `text`, mapped without the initialisers' defaults; its room,
     //! sender and push options are checked now and decoded when first used. Null for malformed
     //! text or a value that does not fit its property.
@@ -14,4 +16,7 @@ struct IMStoredText
     //! A copy of a room that no one changes or hands out (the store's cache): its sender is
     //! shared until the copy first uses it, and then copied.
     static IMRoomPtr copyCached(const IMRoom &room);
+
+private:
+    struct Writer;
 };

@@ -49,25 +49,13 @@ void bindText(sqlite3_stmt *stmt, int index, const QByteArray &utf8, bool isNull
         sqlite3_bind_text(stmt, index, utf8.constData(), int(utf8.size()), SQLITE_STATIC);
 }
 
-IMDBRow rowFor(const IMRoom &room)
-{
-    IMDBRow row;
-    row.key = room.objectID().toUtf8();
-    row.data = IMStoredText::write(room);
-    row.lastMessageTime = IMDate::toDate(room.lastMessageTime());
-    row.room = room.copy();
-    return row;
-}
+void indexRoom(const IMRoom &room, IMDBIndexRow *row) { row->lastMessageTime = IMDate::toDate(room.lastMessageTime()); }
 
-IMDBRow rowFor(const IMMessage &message)
+void indexMessage(const IMMessage &message, IMDBIndexRow *row)
 {
-    IMDBRow row;
-    row.key = message.objectID().toUtf8();
-    row.data = IMStoredText::write(message);
-    row.createdAt = IMDate::toDate(message.createdAt());
-    if (message.room())
-        row.roomID = message.room()->objectID();
-    return row;
+    row->createdAt = IMDate::toDate(message.createdAt());
+    if (const IMRoomPtr room = message.room())
+        row->roomID = room->objectID();
 }
 
 // Reads a stored record back as the class its collection holds, without the initialisers'
@@ -158,78 +146,89 @@ void IMDB::setupConnection()
     d->recoverIfDamaged();
 }
 
-namespace {
-template<typename Ptr>
-QVector<IMDBRow> rowsFor(const QList<Ptr> &records)
+bool IMDB::Private::saveRow(sqlite3_stmt *upsert, sqlite3_stmt *indexRow, const QByteArray &collection,
+                            const QByteArray &key, const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid)
 {
-    // A record without a key is not stored: an empty key could never be replaced or removed.
-    QVector<IMDBRow> rows;
-    rows.reserve(records.size());
-    for (const Ptr &record : records)
-        if (record && !record->objectID().isEmpty())
-            rows.append(rowFor(*record));
-    return rows;
+    bindText(upsert, 1, collection);
+    bindText(upsert, 2, key);
+    bindText(upsert, 3, data);
+    int rc = sqlite3_step(upsert);
+    if (rc != SQLITE_ROW) {
+        fail(rc, "save");
+        return false;
+    }
+    *rowid = sqlite3_column_int64(upsert, 0);
+    sqlite3_reset(upsert);
+
+    const QByteArray roomID = index.roomID.toUtf8();
+    sqlite3_bind_int64(indexRow, 1, *rowid);
+    bindDate(indexRow, 2, index.createdAt);
+    bindText(indexRow, 3, roomID, index.roomID.isNull());
+    bindDate(indexRow, 4, index.lastMessageTime);
+    if ((rc = sqlite3_step(indexRow)) != SQLITE_DONE) {
+        fail(rc, "index");
+        return false;
+    }
+    sqlite3_reset(indexRow);
+    return true;
 }
-} // namespace
 
-void IMDB::Private::save(const char *collection, const QVector<IMDBRow> &rows)
+template<typename Ptr>
+bool IMDB::Private::save(const char *collection, const QList<Ptr> &records,
+                         void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
+                         const std::function<void(const typename Ptr::element_type &, qint64)> &written)
 {
-    IMDB::Private *d = this;
+    // Each record is archived just before it is written, into the same buffer: a batch costs no
+    // allocation per text, and the text is still in the cache when SQLite copies it. (Archiving
+    // takes a small part of a row's time, so it is done under the lock.)
     const QByteArray collectionName(collection);
-    QVector<qint64> rowids;
-    rowids.reserve(rows.size());
-    if (d->transaction([&] {
-        sqlite3_stmt *upsert = d->statement(kUpsert);
-        sqlite3_stmt *index = d->statement(kIndexRow);
-        if (!upsert || !index)
+    const bool ok = transaction([&] {
+        sqlite3_stmt *upsert = statement(kUpsert);
+        sqlite3_stmt *indexRow = statement(kIndexRow);
+        if (!upsert || !indexRow)
             return false;
-        for (const IMDBRow &row : rows) {
-            bindText(upsert, 1, collectionName);
-            bindText(upsert, 2, row.key);
-            bindText(upsert, 3, row.data);
-            int rc = sqlite3_step(upsert);
-            if (rc != SQLITE_ROW) {
-                d->fail(rc, "save");
+        for (const Ptr &record : records) {
+            // A record without a key is not stored: an empty key could never be replaced or removed.
+            const QString key = record ? record->objectID() : QString();
+            if (key.isEmpty())
+                continue;
+            archive.resize(0);
+            IMStoredText::write(*record, &archive);
+            IMDBIndexRow columns;
+            index(*record, &columns);
+            qint64 rowid = 0;
+            if (!saveRow(upsert, indexRow, collectionName, key.toUtf8(), archive, columns, &rowid))
                 return false;
-            }
-            const sqlite3_int64 rowid = sqlite3_column_int64(upsert, 0);
-            rowids.append(rowid);
-            sqlite3_reset(upsert);
-
-            const QByteArray roomID = row.roomID.toUtf8();
-            sqlite3_bind_int64(index, 1, rowid);
-            bindDate(index, 2, row.createdAt);
-            bindText(index, 3, roomID, row.roomID.isNull());
-            bindDate(index, 4, row.lastMessageTime);
-            if ((rc = sqlite3_step(index)) != SQLITE_DONE) {
-                d->fail(rc, "index");
-                return false;
-            }
-            sqlite3_reset(index);
+            if (written)
+                written(*record, rowid);
         }
         return true;
-    }) && collectionName == "Room") {
-        for (qsizetype i = 0; i < rows.size(); ++i)
-            d->cacheRoom(rowids.at(i), rows.at(i).room);
-    }
-    d->recoverIfDamaged();
+    });
+    if (archive.capacity() > kArchiveKept)
+        archive = QByteArray();  // an unusually large record's room is not kept
+    recoverIfDamaged();
+    return ok;
 }
 
 void IMDB::saveRooms(const QList<IMRoomPtr> &rooms)
 {
-    // Archive before taking the lock: other threads' operations need not wait for it.
-    const QVector<IMDBRow> rows = rowsFor(rooms);
     std::lock_guard<std::mutex> lock(d->mutex);
-    if (d->connected)
-        d->save("Room", rows);
+    if (!d->connected)
+        return;
+    // The cache keeps copies of its own (the caller may change its rooms afterwards), made while
+    // each room is at hand and kept once the transaction holds.
+    QVector<std::pair<qint64, IMRoomPtr>> copies;
+    copies.reserve(rooms.size());
+    if (d->save("Room", rooms, &indexRoom, [&copies](const IMRoom &room, qint64 rowid) { copies.append({ rowid, room.copy() }); }))
+        for (const auto &[rowid, copy] : std::as_const(copies))
+            d->cacheRoom(rowid, copy);
 }
 
 void IMDB::saveMessages(const QList<IMMessagePtr> &messages)
 {
-    const QVector<IMDBRow> rows = rowsFor(messages);
     std::lock_guard<std::mutex> lock(d->mutex);
     if (d->connected)
-        d->save("Message", rows);
+        d->save("Message", messages, &indexMessage);
 }
 
 void IMDB::Private::cacheRoom(qint64 rowid, const IMRoomPtr &room)

@@ -15,15 +15,12 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-//! One record to write: its key, its archived form and the index columns it fills.
-struct IMDBRow
+//! What a record fills in the secondary index: null columns where it has nothing.
+struct IMDBIndexRow
 {
-    QByteArray key;
-    QByteArray data;
     QDateTime createdAt;
     QString roomID;
     QDateTime lastMessageTime;
-    IMRoomPtr room;  //!< for a room: a private copy for the decoded-room cache
 };
 
 struct IMDB::Private
@@ -80,8 +77,18 @@ struct IMDB::Private
     }
     void rollback();
 
-    //! Writes `rows` into `collection` and the index in one transaction.
-    void save(const char *collection, const QVector<IMDBRow> &rows);
+    //! Writes `records` into `collection` and the index in one transaction, each archived in
+    //! turn into one reused buffer; records without a key are left out. `index` tells a record's
+    //! index columns; `written`, when given, is told of each record written and its row's id.
+    template<typename Ptr>
+    bool save(const char *collection, const QList<Ptr> &records,
+              void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
+              const std::function<void(const typename Ptr::element_type &, qint64 rowid)> &written = {});
+    //! Writes one archived record and its index row; false (logged) on failure.
+    bool saveRow(sqlite3_stmt *upsert, sqlite3_stmt *indexRow, const QByteArray &collection,
+                 const QByteArray &key, const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid);
+    QByteArray archive;  //!< the text of the record being saved, its capacity kept between records
+    static constexpr qsizetype kArchiveKept = 1 << 20;
     //! Runs an index query whose parameters `bind` sets; every readable record, in order
     //! (only those of `collection` when it is given: the others are not even decoded; then a
     //! room stored under the empty key is left out too).

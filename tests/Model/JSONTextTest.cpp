@@ -44,6 +44,24 @@ TEST(RecordJSONText, WritesWhatQtReadsAndReadsBackTheSame)
     EXPECT_EQ(back.value("nested"), value.value("nested"));
     EXPECT_EQ(IMJSONText::toJson(back), text);
 
+    // Texts are copied sixteen and eight characters at a time until one needs care: every length
+    // around those blocks, with that character at every place, reads back the same.
+    for (const QString special : { QStringLiteral("\""), QStringLiteral("\\"), QStringLiteral("\n"),
+                                   QStringLiteral("\x1f"), QStringLiteral("\x7f"), QString::fromUtf8("é"),
+                                   QString::fromUtf8("中"), QString::fromUtf8("🚀"), QString(QChar(0x8000)) }) {
+        for (int length = 0; length <= 40; ++length) {
+            for (int at = 0; at <= length; ++at) {
+                QString text(length, QLatin1Char('a'));
+                text.insert(at, special);
+                const QByteArray json = IMJSONText::toJson(QVariantMap{ { "t", text } });
+                QVariantMap strict;  // refuses raw control characters, which Qt lets through
+                ASSERT_TRUE(IMJSONText::parseObject(json.constData(), json.size(), &strict)) << json.toStdString();
+                ASSERT_EQ(strict.value("t").toString(), text);
+                ASSERT_EQ(QJsonDocument::fromJson(json).object().value("t").toString(), text) << json.toStdString();
+            }
+        }
+    }
+
     // Escapes written by others, surrogate pairs included.
     const QByteArray escaped = R"({"a":"\u4e2d\ud83d\ude80\/\"","b":[1e3,-0.5]})";
     ASSERT_TRUE(IMJSONText::parseObject(escaped.constData(), escaped.size(), &back));
