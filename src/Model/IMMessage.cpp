@@ -6,6 +6,7 @@
 #include "IMStoredText_p.h"
 
 #include <QRandomGenerator>
+#include <cstring>
 #include <iterator>
 #include <mutex>
 #include <optional>
@@ -26,8 +27,7 @@ struct IMMessage::Private
 
 struct IMMessage::Deferred
 {
-    QByteArray text;  //!< the stored record
-    IMJSONText::Span room, sender, option;
+    QByteArray room, sender, option;  //!< each value's text; empty when the record had none
 };
 
 namespace {
@@ -65,22 +65,36 @@ QString localDay(const QString &timestamp)
 IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
 IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
 
-IMMessagePtr IMStoredText::readMessage(const QByteArray &text)
+IMMessagePtr IMStoredText::readMessage(const char *text, qsizetype size, ReadContext *context)
 {
     // Straight from the text into the new record, member by member (a stored record names each
     // key once); a mismatch drops the record, so nothing needs staging.
     auto message = std::make_shared<IMMessage>();
     IMJSONText::Span spans[std::size(kNestedKeys)];
-    const bool ok = IMJSONText::parseMembers(text.constData(), text.size(), kNestedKeys, int(std::size(kNestedKeys)), spans,
+    const bool ok = IMJSONText::parseMembers(text, size, kNestedKeys, int(std::size(kNestedKeys)), spans,
                                              [&message](const QString &key, const QVariant &value) {
                                                  return message->mergeBaseMember(key, value)
                                                         && IMMessage::mergeOwnMember(*message->d, key, value);
                                              });
     if (!ok)
         return nullptr;
-    if (spans[0].size || spans[1].size || spans[2].size)
-        message->deferred.store(new IMMessage::Deferred{ text, spans[0], spans[1], spans[2] },
-                                std::memory_order_release);
+    if (!spans[0].size && !spans[1].size && !spans[2].size)
+        return message;
+    // A page's messages mostly carry the same room and sender: their texts are kept once.
+    const auto keep = [text](const IMJSONText::Span &span, QByteArray *last) {
+        const char *value = text + span.offset;
+        if (!span.size)
+            return QByteArray();
+        if (!last)
+            return QByteArray(value, span.size);
+        if (last->size() != span.size || std::memcmp(last->constData(), value, size_t(span.size)) != 0)
+            *last = QByteArray(value, span.size);
+        return *last;
+    };
+    message->deferred.store(new IMMessage::Deferred{ keep(spans[0], context ? &context->room : nullptr),
+                                                     keep(spans[1], context ? &context->sender : nullptr),
+                                                     keep(spans[2], nullptr) },
+                            std::memory_order_release);
     return message;
 }
 
@@ -94,9 +108,9 @@ void IMMessage::decodeDeferred() const
     const std::unique_ptr<Deferred> pending(deferred.load(std::memory_order_relaxed));
     if (!pending)
         return;
-    const auto nested = [&pending](const IMJSONText::Span &span) -> std::optional<QVariantMap> {
+    const auto nested = [](const QByteArray &text) -> std::optional<QVariantMap> {
         QVariantMap map;
-        if (span.size && IMJSONText::parseObject(pending->text.constData() + span.offset, span.size, &map))
+        if (!text.isEmpty() && IMJSONText::parseObject(text.constData(), text.size(), &map))
             return map;
         return std::nullopt;
     };

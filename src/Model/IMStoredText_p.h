@@ -12,7 +12,15 @@ struct IMStoredText
     //! The message archived as `text`, mapped without the initialisers' defaults; its room,
     //! sender and push options are checked now and decoded when first used. Null for malformed
     //! text or a value that does not fit its property.
-    static IMMessagePtr readMessage(const QByteArray &text);
+    static IMMessagePtr readMessage(const QByteArray &text) { return readMessage(text.constData(), text.size()); }
+    //! What a run of reads shares: the last nested texts kept, which the next message reuses
+    //! when its own are the same.
+    struct ReadContext
+    {
+        QByteArray room, sender;
+    };
+    //! `readMessage` of text that need not outlive the call (a page's rows share a `context`).
+    static IMMessagePtr readMessage(const char *text, qsizetype size, ReadContext *context = nullptr);
     //! A copy of a room that no one changes or hands out (the store's cache): its sender is
     //! shared until the copy first uses it, and then copied.
     static IMRoomPtr copyCached(const IMRoom &room);

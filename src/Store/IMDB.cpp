@@ -58,12 +58,10 @@ void indexMessage(const IMMessage &message, IMDBIndexRow *row)
         row->roomID = room->objectID();
 }
 
-// Reads a stored record back as the class its collection holds, without the initialisers'
-// defaults, so that it equals the record that was stored (`temp` aside).
+// Reads a stored record other than a message back as the class its collection holds, without the
+// initialisers' defaults, so that it equals the record that was stored (messages: IMStoredText).
 IMObjectPtr recordFrom(const QByteArray &collection, const QByteArray &data)
 {
-    if (collection == "Message")
-        return IMStoredText::readMessage(data);
     QVariantMap dict;
     if (!IMJSONText::parseObject(data.constData(), data.size(), &dict))
         return nullptr;
@@ -238,65 +236,74 @@ void IMDB::Private::cacheRoom(qint64 rowid, const IMRoomPtr &room)
 }
 
 QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
-                                        const QByteArray &only)
+                                        const QByteArray &only, qsizetype expected)
 {
-    IMDB::Private *d = this;
     QList<IMObjectPtr> out;
-    if (!d->connected)
+    if (!connected)
         return out;
-    sqlite3_stmt *stmt = d->statement(sql);
+    sqlite3_stmt *stmt = statement(sql);
     if (!stmt) {
-        d->recoverIfDamaged();
+        recoverIfDamaged();
         return out;
     }
     bind(stmt);
-    int rc;
     // Column texts are looked at in place: a row costs no copies until it becomes a record.
     const auto text = [stmt](int column) {
         const char *data = reinterpret_cast<const char *>(sqlite3_column_text(stmt, column));
         return QByteArray::fromRawData(data, data ? sqlite3_column_bytes(stmt, column) : 0);
     };
-    // The rows are read first and become records afterwards. A cached room's copy first touches
-    // the cached record's data: one cache miss per row, which among SQLite's work came one at a
-    // time and was most of a cached read's cost; together, with the records fetched ahead, the
-    // misses overlap.
+    // Messages, which are never cached, become records as they are read, straight from the
+    // column's text: only their nested records' texts are kept, once for a run of messages that
+    // share them. Other rows are read first and become records afterwards, in their places: a
+    // cached room's copy first touches the cached record's data, one cache miss per row, which
+    // among SQLite's work came one at a time and was most of a cached read's cost; together, with
+    // the records fetched ahead, the misses overlap.
     struct Row
     {
+        qsizetype at;           //!< its place in `out`
         QByteArray collection;  //!< one of the names below, or a copy
         QByteArray data;        //!< the archived record, unless the room is cached
-        const IMRoom *cached = nullptr;
-        qint64 rowid = 0;
+        const IMRoom *cached;
+        qint64 rowid;
     };
     QVector<Row> rows;
+    rows.reserve(expected);
+    out.reserve(expected);
+    IMStoredText::ReadContext shared;
+    bool unread = false;  // a message whose text did not map left a null in `out`
     static const QByteArray kRoom = QByteArrayLiteral("Room");
     static const QByteArray kMessage = QByteArrayLiteral("Message");
+    int rc;
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         const QByteArray collection = text(0);
         if (!only.isNull() && collection != only)
             continue;
-        const bool isRoom = collection == kRoom;
-        qint64 rowid = 0;
-        if (isRoom) {
-            // Stores written by earlier versions may hold a room under the empty key: it is no room to list.
-            if (!only.isNull() && sqlite3_column_bytes(stmt, 1) == 0)
-                continue;
-            rowid = sqlite3_column_int64(stmt, 3);
-            const auto cached = roomCache.constFind(rowid);
-            if (cached != roomCache.constEnd()) {
-                rows.append({ kRoom, QByteArray(), cached.value().get(), rowid });
-                continue;
-            }
+        if (collection == kMessage) {
+            const QByteArray data = text(2);
+            out.append(IMStoredText::readMessage(data.constData(), data.size(), &shared));
+            unread |= !out.last();
+            continue;
         }
-        // Copies of their own: a column's text lasts until the next step.
-        QByteArray name = isRoom ? kRoom : collection == kMessage ? kMessage : QByteArray(collection.constData(), collection.size());
-        const QByteArray data = text(2);
-        rows.append({ std::move(name), QByteArray(data.constData(), data.size()), nullptr, rowid });
+        const bool isRoom = collection == kRoom;
+        const qint64 rowid = isRoom ? sqlite3_column_int64(stmt, 3) : 0;
+        // Stores written by earlier versions may hold a room under the empty key: it is no room to list.
+        if (isRoom && !only.isNull() && sqlite3_column_bytes(stmt, 1) == 0)
+            continue;
+        const auto cached = isRoom ? roomCache.constFind(rowid) : roomCache.constEnd();
+        if (cached != roomCache.constEnd()) {
+            rows.append({ out.size(), kRoom, QByteArray(), cached.value().get(), rowid });
+        } else {
+            // Copies of their own: a column's text lasts until the next step.
+            const QByteArray data = text(2);
+            rows.append({ out.size(), isRoom ? kRoom : QByteArray(collection.constData(), collection.size()),
+                          QByteArray(data.constData(), data.size()), nullptr, rowid });
+        }
+        out.append(nullptr);
     }
     if (rc != SQLITE_DONE)
-        d->fail(rc, "query");
+        fail(rc, "query");
     sqlite3_reset(stmt);
 
-    out.reserve(rows.size());
     constexpr qsizetype kAhead = 8;
     for (qsizetype i = 0; i < rows.size(); ++i) {
         const Row &row = rows.at(i);
@@ -305,14 +312,18 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
             if (i + kAhead < rows.size())
                 __builtin_prefetch(rows.at(i + kAhead).cached);
 #endif
-            out.append(IMStoredText::copyCached(*row.cached));
+            out[row.at] = IMStoredText::copyCached(*row.cached);
         } else if (IMObjectPtr record = recordFrom(row.collection, row.data)) {
             if (row.collection == kRoom)
                 cacheRoom(row.rowid, std::static_pointer_cast<IMRoom>(record)->copy());
-            out.append(std::move(record));
+            out[row.at] = std::move(record);
+        } else {
+            unread = true;
         }
     }
-    d->recoverIfDamaged();
+    if (unread)
+        out.removeAll(nullptr);
+    recoverIfDamaged();
     return out;
 }
 
@@ -329,7 +340,7 @@ QList<IMRoomPtr> IMDB::getAllRooms()
     QList<IMObjectPtr> records;
     {
         std::lock_guard<std::mutex> lock(d->mutex);
-        records = d->query(sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"));
+        records = d->query(sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"), d->roomCache.size());
     }
     // Only rooms were kept (made as IMRoom from the "Room" collection), none under the empty key.
     QList<IMRoomPtr> rooms;
@@ -352,7 +363,7 @@ QList<IMMessagePtr> IMDB::queryMessagesForRoom(const IMRoomPtr &room, const QDat
             bindDate(stmt, 1, date);
             bindText(stmt, 2, roomUtf8, roomID.isNull());
             sqlite3_bind_int64(stmt, 3, rows);
-        });
+        }, QByteArray(), qsizetype(qMin<quint64>(limit, 1000)));
     }
     // The query gives the page newest first; callers get it oldest first.
     QList<IMMessagePtr> page;

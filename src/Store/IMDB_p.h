@@ -92,8 +92,9 @@ struct IMDB::Private
     //! Runs an index query whose parameters `bind` sets; every readable record, in order
     //! (only those of `collection` when it is given: the others are not even decoded; then a
     //! room stored under the empty key is left out too).
+    //! `expected` rows are made room for at once.
     QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
-                             const QByteArray &collection = QByteArray());
+                             const QByteArray &collection = QByteArray(), qsizetype expected = 0);
 
 private:
     bool openAt(const QString &path);

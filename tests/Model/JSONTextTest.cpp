@@ -134,6 +134,19 @@ TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
     ASSERT_TRUE(IMJSONText::parseObject(json.constData() + spans[0].offset, spans[0].size, &room));
     EXPECT_EQ(room.value("name").toString(), QString::fromUtf8("a } \" ] {"));
 
+    // Long values are scanned in blocks: brackets, quotes and escapes at every place in a block
+    // (and escapes across two) are told apart the same way; a value cut short never closes.
+    for (int pad = 0; pad <= 140; ++pad) {
+        const QByteArray room = R"({"name":")" + QByteArray(pad, 'a') + R"( } \" ] {\\","list":[1,{"k":"[\\\""}],"t":")"
+                                + QByteArray(140 - pad, 'b') + R"("})";
+        const QByteArray json = R"({"room":)" + room + R"(,"id":"m1"})";
+        ASSERT_TRUE(parse(json.constData(), json.size())) << pad;
+        EXPECT_EQ(text(json, spans[0]), room);
+        EXPECT_EQ(out, (QVariantMap{ { "id", "m1" } }));
+        const QByteArray cut = R"({"room":)" + room.chopped(1) + R"(,"id":"m1"})";
+        EXPECT_FALSE(parse(cut.constData(), cut.size())) << pad;
+    }
+
     // Only top-level keys are deferred; malformed text outside a deferred value still fails, as
     // does a deferred value that never closes or a deferred scalar that is malformed.
     const QByteArray nested = R"({"data":{"room":1}})";

@@ -83,22 +83,30 @@ TEST_F(StoreTest, RecordsReadBackEqualWhatWasStored)
     EXPECT_FALSE(page.first()->temp().isValid());
 
     // A message's nested records, and a listed room's sender, are made when first used: by
-    // several threads at once, or after one of them was replaced, which must then stay.
+    // several threads at once (a page's messages keep the room's and sender's texts once), or
+    // after one of them was replaced, which must then stay.
     sent->setSender(IMClient::fromDictionary({ { "id", "c9" } }));
-    db->saveMessages({ sent });
+    IMMessagePtr next = message("m2", stored, second(6));
+    next->setSender(sent->sender());
+    db->saveMessages({ sent, next });
     const auto read = [&] { return db->queryMessagesForRoom(stored, QDateTime::currentDateTimeUtc(), 10).value(0); };
-    const IMMessagePtr shared = read();
+    const QList<IMMessagePtr> both = db->queryMessagesForRoom(stored, QDateTime::currentDateTimeUtc(), 10);
+    ASSERT_EQ(both.size(), 2);
     const IMRoomPtr listed = db->getAllRooms().value(0);
     std::vector<std::thread> readers;
     std::atomic<int> same{ 0 };
     for (int t = 0; t < 4; ++t)
-        readers.emplace_back([&] {
+        readers.emplace_back([&, t] {
+            const IMMessagePtr &shared = both.at(t % 2);
             same += int(shared->room()->objectID() == "r1" && shared->sender()->objectID() == "c9"
                         && listed->sender()->objectID() == "c1");
         });
     for (auto &reader : readers)
         reader.join();
     EXPECT_EQ(same.load(), 4);
+    EXPECT_NE(both.at(0)->room(), both.at(1)->room());  // records of their own
+    both.at(0)->room()->setName("one page's room");
+    EXPECT_EQ(both.at(1)->room()->name(), stored->name());
     const IMMessagePtr replaced = read();
     replaced->setSender(nullptr);
     EXPECT_EQ(replaced->room()->objectID(), "r1");
