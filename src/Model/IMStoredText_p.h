@@ -9,6 +9,9 @@ struct IMStoredText
     static QByteArray write(const IMObject &record);
     //! `write` appended to `text` (a reused array keeps its capacity).
     static void write(const IMObject &record, QByteArray *text);
+    //! Starts loading what `write` will read of `record`, ahead of need; `shallow`: only its own
+    //! texts and the arrays of its lists, not what those lists and its maps hold.
+    static void prefetch(const IMObject &record, bool shallow = false);
     //! The message archived as `text`, mapped without the initialisers' defaults; its room,
     //! sender and push options are checked now and decoded when first used. Null for malformed
     //! text or a value that does not fit its property.
@@ -27,4 +30,5 @@ struct IMStoredText
 
 private:
     struct Writer;
+    struct Prefetcher;
 };
