@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTimeZone>
 #include <algorithm>
@@ -84,6 +85,8 @@ int main(int argc, char **argv)
     QTemporaryDir dir;
     IMPlatform::instance()->setDocumentsPath(dir.path() + "/data");
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.path() + "/settings.ini");
+    // Back to the standard settings before the folder goes (a later write would make it again).
+    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setClientID("me");
     qputenv("QT_LOGGING_RULES", "parlo.info=false");
 

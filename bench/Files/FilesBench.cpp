@@ -17,6 +17,7 @@
 #include <QMutex>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
@@ -155,6 +156,8 @@ int main(int argc, char **argv)
     IMPlatform::instance()->setDocumentsPath(dir.filePath("data"));
     IMPlatform::instance()->setTemporaryPath(dir.filePath("cache"));
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath("settings.ini"));
+    // Back to the standard settings before the folder goes (a later write would make it again).
+    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
 
     NodeProcess server(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
                        {"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--max-upload", "120000000"},

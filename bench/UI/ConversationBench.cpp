@@ -4,6 +4,7 @@
 // QListView, rebuilt and appended to the same way.
 #include <QBuffer>
 #include <QListView>
+#include <QScopeGuard>
 #include <QStandardItemModel>
 #include <QTemporaryDir>
 
@@ -37,6 +38,8 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QTemporaryDir dir;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
+    // Back to the standard settings before the folder goes (a later write would make it again).
+    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "alice"}});
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
     // Four pictures in the file cache, as after a first visit.

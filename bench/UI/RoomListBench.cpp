@@ -3,8 +3,10 @@
 // the frame time of a scroll step, and the unread total over the 10,000 rooms.
 #include <QDir>
 #include <QListView>
+#include <QScopeGuard>
 #include <QScrollBar>
 #include <QStandardItemModel>
+#include <QTemporaryDir>
 
 #include "IMDate.h"
 #include "IMNavigationController.h"
@@ -54,8 +56,10 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    IMUserDefaults::standardUserDefaults()->setSettingsFile(
-        QDir::temp().filePath(QStringLiteral("parlo-roomlist-bench.ini")));
+    QTemporaryDir dir;
+    IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
+    // Back to the standard settings before the folder goes (a later write would make it again).
+    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "clientID", "me" } });
     const QList<IMRoomPtr> rooms = makeRooms();
 

@@ -4,6 +4,7 @@
 // keys into a bare QPlainTextEdit of the same size in a window of the same size.
 #include <QKeyEvent>
 #include <QPlainTextEdit>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QVBoxLayout>
 
@@ -49,6 +50,8 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QTemporaryDir dir;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
+    // Back to the standard settings before the folder goes (a later write would make it again).
+    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "alice"}});
     IMRoomPtr room = IMRoom::fromDictionary({{"id", "r1"}, {"name", "Bench"}});
     QList<IMMessagePtr> page;

@@ -106,7 +106,6 @@ protected:
     {
         IMSetAnimationsEnabled(false);
         platform = startRecording(dir);
-        IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
         IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"username", "me"}});
         window.resize(390, 640);
         screen = new IMMessageViewController;
@@ -132,6 +131,7 @@ protected:
     }
 
     QTemporaryDir dir;
+    SettingsInDir settings{ dir };
     RecordingPlatform *platform = nullptr;
     IMWindow window;
     IMMessageViewController *screen = nullptr;

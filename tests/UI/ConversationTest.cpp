@@ -88,7 +88,6 @@ protected:
     void SetUp() override
     {
         IMSetAnimationsEnabled(false);
-        IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
         IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}});
     }
     void TearDown() override { IMSetAnimationsEnabled(true); }
@@ -105,6 +104,7 @@ protected:
         return screen;
     }
     QTemporaryDir dir;
+    SettingsInDir settings{ dir };
     IMWindow window;
 };
 

@@ -73,7 +73,6 @@ protected:
     void SetUp() override
     {
         IMSetAnimationsEnabled(false);
-        IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
         IMUserDefaults::standardUserDefaults()->setCurrentUser(member(QStringLiteral("alice"), QStringLiteral("Alice")));
         IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"),
                                              [] { return new ConversationProbe; });
@@ -88,6 +87,7 @@ protected:
     IMRoomTableViewCell *row(int i) { return qobject_cast<IMRoomTableViewCell *>(list->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(i))); }
 
     QTemporaryDir dir;
+    SettingsInDir settings{ dir };
     IMWindow window;
     IMRoomViewController *list = nullptr;
     IMNavigationController *nav = nullptr;

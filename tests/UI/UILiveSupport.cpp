@@ -19,7 +19,6 @@ UIPeer::UIPeer(const QString &url)
 void UILiveTest::SetUp()
 {
     IMSetAnimationsEnabled(false);
-    IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
     IMPlatform::instance()->setDocumentsPath(dir.filePath(QStringLiteral("data")));
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
     server = startReferenceServer({ "--api-key", kApiKey, "--client-key", kClientKey });

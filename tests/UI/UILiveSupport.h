@@ -8,6 +8,7 @@
 
 #include "NodeProcess.h"
 #include "ServerPeer.h"
+#include "UITestSupport.h"
 
 //! Another user of the server, with the screens' keys.
 class UIPeer : public ServerPeer {
@@ -24,6 +25,7 @@ protected:
     void signIn(const QString &id);
 
     QTemporaryDir dir;
+    SettingsInDir settings{ dir };
     std::unique_ptr<NodeProcess> server;
     QString url;
 };

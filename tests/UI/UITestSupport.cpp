@@ -1,6 +1,16 @@
 #include "UITestSupport.h"
 
+#include "IMUserDefaults.h"
+
+#include <QTemporaryDir>
 #include <QTest>
+
+SettingsInDir::SettingsInDir(const QTemporaryDir &dir)
+{
+    IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
+}
+
+SettingsInDir::~SettingsInDir() { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); }
 
 QPointingDevice *testTouchScreen()
 {

@@ -26,6 +26,18 @@ Button *buttonWithText(QWidget *root, const QString &text)
     return nullptr;
 }
 
+class QTemporaryDir;
+
+// The user defaults kept in `dir`'s "settings.ini" while this lives; written out and pointed back
+// at the application's standard settings before the folder goes (a later write would remake it).
+// Declare it after `dir`.
+class SettingsInDir
+{
+public:
+    explicit SettingsInDir(const QTemporaryDir &dir);
+    ~SettingsInDir();
+};
+
 // A touch screen for QTest::touchEvent, registered once.
 QPointingDevice *testTouchScreen();
 
