@@ -136,46 +136,15 @@ struct IMStoredText::Writer final : IMObject::FieldVisitor
         out.append('}');
     }
 
-    void text(const QString &key, const QString &value) const override
-    {
-        member(key);
-        out.string(value);
-    }
-    void integer(const QString &key, qint64 value) const override
-    {
-        member(key);
-        out.integer(value);
-    }
-    void unsignedInteger(const QString &key, quint64 value) const override
-    {
-        member(key);
-        out.unsignedInteger(value);
-    }
-    void boolean(const QString &key, bool value) const override
-    {
-        member(key);
-        out.boolean(value);
-    }
-    void list(const QString &key, const QVariantList &value) const override
-    {
-        member(key);
-        out.list(value, 1);
-    }
-    void stringList(const QString &key, const QStringList &value) const override
-    {
-        member(key);
-        out.stringList(value);
-    }
-    void map(const QString &key, const QVariantMap &value) const override
-    {
-        member(key);
-        out.map(value, 1);
-    }
-    void record(const QString &key, const IMObject &value) const override
-    {
-        member(key);
-        Writer(out).write(value);
-    }
+    // Each property: its key in its place, then its value.
+    void text(const QString &key, const QString &value) const override { member(key); out.string(value); }
+    void integer(const QString &key, qint64 value) const override { member(key); out.integer(value); }
+    void unsignedInteger(const QString &key, quint64 value) const override { member(key); out.unsignedInteger(value); }
+    void boolean(const QString &key, bool value) const override { member(key); out.boolean(value); }
+    void list(const QString &key, const QVariantList &value) const override { member(key); out.list(value, 1); }
+    void stringList(const QString &key, const QStringList &value) const override { member(key); out.stringList(value); }
+    void map(const QString &key, const QVariantMap &value) const override { member(key); out.map(value, 1); }
+    void record(const QString &key, const IMObject &value) const override { member(key); Writer(out).write(value); }
 
 private:
     // A base property waiting for its place, by its kind.
