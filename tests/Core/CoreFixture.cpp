@@ -1,5 +1,11 @@
 #include "CoreFixture.h"
 
+#include <QFile>
+#include <QRegularExpression>
+#include <QSslKey>
+#include <QSslServer>
+#include <QTcpSocket>
+
 Recorder::Recorder()
 {
     m_token = IMNotificationCenter::defaultCenter()->addObserver(QString(), [this](const IMNotification &n) {
@@ -72,6 +78,48 @@ void CoreTest::connectScripted()
     recorder.notifications.clear();
 }
 
+LocalHttpServer::LocalHttpServer(std::function<QByteArray(const QByteArray &)> answer, bool tls)
+    : m_answer(std::move(answer))
+    , m_tls(tls)
+{
+    if (tls) {
+        QFile cert(QStringLiteral(PARLO_SOURCE_DIR "/tests/support/tls/selfsigned.crt"));
+        QFile key(QStringLiteral(PARLO_SOURCE_DIR "/tests/support/tls/selfsigned.key"));
+        cert.open(QIODevice::ReadOnly);
+        key.open(QIODevice::ReadOnly);
+        QSslConfiguration config = QSslConfiguration::defaultConfiguration();
+        config.setLocalCertificate(QSslCertificate(cert.readAll()));
+        config.setPrivateKey(QSslKey(key.readAll(), QSsl::Rsa));
+        auto ssl = std::make_unique<QSslServer>();
+        ssl->setSslConfiguration(config);
+        m_server = std::move(ssl);
+    } else {
+        m_server = std::make_unique<QTcpServer>();
+    }
+    QObject::connect(m_server.get(), &QTcpServer::pendingConnectionAvailable, [this] {
+        while (QTcpSocket *socket = m_server->nextPendingConnection()) {
+            auto request = std::make_shared<QByteArray>();
+            QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, request] {
+                request->append(socket->readAll());
+                const qsizetype head = request->indexOf("\r\n\r\n");
+                static const QRegularExpression length(QStringLiteral("(?i)content-length: *(\\d+)"));
+                if (head < 0
+                    || request->size() < head + 4 + length.match(QString::fromLatin1(request->left(head))).captured(1).toLongLong())
+                    return;
+                socket->write(m_answer(*request));
+                socket->disconnectFromHost();
+            });
+        }
+    });
+    m_server->listen(QHostAddress::LocalHost, 0);
+}
+
+QString LocalHttpServer::url() const
+{
+    return QStringLiteral("%1://127.0.0.1:%2").arg(m_tls ? "https" : "http").arg(m_server->serverPort());
+}
+
 QVariantMap roomDict(const QString &id, const QString &lastMessageTime)
 {
     return QVariantMap{{"id", id}, {"name", "Room " + id}, {"lastMessageTime", lastMessageTime}};
@@ -83,7 +131,7 @@ QVariantMap messageDict(const QString &id, const QString &roomID, const QString 
     return QVariantMap{{"id", id},
                        {"message", "hello " + id},
                        {"messageType", "text"},
-                       {"room", QVariantMap{{"id", roomID}}},
+                       {"room", roomDict(roomID, createdAt)},
                        {"sender", QVariantMap{{"clientID", senderID}}},
                        {"idFromSender", idFromSender},
                        {"createdAt", createdAt}};

@@ -13,10 +13,13 @@
 #include "TestUtil.h"
 
 #include <QStringList>
+#include <QTcpServer>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 
 //! Records every delegate call and every facade notification, in order, as "d:Name" / "n:Name".
+//! Page loads are allowed while `allowLoading`.
 class Recorder : public ParloDelegate
 {
 public:
@@ -24,6 +27,7 @@ public:
     ~Recorder() override;
     QStringList events;
     QList<IMNotification> notifications;
+    bool allowLoading = true;
 
     void ParloDidChangeConnectStatus(int status, const QString &message) override;
     void ParloDidUpdateBadge(const IMBadgePtr &) override { events << "d:UpdateBadge"; }
@@ -36,6 +40,12 @@ public:
     void ParloDidJoinedWithRoom(const IMRoomPtr &) override { events << "d:JoinedWithRoom"; }
     void ParloDidUpdateReadTimeWithRoom(const IMRoomPtr &) override { events << "d:UpdateReadTimeWithRoom"; }
     void ParloDidChatIn() override { events << "d:ChatIn"; }
+    bool ParloWillStartLoadingMessageWithRoom(const IMRoomPtr &) override
+    {
+        events << "d:WillStartLoading";
+        return allowLoading;
+    }
+    void ParloDidEndLoadingMessageWithRoom(const IMRoomPtr &) override { events << "d:DidEndLoading"; }
 
     //! The notifications named `name`, in order.
     QList<IMNotification> named(const QString &name) const;
@@ -59,9 +69,40 @@ protected:
     Recorder recorder;
 };
 
+//! Waits for `o`'s end: one success, on the main thread, after the call returned.
+template <typename T> ::testing::AssertionResult succeedsOnce(Outcome<T> &o, int ms = 20000)
+{
+    if (o.wait(ms) && o.oneAsyncSuccess())
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << o.successes << " successes, " << o.failures << " failures, off main "
+                                         << o.offMain << ", synchronous " << o.synchronous << ", error "
+                                         << o.error.description().toStdString();
+}
+//! Waits for `o`'s end: one failure with `code`, on the main thread, after the call returned.
+template <typename T> ::testing::AssertionResult failsOnceWith(Outcome<T> &o, int code, int ms = 20000)
+{
+    if (!o.wait(ms))
+        return ::testing::AssertionFailure() << "no end within " << ms << " ms";
+    return o.failedOnceWith(code);
+}
+
+//! A local HTTP server (HTTPS with the self-signed test certificate when `tls`) that answers each
+//! whole request with `answer(request)` and closes the connection.
+class LocalHttpServer
+{
+public:
+    explicit LocalHttpServer(std::function<QByteArray(const QByteArray &request)> answer, bool tls = false);
+    QString url() const;
+
+private:
+    std::function<QByteArray(const QByteArray &)> m_answer;
+    std::unique_ptr<QTcpServer> m_server;
+    bool m_tls;
+};
+
 //! A room dictionary with an id, a name and a last message time.
 QVariantMap roomDict(const QString &id, const QString &lastMessageTime);
-//! A message dictionary in `roomID` from `senderID`.
+//! A message dictionary from `senderID`, in room `roomID` whose last message time is `createdAt`.
 QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
                         const QString &createdAt);
 //! The texts of the persisted log, newest first.

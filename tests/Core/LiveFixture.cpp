@@ -26,11 +26,10 @@ void LiveCoreTest::TearDown()
     server.reset();
 }
 
-bool LiveCoreTest::connectFacade(Parlo *facade)
+bool LiveCoreTest::connectFacade(const QVariantMap &options)
 {
-    Parlo *p = facade ? facade : parlo.get();
-    p->connectWithURL(url, {}, [] {});
-    return waitUntil([&] { return p->connectStatus() == 0; }, 10000);
+    parlo->connectWithURL(url, options, [] {});
+    return waitUntil([&] { return parlo->connectStatus() == 0; }, 10000);
 }
 
 void LiveCoreTest::signInFacade(const QString &id)

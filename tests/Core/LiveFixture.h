@@ -49,16 +49,26 @@ protected:
     void signUpAs(const QString &id);
     //! Another user of the server, connected and signed up on first use.
     Peer &signedInPeer();
-    //! Connects `facade` (the test's own by default) and waits for status 0.
-    bool connectFacade(Parlo *facade = nullptr);
+    //! Connects the facade with `options` and waits for status 0.
+    bool connectFacade(const QVariantMap &options = {});
     //! A request through the facade's transport; fails the test on a failure.
     QVariant call(uint method, const QString &path, const QVariantMap &data = {});
     //! The listed room `id` (null when not listed).
     IMRoomPtr listed(const QString &id, Parlo *facade = nullptr);
     //! A plain-HTTP JSON request to the server's test-control routes; the answer's JSON.
     QVariant control(const QByteArray &method, const QString &path, const QVariantMap &body = {});
-    //! From now on the facade's acknowledgement time-outs run for a tenth of their time.
-    static void shortenAckTimeouts() { QuickAckClient::timeScale = 0.1; }
+    //! Adds a fault rule to the server (see the server's "/__control/faults" route).
+    void fault(const QVariantMap &rule) { ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id")); }
+    //! How often the server's first fault rule has applied.
+    int faultHits() { return control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(); }
+    //! The server drops the answers of requests matching `rule`, and from now on the facade waits
+    //! a second for an acknowledgement, run at a tenth of its time.
+    void dropAnswers(const QVariantMap &rule)
+    {
+        fault(rule);
+        parlo->setTimeout(1);
+        QuickAckClient::timeScale = 0.1;
+    }
     //! A unique client id starting with `prefix`.
     static QString uniqueID(const QString &prefix);
 

@@ -76,9 +76,7 @@ TEST_F(CoreTest, OwnEchoSettlesTheMessageBeingSent)
     IMMessagePtr other = IMMessage::initWithRoom(parlo->chatRooms().first());
     parlo->sendingMessages() << other << local;
 
-    QVariantMap payload = messageDict("m9", "r1", "me", local->idFromSender(), "2026-01-02T00:00:00.000Z");
-    payload["room"] = roomDict("r1", "2026-01-02T00:00:00.000Z");
-    socket->push("message", {payload});
+    socket->push("message", {messageDict("m9", "r1", "me", local->idFromSender(), "2026-01-02T00:00:00.000Z")});
 
     EXPECT_EQ(local->objectID(), "m9");
     EXPECT_EQ(local->sendingType(), 0u);
@@ -94,7 +92,6 @@ TEST_F(CoreTest, MessageWithAnEmptyRoomListStillSetsTheBadge)
     connectScripted();
     ASSERT_TRUE(parlo->chatRooms().isEmpty());
     QVariantMap payload = messageDict("m1", "r1", "other", 1, "2026-01-02T00:00:00.000Z");
-    payload["room"] = roomDict("r1", "2026-01-02T00:00:00.000Z");
     payload["totalBadge"] = 4;
     socket->push("message", {payload});
     EXPECT_TRUE(parlo->chatRooms().isEmpty()); // a room not listed is not added
@@ -108,18 +105,14 @@ TEST_F(CoreTest, MessageWithAnEmptyRoomListStillSetsTheBadge)
 
 TEST_F(CoreTest, BurstOfMessagesForOneRoomKeepsOneEntry)
 {
-    QVariantList dicts;
+    QList<QPair<QString, QString>> listed;
     for (int i = 0; i < 20; ++i)
-        dicts << roomDict(QStringLiteral("r%1").arg(i), QStringLiteral("2026-01-01T00:00:%1.000Z").arg(i, 2, 10, QChar('0')));
-    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries(dicts));
+        listed << qMakePair(QStringLiteral("r%1").arg(i), QStringLiteral("2026-01-01T00:00:%1.000Z").arg(i, 2, 10, QChar('0')));
+    storeRooms(listed);
     connectScripted();
-    for (int n = 0; n < 50; ++n) {
-        const QString room = QStringLiteral("r%1").arg(n % 3);
-        const QString at = QStringLiteral("2026-02-01T00:%1:00.000Z").arg(n, 2, 10, QChar('0'));
-        QVariantMap payload = messageDict(QStringLiteral("m%1").arg(n), room, "other", n, at);
-        payload["room"] = roomDict(room, at);
-        socket->push("message", {payload});
-    }
+    for (int n = 0; n < 50; ++n)
+        socket->push("message", {messageDict(QStringLiteral("m%1").arg(n), QStringLiteral("r%1").arg(n % 3), "other", n,
+                                             QStringLiteral("2026-02-01T00:%1:00.000Z").arg(n, 2, 10, QChar('0')))});
     const QList<IMRoomPtr> rooms = parlo->chatRooms();
     ASSERT_EQ(rooms.size(), 20);
     QStringList ids = idsOf(rooms);
@@ -156,13 +149,10 @@ TEST_F(CoreTest, ReceiptAndRoomUpdateAreWrittenToTheStore)
     const QVariantMap readTime{{"other", "2026-01-05T00:00:00.000Z"}};
     socket->push("receive", {QVariantMap{{"id", "r2"}, {"readTime", readTime}}});
     EXPECT_EQ(recorder.events, (QStringList{"d:UpdateReadTimeWithRoom", "n:ParloDidUpdateReadTimeWithRoom"}));
-    IMRoomPtr stored;
-    for (const IMRoomPtr &r : IMDB::sharedInstance()->getAllRooms())
-        if (r->objectID() == "r2")
-            stored = r;
-    ASSERT_TRUE(stored);
-    EXPECT_EQ(stored->readTime(), readTime);
-    EXPECT_EQ(stored->name(), "Room r2"); // only the read times were replaced
+    const QList<IMRoomPtr> stored = IMDB::sharedInstance()->getAllRooms();
+    ASSERT_EQ(idsOf(stored), QStringList({"r1", "r2"}));
+    EXPECT_EQ(stored[1]->readTime(), readTime);
+    EXPECT_EQ(stored[1]->name(), "Room r2"); // only the read times were replaced
 
     recorder.events.clear();
     socket->push("roomDidUpadte", {roomDict("r2", "2026-01-09T00:00:00.000Z")});

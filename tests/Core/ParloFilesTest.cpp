@@ -3,12 +3,8 @@
 #include "LiveFixture.h"
 #include "ParloFiles_p.h"
 
-#include <QBuffer>
 #include <QDir>
-#include <QImageReader>
 #include <QRandomGenerator>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <algorithm>
 #include <list>
 
@@ -19,21 +15,8 @@ struct Ends : Outcome<QByteArray>
     IMFilePtr file;
     QList<double> fractions;
 
-    Parlo::FileSuccess file_()
-    {
-        return [this](const IMFilePtr &f) {
-            note();
-            ++successes;
-            file = f;
-        };
-    }
-    Parlo::Progress progress()
-    {
-        return [this](double fraction) {
-            note();
-            fractions << fraction;
-        };
-    }
+    Parlo::FileSuccess file_() { return [this](const IMFilePtr &f) { note(); ++successes; file = f; }; }
+    Parlo::Progress progress() { return [this](double fraction) { note(); fractions << fraction; }; }
     Parlo::FileComplete complete()
     {
         return [this](const IMError &e, const QByteArray &bytes) {
@@ -80,51 +63,26 @@ QByteArray randomBytes(qsizetype size)
 
 const QByteArray kBoundary = "---------------------------14737809831466499882746641449";
 
-//! A plain HTTP server that chats in with a cookie and serves "hello" in the shapes a download's
-//! worker leaves to the URL session: "moved" is a redirect to "chunked", whose body has no
-//! announced length. It notes the cookie of every file request.
-class SessionShapesServer
+//! The answer of a plain HTTP server that chats in with a cookie and serves "hello" in the shapes
+//! a download's worker leaves to the URL session: "moved" is a redirect to "chunked", whose body
+//! has no announced length. It notes the cookie of every file request in `cookies`.
+QByteArray sessionShapes(const QByteArray &head, QList<QByteArray> &cookies)
 {
-public:
-    SessionShapesServer()
-    {
-        QObject::connect(&server, &QTcpServer::pendingConnectionAvailable, [this] {
-            while (QTcpSocket *socket = server.nextPendingConnection())
-                serve(socket);
-        });
-        server.listen(QHostAddress::LocalHost, 0);
-    }
-    QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()); }
-    QList<QByteArray> cookies;
-
-private:
-    void serve(QTcpSocket *socket)
-    {
-        QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-            if (!socket->peek(64 * 1024).contains("\r\n\r\n"))
-                return;
-            const QByteArray head = socket->readAll();
-            const QByteArray target = head.split(' ').value(1);
-            const qsizetype cookie = head.indexOf("Cookie: ");
-            if (target.startsWith("/files/"))
-                cookies << head.mid(cookie + 8, head.indexOf("\r\n", cookie) - cookie - 8);
-            QByteArray answer = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
-            if (head.startsWith("POST /client/chatin/"))
-                answer = "HTTP/1.1 200 OK\r\nSet-Cookie: sid=s1; Path=/\r\nContent-Length: 17\r\n\r\n"
-                         R"({"clientID":"me"})";
-            else if (target == "/files/moved")
-                answer = "HTTP/1.1 302 Found\r\nLocation: /files/chunked\r\nContent-Length: 0\r\n\r\n";
-            else if (target == "/files/chunked")
-                answer = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nhel\r\n2\r\nlo\r\n0\r\n\r\n";
-            else if (target == "/files/huge")  // announces 100 GB, sends 5 bytes
-                answer = "HTTP/1.1 200 OK\r\nContent-Length: 100000000000\r\n\r\nhello";
-            socket->write(answer);
-            socket->disconnectFromHost();
-        });
-    }
-    QTcpServer server;
-};
+    const QByteArray target = head.split(' ').value(1);
+    const qsizetype cookie = head.indexOf("Cookie: ");
+    if (target.startsWith("/files/"))
+        cookies << head.mid(cookie + 8, head.indexOf("\r\n", cookie) - cookie - 8);
+    if (head.startsWith("POST /client/chatin/"))
+        return "HTTP/1.1 200 OK\r\nSet-Cookie: sid=s1; Path=/\r\nContent-Length: 17\r\n\r\n"
+               R"({"clientID":"me"})";
+    if (target == "/files/moved")
+        return "HTTP/1.1 302 Found\r\nLocation: /files/chunked\r\nContent-Length: 0\r\n\r\n";
+    if (target == "/files/chunked")
+        return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nhel\r\n2\r\nlo\r\n0\r\n\r\n";
+    if (target == "/files/huge") // announces 100 GB, sends 5 bytes
+        return "HTTP/1.1 200 OK\r\nContent-Length: 100000000000\r\n\r\nhello";
+    return "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
+}
 } // namespace
 
 // ---- without a server --------------------------------------------------------------------------
@@ -145,21 +103,38 @@ protected:
         Base::TearDown();
         IMPlatform::instance()->setTemporaryPath(suiteTemp);
     }
-    //! Fetches `name` by HTTP through the caches and waits for the end.
-    Ends &httpFetch(const QString &name, int ms = 20000)
+    //! The ways to fetch a file: by HTTP through the caches or past them, by socket alone, or
+    //! through the memory and disk caches to the socket.
+    enum Via { Http, HttpFresh, Socket, CachedSocket };
+    //! Starts fetching `name` the `via` way.
+    Ends &start(const QString &name, Via via)
     {
         Ends &ends = track();
-        this->parlo->getFileWithNameProgress(name, ends.progress(), ends.ok(), ends.fail());
+        Parlo *p = this->parlo.get();
+        switch (via) {
+        case Http: p->getFileWithNameProgress(name, ends.progress(), ends.ok(), ends.fail()); break;
+        case HttpFresh: p->getFileWithName(name, false, ends.progress(), ends.ok(), ends.fail()); break;
+        case Socket: p->getFileWithName(name, ends.complete()); break;
+        case CachedSocket: p->getFileWithName(name, true, ends.ok(), ends.fail()); break;
+        }
+        return ends;
+    }
+    //! Fetches `name` the `via` way and waits for the end.
+    Ends &fetch(const QString &name, Via via = Http, int ms = 20000)
+    {
+        Ends &ends = start(name, via);
         EXPECT_TRUE(ends.wait(ms));
         return ends;
     }
-    //! Fetches `name` by socket through the caches and waits for the end.
-    Ends &socketFetch(const QString &name)
+    //! No transfer is left running or half-written, and none of `names` is cached.
+    void expectNothingLeft(const QStringList &names = {})
     {
-        Ends &ends = track();
-        this->parlo->getFileWithName(name, ends.complete());
-        EXPECT_TRUE(ends.wait());
-        return ends;
+        EXPECT_TRUE(this->parlo->taskDict().isEmpty());
+        EXPECT_EQ(downloadsIn(temp), QStringList());
+        for (const QString &name : names) {
+            EXPECT_TRUE(this->parlo->cache().object(name).isNull()) << name.toStdString();
+            EXPECT_FALSE(this->parlo->isFileExistsWithName(name)) << name.toStdString();
+        }
     }
 
     QString temp;
@@ -177,10 +152,9 @@ TEST_F(FilesTest, MultipartRequestIsByteForByteWithAndWithoutBytes)
 
     const Parlo::UploadRequest upload = parlo->requestWithData("\x89PNG\r\n", fields);
     EXPECT_EQ(upload.request.url(), QUrl("http://files.example:8/files/upload"));
-    EXPECT_EQ(upload.request.rawHeader("apiKey"), "api");
-    EXPECT_EQ(upload.request.rawHeader("clientKey"), "client");
-    EXPECT_EQ(upload.request.rawHeader("clientID"), "me");
-    EXPECT_EQ(upload.request.rawHeader("token"), "t0k");
+    const std::pair<const char *, const char *> headers[]{{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", "t0k"}};
+    for (const auto &[name, value] : headers)
+        EXPECT_EQ(upload.request.rawHeader(name), value) << name;
     EXPECT_EQ(upload.request.rawHeader("Content-Type"), "multipart/form-data; boundary=" + kBoundary);
     const QByteArray fieldsPart = "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"isPublic\"\r\n\r\n1\r\n"
                                   "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"room\"\r\n\r\n\r\n"
@@ -223,16 +197,13 @@ TEST_F(FilesTest, RefusedNamesGiveCode400AndTouchNoFile)
         EXPECT_TRUE(parlo->fileWithName(name).isNull());
         EXPECT_FALSE(parlo->fileSaveWithName(name, "x"));
 
-        Ends &http = track();
-        parlo->getFileWithName(name, false, http.progress(), http.ok(), http.fail());
-        ASSERT_TRUE(http.wait());
+        Ends &http = fetch(name, HttpFresh);
         EXPECT_TRUE(http.failedOnceWith(400));
         EXPECT_TRUE(http.error.info().startsWith("refused file name")) << http.error.info().toStdString();
-
-        Ends &socket = track();
-        parlo->getFileWithName(name, true, socket.ok(), socket.fail());
+        // Through the caches the refusal comes at once, inside the call.
+        Ends &socket = fetch(name, CachedSocket);
         EXPECT_EQ(socket.failures, 1);
-        EXPECT_EQ(socket.error.code(), 400);
+        EXPECT_TRUE(socket.synchronous && socket.error.code() == 400);
     }
     EXPECT_EQ(QDir(temp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
     EXPECT_TRUE(parlo->taskDict().isEmpty());
@@ -243,14 +214,13 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
     // No server address: any fetch that reached the network would fail.
     ASSERT_TRUE(parlo->fileSaveWithName("f.bin", "from disk"));
     parlo->cache().setObject("f.bin", QByteArray());
-    Ends &socket = track();
-    parlo->getFileWithName("f.bin", true, socket.ok(), socket.fail());
-    EXPECT_EQ(socket.successes, 1);
+    Ends &socket = fetch("f.bin", CachedSocket);
+    EXPECT_TRUE(socket.successes == 1 && socket.synchronous); // a cache hit answers inside the call
     EXPECT_EQ(socket.value, "from disk");
     EXPECT_EQ(parlo->cache().object("f.bin"), "from disk");
 
     parlo->cache().setObject("f.bin", "from memory");
-    Ends &http = httpFetch("f.bin");
+    Ends &http = fetch("f.bin");
     EXPECT_TRUE(http.oneAsyncSuccess());
     EXPECT_EQ(http.value, "from memory");
 
@@ -261,13 +231,13 @@ TEST_F(FilesTest, MemoryCacheComesFirstAndItsNullMarkerCountsAsAbsent)
 
     Ends &image = track();
     EXPECT_TRUE(parlo->uploadFileWithImage(QImage(), nullptr, false, image.file_(), image.fail()).isNull());
-    ASSERT_TRUE(image.wait());
-    EXPECT_TRUE(image.failedOnceWith(400));
+    EXPECT_TRUE(failsOnceWith(image, 400));
 }
 
 TEST_F(FilesTest, AnswersTheWorkerLeavesToTheSessionArriveWholeWithTheCookie)
 {
-    SessionShapesServer server;
+    QList<QByteArray> cookies;
+    LocalHttpServer server([&](const QByteArray &request) { return sessionShapes(request, cookies); });
     parlo->setSocketFactory([](const QUrl &, const QVariantMap &) { return new ScriptedSocket; });
     parlo->connectWithURL(server.url(), {}, [] {});
     // Each file request is made by the worker first, then by the session (which follows the redirect).
@@ -277,25 +247,18 @@ TEST_F(FilesTest, AnswersTheWorkerLeavesToTheSessionArriveWholeWithTheCookie)
     } cases[] = {{"moved", 3}, {"chunked", 2}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        server.cookies.clear();
-        Ends &ends = track();
-        parlo->getFileWithName(c.name, false, ends.progress(), ends.ok(), ends.fail());
-        ASSERT_TRUE(ends.wait());
+        cookies.clear();
+        Ends &ends = fetch(c.name, HttpFresh);
         ASSERT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
         EXPECT_EQ(ends.value, "hello");
         EXPECT_EQ(parlo->fileWithName(c.name), "hello");
-        EXPECT_EQ(server.cookies, QList<QByteArray>(c.requests, "sid=s1"));
-        EXPECT_TRUE(parlo->taskDict().isEmpty());
-        EXPECT_EQ(downloadsIn(temp), QStringList());
+        EXPECT_EQ(cookies, QList<QByteArray>(c.requests, "sid=s1"));
+        expectNothingLeft();
     }
 #ifndef PARLO_UNDER_SANITIZER  // the sanitizers' allocators abort where malloc would fail
     // A length too large to hold fails once, like any answer cut short.
-    Ends &ends = track();
-    parlo->getFileWithName("huge", false, ends.progress(), ends.ok(), ends.fail());
-    ASSERT_TRUE(ends.wait());
-    EXPECT_TRUE(ends.oneAsyncFailure());
-    EXPECT_TRUE(parlo->taskDict().isEmpty());
-    EXPECT_EQ(downloadsIn(temp), QStringList());
+    EXPECT_TRUE(fetch("huge", HttpFresh).oneAsyncFailure());
+    expectNothingLeft();
 #endif
 }
 
@@ -308,12 +271,18 @@ protected:
     {
         Ends &ends = track();
         parlo->uploadFileWithData(data, "other", room, isPublic, ends.file_(), ends.fail());
-        EXPECT_TRUE(ends.wait(50000));
-        EXPECT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
+        EXPECT_TRUE(succeedsOnce(ends, 50000));
         return ends.file;
     }
-
-    void fault(const QVariantMap &rule) { ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id")); }
+    //! Signs in as a new client and uploads `data` outside any room, leaving the memory cache
+    //! empty; the file's name (empty when the upload failed).
+    QString signedInUpload(const QByteArray &data, bool isPublic = false)
+    {
+        signInFacade(uniqueID("files"));
+        const IMFilePtr file = upload(data, nullptr, isPublic);
+        parlo->cache().removeAllObjects();
+        return file ? file->fileName() : QString();
+    }
 };
 
 TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
@@ -327,8 +296,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     EXPECT_TRUE(task);
     // The record is there while the upload runs.
     EXPECT_EQ(parlo->taskDict().size(), 1);
-    ASSERT_TRUE(up.wait());
-    ASSERT_TRUE(up.oneAsyncSuccess()) << up.error.description().toStdString();
+    ASSERT_TRUE(succeedsOnce(up));
     const QString name = up.file->fileName();
     EXPECT_TRUE(name.endsWith(".png"));
     EXPECT_EQ(up.file->type(), kMessageTypeImage);
@@ -341,7 +309,7 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
 
     // By socket: the memory cache is filled, the disk is not.
     parlo->cache().removeAllObjects();
-    Ends &socket = socketFetch(name);
+    Ends &socket = fetch(name, Socket);
     ASSERT_TRUE(socket.oneAsyncSuccess()) << socket.error.description().toStdString();
     EXPECT_EQ(socket.value, png);
     EXPECT_EQ(parlo->cache().object(name), png);
@@ -350,52 +318,41 @@ TEST_F(FilesLiveTest, PictureTravelsUpAndBackBySocketHttpDiskAndMemory)
     // By HTTP from cold: the record names the file while the (delayed) download runs.
     parlo->cache().removeAllObjects();
     fault({{"path", "/files/" + name}, {"method", "get"}, {"action", "delay"}, {"ms", 300}, {"times", 1}});
-    Ends &cold = track();
-    parlo->getFileWithNameProgress(name, cold.progress(), cold.ok(), cold.fail());
+    Ends &cold = start(name, Http);
     ASSERT_TRUE(waitUntil([&] { return !parlo->taskDict().isEmpty(); }, 10000));
     const QVariantMap record = parlo->taskDict().first();
     EXPECT_EQ(record.value(kFilename).toString(), name);
     EXPECT_TRUE(record.value(kSessionTask).value<QNetworkReply *>());
     EXPECT_TRUE(record.value(kSessionProgress).value<Parlo::Progress>());
-    ASSERT_TRUE(cold.wait());
-    ASSERT_TRUE(cold.oneAsyncSuccess()) << cold.error.description().toStdString();
+    ASSERT_TRUE(succeedsOnce(cold));
     EXPECT_EQ(cold.value, png);
     EXPECT_TRUE(cold.fractionsRiseToOne()) << cold.fractions.size();
-    EXPECT_TRUE(parlo->taskDict().isEmpty());
     EXPECT_EQ(parlo->cache().object(name), png);
     EXPECT_EQ(parlo->fileWithName(name), png);
-    EXPECT_EQ(downloadsIn(temp), QStringList()) << "the download was moved into the cache folder";
+    expectNothingLeft(); // the download was moved into the cache folder
 
-    // From disk, then from memory: the network now fails every request, and is not asked.
+    // From disk into memory: the network now fails every request, and is not asked. (That
+    // memory comes before disk is the memory cache test's.)
     fault({{"path", "/"}, {"prefix", true}, {"action", "status"}, {"status", 503}});
     parlo->cache().removeAllObjects();
-    Ends &disk = httpFetch(name);
+    Ends &disk = fetch(name);
     ASSERT_TRUE(disk.oneAsyncSuccess()) << disk.error.description().toStdString();
     EXPECT_EQ(disk.value, png);
     EXPECT_EQ(parlo->cache().object(name), png);
-    ASSERT_TRUE(QFile::remove(parlo->filePathWithName(name)));
-    Ends &memory = httpFetch(name);
-    EXPECT_TRUE(memory.oneAsyncSuccess());
-    EXPECT_EQ(memory.value, png);
 
     // Without the cache the network is always asked.
-    Ends &fresh = track();
-    parlo->getFileWithName(name, false, fresh.progress(), fresh.ok(), fresh.fail());
-    ASSERT_TRUE(fresh.wait());
-    EXPECT_TRUE(fresh.failedOnceWith(503));
+    EXPECT_TRUE(fetch(name, HttpFresh).failedOnceWith(503));
 }
 
 TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
 {
-    const QString owner = uniqueID("owner");
-    signInFacade(owner);
+    signInFacade(uniqueID("owner"));
     const IMRoomPtr room = IMRoom::fromDictionary(call(1, "/room", {{"name", "private"}}).toMap());
     const IMFilePtr file = upload("secret bytes", room);
     ASSERT_TRUE(file);
 
-    Ends &socket = socketFetch("missing.png");
-    EXPECT_TRUE(socket.failedOnceWith(404));
-    Ends &http = httpFetch("missing.png");
+    EXPECT_TRUE(fetch("missing.png", Socket).failedOnceWith(404));
+    Ends &http = fetch("missing.png");
     EXPECT_TRUE(http.failedOnceWith(404));
     EXPECT_TRUE(http.error.info().contains("missing.png")) << http.error.info().toStdString();
     EXPECT_TRUE(http.fractions.isEmpty());
@@ -403,94 +360,69 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     // Someone outside the room can neither read the file nor upload into the room.
     signUpAs(uniqueID("outsider"));
     parlo->cache().removeAllObjects();
-    Ends &bySocket = track();
-    parlo->getFileWithName(file->fileName(), true, bySocket.ok(), bySocket.fail());
-    ASSERT_TRUE(bySocket.wait());
-    EXPECT_TRUE(bySocket.failedOnceWith(403));
-    Ends &byHttp = httpFetch(file->fileName());
-    EXPECT_TRUE(byHttp.failedOnceWith(403));
+    EXPECT_TRUE(fetch(file->fileName(), CachedSocket).failedOnceWith(403));
+    EXPECT_TRUE(fetch(file->fileName()).failedOnceWith(403));
     Ends &intoRoom = track();
     EXPECT_TRUE(parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(),
                                           intoRoom.fail()));
-    ASSERT_TRUE(intoRoom.wait());
-    EXPECT_TRUE(intoRoom.failedOnceWith(403));
-
-    for (const QString &name : {QString("missing.png"), file->fileName()}) {
-        EXPECT_TRUE(parlo->cache().object(name).isNull());
-        EXPECT_FALSE(parlo->isFileExistsWithName(name));
-    }
-    EXPECT_TRUE(parlo->taskDict().isEmpty());
-    EXPECT_EQ(downloadsIn(temp), QStringList());
+    EXPECT_TRUE(failsOnceWith(intoRoom, 403));
+    expectNothingLeft({"missing.png", file->fileName()});
 }
 
 TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
 {
-    signInFacade(uniqueID("broken"));
-    const IMFilePtr file = upload(randomBytes(256 * 1024), nullptr);
-    ASSERT_TRUE(file);
-    const QString name = file->fileName();
+    const QString name = signedInUpload(randomBytes(256 * 1024));
+    ASSERT_FALSE(name.isEmpty());
     const QString path = "/files/" + name;
-    parlo->cache().removeAllObjects();
 
     fault({{"path", path}, {"method", "get"}, {"action", "status"}, {"status", 500}, {"times", 1}});
-    Ends &failed = httpFetch(name);
+    Ends &failed = fetch(name);
     EXPECT_TRUE(failed.failedOnceWith(500));
     EXPECT_EQ(failed.error.info(), "injected failure");
 
     fault({{"path", path}, {"method", "get"}, {"action", "truncate"}, {"times", 1}});
-    Ends &cut = httpFetch(name);
+    Ends &cut = fetch(name);
     EXPECT_TRUE(cut.oneAsyncFailure());
     EXPECT_EQ(cut.error.domain(), kParloNetworkErrorDomain) << cut.error.description().toStdString();
 
     // A download that outlives the resource time-out is ended, once.
     ParloFilesInternals::setResourceTimeout(parlo.get(), 400);
     fault({{"path", path}, {"method", "get"}, {"action", "delay"}, {"ms", 5000}, {"times", 1}});
-    Ends &slow = httpFetch(name, 4000);
+    Ends &slow = fetch(name, Http, 4000);
     EXPECT_TRUE(slow.oneAsyncFailure());
     EXPECT_EQ(slow.error.domain(), kParloNetworkErrorDomain);
     EXPECT_EQ(slow.error.code(), int(QNetworkReply::TimeoutError));
 
-    EXPECT_TRUE(parlo->cache().object(name).isNull());
-    EXPECT_FALSE(parlo->isFileExistsWithName(name));
-    EXPECT_EQ(downloadsIn(temp), QStringList());
-    EXPECT_TRUE(parlo->taskDict().isEmpty());
+    expectNothingLeft({name});
     EXPECT_EQ(ParloFilesInternals::transfersInFlight(parlo.get()), 0);
     EXPECT_EQ(parlo->urlSession()->transferTimeout(), 120000);
 }
 
 TEST_F(FilesLiveTest, LargeDownloadsArriveWholeWithRisingProgressAndNoLeftovers)
 {
-    signInFacade(uniqueID("stream"));
     const QByteArray bytes = randomBytes(4 * 1024 * 1024);
-    const IMFilePtr file = upload(bytes, nullptr, true);
-    ASSERT_TRUE(file);
-    parlo->cache().removeAllObjects();
+    const QString name = signedInUpload(bytes, true);
+    ASSERT_FALSE(name.isEmpty());
 
-    Ends &ends = track();
-    parlo->getFileWithName(file->fileName(), false, ends.progress(), ends.ok(), ends.fail());
-    ends.started = true;
-    ASSERT_TRUE(waitUntil([&] { return ends.successes + ends.failures > 0; }, 20000));
+    Ends &ends = fetch(name, HttpFresh);
     ASSERT_TRUE(ends.oneAsyncSuccess()) << ends.error.description().toStdString();
     EXPECT_TRUE(ends.value == bytes);
     // (That the bytes stream to disk rather than memory is what the files benchmark's peak-memory
     // figure shows; a check from the progress reports raced the move into the cache under load.)
     EXPECT_TRUE(ends.fractionsRiseToOne());
     EXPECT_EQ(downloadsIn(temp), QStringList());
-    EXPECT_TRUE(parlo->fileWithName(file->fileName()) == bytes);
+    EXPECT_TRUE(parlo->fileWithName(name) == bytes);
 }
 
 TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
 {
-    signInFacade(uniqueID("gone"));
-    const IMFilePtr file = upload("held", nullptr);
-    ASSERT_TRUE(file);
-    parlo->cache().removeAllObjects();
-    fault({{"path", "/files/" + file->fileName()}, {"method", "get"}, {"action", "drop"}});
+    const QString name = signedInUpload("held");
+    ASSERT_FALSE(name.isEmpty());
+    fault({{"path", "/files/" + name}, {"method", "get"}, {"action", "drop"}});
     fault({{"path", "/files/upload"}, {"action", "drop"}});
 
-    Ends &download = track();
+    Ends &download = start(name, Http);
     Ends &up = track();
-    parlo->getFileWithNameProgress(file->fileName(), download.progress(), download.ok(), download.fail());
     parlo->uploadFileWithData("never answered", "other", nullptr, false, up.file_(), up.fail());
     download.started = up.started = true;
     // Both requests are out: the download's record is there (the upload's goes once its body is sent).
@@ -504,14 +436,11 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
         10000));
     // And a download still waiting for its HTTP chat-in.
     fault({{"path", "/client/chatin"}, {"prefix", true}, {"action", "drop"}});
-    Ends &waiting = track();
-    parlo->getFileWithName(file->fileName(), false, waiting.progress(), waiting.ok(), waiting.fail());
+    Ends &waiting = start(name, HttpFresh);
     waiting.started = true;
     spinFor(300);
     parlo.reset();
-    for (Ends *ends : {&download, &up, &waiting}) {
-        ASSERT_TRUE(ends->wait());
-        EXPECT_TRUE(ends->failedOnceWith(int(QNetworkReply::OperationCanceledError)));
-    }
+    for (Ends *ends : {&download, &up, &waiting})
+        EXPECT_TRUE(failsOnceWith(*ends, int(QNetworkReply::OperationCanceledError)));
     EXPECT_EQ(downloadsIn(temp), QStringList());
 }

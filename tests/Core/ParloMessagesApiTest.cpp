@@ -5,28 +5,6 @@
 #include "LiveFixture.h"
 
 namespace {
-//! A delegate that may refuse page loads and records the loading calls.
-class LoadingRecorder : public ParloDelegate
-{
-public:
-    bool allow = true;
-    QStringList calls;
-    bool ParloWillStartLoadingMessageWithRoom(const IMRoomPtr &) override
-    {
-        calls << "willStart";
-        return allow;
-    }
-    void ParloDidEndLoadingMessageWithRoom(const IMRoomPtr &) override { calls << "didEnd"; }
-};
-
-QStringList texts(const QList<QVariantMap> &pushes)
-{
-    QStringList out;
-    for (const QVariantMap &p : pushes)
-        out << p.value("message").toString();
-    return out;
-}
-
 QStringList texts(const QList<IMMessagePtr> &messages)
 {
     QStringList out;
@@ -63,7 +41,7 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     EXPECT_FALSE(mine->objectID().isEmpty());
     EXPECT_EQ(recorder.named(kParloDidChangeMessageSendingType).size(), 1);
     ASSERT_TRUE(waitUntil([&] { return peer.pushed("message").size() == 1; }, 10000));
-    EXPECT_EQ(texts(peer.pushed("message")), QStringList{"早安"});
+    EXPECT_EQ(peer.pushed("message")[0].value("message"), QVariant("早安"));
     EXPECT_EQ(peer.pushed("message")[0].value("idFromSender").toLongLong(), mine->idFromSender());
 
     // Updated by its sender: the other client hears of it.
@@ -83,11 +61,10 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().value(0)->message().value(0).toMap().value("message"),
               QVariant("two"));
 
-    int unseen = -1;
-    shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, [&](int count) { unseen = count; },
-                                         [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); });
-    ASSERT_TRUE(waitUntil([&] { return unseen >= 0; }, 10000));
-    EXPECT_EQ(unseen, 2);
+    Outcome<int> unseen;
+    shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, unseen.ok(), unseen.fail());
+    ASSERT_TRUE(succeedsOnce(unseen));
+    EXPECT_EQ(unseen.value, 2);
 
     // We read: the badge drops at once; the answer writes our read time and a zero count back;
     // the other client gets the receipt.
@@ -124,12 +101,10 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
 
 TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
 {
-    const QString me = uniqueID("me");
-    signInFacade(me);
-    LoadingRecorder loading;
-    parlo->setDelegate(&loading);
-    const QVariantMap created = call(1, "/room", {{"name", "History"}}).toMap();
-    auto room = IMRoom::fromDictionary(created);
+    signInFacade(uniqueID("me"));
+    auto room = IMRoom::fromDictionary(call(1, "/room", {{"name", "History"}}).toMap());
+    const QStringList loadedOnce{"d:WillStartLoading", "d:DidEndLoading"};
+    auto loading = [this] { return recorder.events.filter("Loading"); };
     QStringList createdAt;
     for (int i = 1; i <= 5; ++i) {
         createdAt << call(1, "/message/", {{"room", room->objectID()}, {"message", QString("m%1").arg(i)}})
@@ -139,36 +114,35 @@ TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
         spinFor(3);
     }
 
+    recorder.events.clear();
     Outcome<QList<IMMessagePtr>> newest, older, pinned;
     parlo->messageWithRoom(room, qint64(0), 2, newest.ok(), newest.fail());
-    ASSERT_TRUE(waitUntil([&] { return newest.successes > 0; }, 10000));
+    ASSERT_TRUE(succeedsOnce(newest));
     EXPECT_EQ(texts(newest.value), QStringList({"m4", "m5"}));
-    EXPECT_EQ(loading.calls, QStringList({"willStart", "didEnd"}));
+    EXPECT_EQ(loading(), loadedOnce);
     parlo->messageWithRoom(room, qint64(2), 2, older.ok(), older.fail());
     parlo->messageWithRoom(room, createdAt[3], 10, pinned.ok(), pinned.fail());
-    ASSERT_TRUE(waitUntil([&] { return older.successes > 0 && pinned.successes > 0; }, 10000));
+    older.started = pinned.started = true;
+    ASSERT_TRUE(succeedsOnce(older) && succeedsOnce(pinned));
     EXPECT_EQ(texts(older.value), QStringList({"m2", "m3"}));
     EXPECT_EQ(texts(pinned.value), QStringList({"m1", "m2", "m3"}));
 
     // A failed page still ends the loading.
-    loading.calls.clear();
+    recorder.events.clear();
     Outcome<QList<IMMessagePtr>> failed;
-    auto stranger = std::make_shared<IMRoom>();
-    stranger->setObjectID("no-such-room");
+    const IMRoomPtr stranger = IMRoom::fromDictionary({{"id", "no-such-room"}});
     parlo->messageWithRoom(stranger, qint64(0), 2, failed.ok(), failed.fail());
-    ASSERT_TRUE(waitUntil([&] { return failed.failures > 0; }, 10000));
-    EXPECT_EQ(failed.error.code(), 404);
-    EXPECT_EQ(loading.calls, QStringList({"willStart", "didEnd"}));
+    EXPECT_TRUE(failsOnceWith(failed, 404));
+    EXPECT_EQ(loading(), loadedOnce);
 
     // A refusing delegate is asked twice and nothing else happens.
-    loading.calls.clear();
-    loading.allow = false;
+    recorder.events.clear();
+    recorder.allowLoading = false;
     Outcome<QList<IMMessagePtr>> refused;
     parlo->messageWithRoom(room, qint64(0), 2, refused.ok(), refused.fail());
     spinFor(300);
-    EXPECT_EQ(loading.calls, QStringList({"willStart", "willStart"}));
+    EXPECT_EQ(loading(), QStringList({"d:WillStartLoading", "d:WillStartLoading"}));
     EXPECT_EQ(refused.total(), 0);
-    parlo->setDelegate(&recorder);
 }
 
 TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
@@ -183,25 +157,21 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     intruder->setMessage("let me in");
     Outcome<IMMessagePtr> refused;
     parlo->sendMessage(intruder, refused.ok(), refused.fail());
-    ASSERT_TRUE(refused.wait(10000));
-    EXPECT_TRUE(refused.failedOnceWith(403));
+    EXPECT_TRUE(failsOnceWith(refused, 403, 10000));
     EXPECT_EQ(intruder->sendingType(), 2u);
     EXPECT_TRUE(parlo->sendingMessages().contains(intruder));
     EXPECT_EQ(recorder.events.filter("ChangeMessageSendingType"),
               QStringList({"d:ChangeMessageSendingType", "n:ParloDidChangeMessageSendingType"}));
 
     // A lost acknowledgement: a message is never sent twice, so it fails after one attempt.
-    control("POST", "/__control/faults", {{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});
-    parlo->setTimeout(1);
-    shortenAckTimeouts();
+    dropAnswers({{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});
     IMMessagePtr lost = IMMessage::initWithRoom(ours);
     lost->setMessage("into the void");
     Outcome<IMMessagePtr> unanswered;
     parlo->sendMessage(lost, nullptr, unanswered.fail());
-    ASSERT_TRUE(unanswered.wait(10000));
-    EXPECT_EQ(unanswered.error.code(), 999);
+    EXPECT_TRUE(failsOnceWith(unanswered, 999, 10000));
     EXPECT_EQ(lost->sendingType(), 2u);
-    EXPECT_EQ(control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(), 1);
+    EXPECT_EQ(faultHits(), 1);
 
     // Updating without an id sends nothing.
     Outcome<IMMessagePtr> noID;

@@ -5,6 +5,12 @@
 #include "IMDate.h"
 
 namespace {
+const QVariantMap kParloEntry{{"url", "https://chat.example"}, {"storeid", "123"}};
+//! Two URL types: the last one's first scheme, "myapp", is ours.
+const QVariantMap kSchemeInfo{{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"first"}}},
+                                                                QVariantMap{{"CFBundleURLSchemes", QVariantList{"myapp", "other"}}}}},
+                              {"parlo", kParloEntry}};
+
 class ShapeTest : public CoreTest
 {
 protected:
@@ -16,6 +22,11 @@ protected:
             return QVariantList{QVariantMap{{"statusCode", 200}, {"body", QVariantList()}}};
         };
     }
+    void TearDown() override
+    {
+        IMPlatform::instance()->setInfoDictionary({});
+        CoreTest::TearDown();
+    }
 
     //! The envelope of the last emit, once its answer has been handled.
     QVariantMap lastEnvelope()
@@ -26,13 +37,7 @@ protected:
     QString lastPath() { return lastEnvelope().value("url").toString(); }
     QString lastEvent() { return socket->emits().isEmpty() ? QString() : socket->emits().last().event; }
 
-    IMRoomPtr room(const QString &id)
-    {
-        auto r = std::make_shared<IMRoom>();
-        r->setObjectID(id);
-        r->setName("Lunch");
-        return r;
-    }
+    static IMRoomPtr room(const QString &id) { return IMRoom::fromDictionary({{"id", id}, {"name", "Lunch"}}); }
 };
 } // namespace
 
@@ -129,22 +134,18 @@ TEST_F(ShapeTest, MessagePathsAndBodies)
 
 TEST_F(ShapeTest, UrlSchemeComesFromTheLastUrlTypeAndNeedsBothParloEntries)
 {
-    const QVariantMap parloEntry{{"url", "https://chat.example"}, {"storeid", "123"}};
-    IMPlatform::instance()->setInfoDictionary(
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"first"}}},
-                                           QVariantMap{{"CFBundleURLSchemes", QVariantList{"myapp", "other"}}}}},
-         {"parlo", parloEntry}});
+    IMPlatform::instance()->setInfoDictionary(kSchemeInfo);
     EXPECT_TRUE(parlo->isScehemeWorks());
     EXPECT_EQ(parlo->urlType(), "myapp");
     EXPECT_EQ(parlo->urlStringForScheme(), "https://chat.example");
     EXPECT_EQ(parlo->appIDOnStore(), "123");
 
     const QVariantMap broken[] = {
-        {{"parlo", parloEntry}},
-        {{"CFBundleURLTypes", QVariantList{}}, {"parlo", parloEntry}},
+        {{"parlo", kParloEntry}},
+        {{"CFBundleURLTypes", QVariantList{}}, {"parlo", kParloEntry}},
         {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}, QVariantMap{}}},
-         {"parlo", parloEntry}},
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{}}}}}, {"parlo", parloEntry}},
+         {"parlo", kParloEntry}},
+        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{}}}}}, {"parlo", kParloEntry}},
         {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}}},
          {"parlo", QVariantMap{{"url", "https://chat.example"}}}},
         {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}}},
@@ -157,14 +158,11 @@ TEST_F(ShapeTest, UrlSchemeComesFromTheLastUrlTypeAndNeedsBothParloEntries)
         EXPECT_TRUE(parlo->urlStringForScheme().isNull());
         EXPECT_TRUE(parlo->appIDOnStore().isNull());
     }
-    IMPlatform::instance()->setInfoDictionary({});
 }
 
 TEST_F(ShapeTest, OpenedUrlsJoinTheLinkedRoomAndTellWhetherTheSchemeIsOurs)
 {
-    IMPlatform::instance()->setInfoDictionary(
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"myapp"}}}}},
-         {"parlo", QVariantMap{{"url", "https://chat.example"}, {"storeid", "123"}}}});
+    IMPlatform::instance()->setInfoDictionary(kSchemeInfo);
     parlo->setConnectStatus(0);
     auto joins = [this] {
         QStringList ids;
@@ -191,7 +189,6 @@ TEST_F(ShapeTest, OpenedUrlsJoinTheLinkedRoomAndTellWhetherTheSchemeIsOurs)
     parlo->execQueue();
     spinFor(20);
     EXPECT_EQ(joins().last(), "later");
-    IMPlatform::instance()->setInfoDictionary({});
 }
 
 TEST_F(ShapeTest, DeviceTokenIsKeptAsHexAndSentOnlyWithAClient)

@@ -38,12 +38,8 @@ TEST_F(CoreTest, PersistedLogIsNewestFirstAndOnlyWhenOn)
 
     parlo->setLog(true);
     parlo->logDictionaryIfNeeded({{"line", "<A.cpp:2>"}, {"data", "first"}});
-    ASSERT_EQ(settings->log().size(), 1);
     parlo->logDictionaryIfNeeded({{"line", "<A.cpp:3>"}, {"data", "second"}});
-    const QVariantList log = settings->log();
-    ASSERT_EQ(log.size(), 2);
-    EXPECT_EQ(log[0].toMap().value("data"), "second");
-    EXPECT_EQ(log[1].toMap().value("data"), "first");
+    EXPECT_EQ(logLines(), QStringList({"second", "first"}));
 }
 
 TEST_F(CoreTest, NotificationsCarryTheirObjectAndADeadDelegateIsForgotten)

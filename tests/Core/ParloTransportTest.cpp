@@ -1,6 +1,7 @@
 // Virtual requests: refusal when offline, the acknowledgement time-out and retry rules, how
-// answers become success or failure, and that every request ends exactly once.
-#include "CoreFixture.h"
+// answers become success or failure, and that every request ends exactly once, also when the
+// server goes.
+#include "LiveFixture.h"
 
 #include <thread>
 
@@ -9,7 +10,6 @@ QVariantMap envelope(const QString &url)
 {
     return QVariantMap{{"url", url}, {"headers", QVariantMap()}};
 }
-
 } // namespace
 
 TEST_F(CoreTest, NotConnectedFailsAtOnceOnTheCallersThreadAndSendsNothing)
@@ -41,6 +41,7 @@ TEST_F(CoreTest, UnansweredGetsAndSignUpOrChatInPostsAreSentFourTimesOtherPostsO
     parlo->emitWithMethod(1, envelope("/message/"), message.ok(), message.fail());
     parlo->emitWithMethod(1, envelope("/client/chatin/"), chatin.ok(), chatin.fail());
     parlo->emitWithMethod(1, envelope("/client/"), signup.ok(), signup.fail());
+    get.started = message.started = chatin.started = signup.started = true;
     ASSERT_TRUE(waitUntil([&] { return get.total() && chatin.total() && signup.total(); }, 10000));
     QMap<QString, int> sent;
     QMap<QString, qint64> lastSent;
@@ -56,12 +57,8 @@ TEST_F(CoreTest, UnansweredGetsAndSignUpOrChatInPostsAreSentFourTimesOtherPostsO
     EXPECT_EQ(sent, (QMap<QString, int>{{"get /badge", 4}, {"post /message/", 1}, {"post /client/chatin/", 4},
                                         {"post /client/", 4}}));
     spinFor(50);
-    for (Outcome<> *o : {&get, &message, &chatin, &signup}) {
-        EXPECT_EQ(o->failures, 1);
-        EXPECT_EQ(o->total(), 1);
-        EXPECT_EQ(o->error.code(), 999);
-        EXPECT_FALSE(o->offMain);
-    }
+    for (Outcome<> *o : {&get, &message, &chatin, &signup})
+        EXPECT_TRUE(o->failedOnceWith(999));
     EXPECT_EQ(get.error.info(), "NO ACK");
     // Newest first in the persisted log, one line per retry of each request.
     EXPECT_EQ(logLines().filter("api retry"), (QStringList{"api retry NO.2", "api retry NO.2", "api retry NO.2",
@@ -71,9 +68,20 @@ TEST_F(CoreTest, UnansweredGetsAndSignUpOrChatInPostsAreSentFourTimesOtherPostsO
     EXPECT_FALSE(parlo->isPostRetryListAPI(envelope("/client/chatin/?x=1")));
 }
 
-TEST_F(CoreTest, AnswersBecomeSuccessOrStatusErrors)
+TEST_F(CoreTest, RequestsGoOutAsGivenAndAnswersBecomeSuccessOrStatusErrors)
 {
     connectScripted();
+    IMUserDefaults::standardUserDefaults()->setToken(QString());
+    const QVariantMap header = parlo->header();
+    EXPECT_EQ(header, (QVariantMap{{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", ""}}));
+    const QStringList names{"get", "post", "put", "delete"};
+    for (uint method = 0; method < 4; ++method) {
+        QVariantMap item{{"url", "/room/r1"}, {"headers", header}, {"data", QVariantMap{{"k", method}}}};
+        parlo->emitWithMethod(method, item, nullptr, nullptr);
+        EXPECT_EQ(socket->emits().last().event, names[int(method)]);
+        EXPECT_EQ(socket->emits().last().items, QVariantList{item});
+    }
+
     struct Case
     {
         QVariantList answer;
@@ -95,8 +103,8 @@ TEST_F(CoreTest, AnswersBecomeSuccessOrStatusErrors)
         Outcome<> o;
         parlo->emitWithMethod(0, envelope("/badge"), o.ok(), o.fail());
         socket->answerAll(c.answer);
-        ASSERT_TRUE(waitUntil([&] { return o.total() > 0; }));
-        spinFor(5);
+        EXPECT_EQ(o.total(), 0); // handed to the main queue, never delivered inside the acknowledgement
+        ASSERT_TRUE(o.wait());
         ASSERT_EQ(o.total(), 1);
         EXPECT_EQ(o.successes == 1, c.success) << IMDescription(c.answer);
         if (c.success) {
@@ -108,30 +116,6 @@ TEST_F(CoreTest, AnswersBecomeSuccessOrStatusErrors)
         }
         EXPECT_FALSE(o.offMain);
     }
-    // Answers are handed to the main queue: never delivered inside the acknowledgement itself.
-    Outcome<> o;
-    parlo->emitWithMethod(0, envelope("/badge"), o.ok(), o.fail());
-    socket->answerAll({QVariantMap{{"statusCode", 200}}});
-    EXPECT_EQ(o.total(), 0);
-    EXPECT_TRUE(waitUntil([&] { return o.total() == 1; }));
-}
-
-TEST_F(CoreTest, EnvelopeCarriesTheFourHeadersAndTheMethodName)
-{
-    connectScripted();
-    IMUserDefaults::standardUserDefaults()->setToken(QString());
-    const QVariantMap header = parlo->header();
-    EXPECT_EQ(header, (QVariantMap{{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", ""}}));
-
-    const QStringList names{"get", "post", "put", "delete"};
-    for (uint method = 0; method < 4; ++method) {
-        QVariantMap item{{"url", "/room/r1"}, {"headers", header}, {"data", QVariantMap{{"k", method}}}};
-        parlo->emitWithMethod(method, item, nullptr, nullptr);
-        EXPECT_EQ(socket->emits().last().event, names[int(method)]);
-        EXPECT_EQ(socket->emits().last().items, QVariantList{item});
-    }
-    socket->answerAll({QVariantMap{{"statusCode", 200}}});
-    spinFor(10);
 }
 
 TEST_F(CoreTest, PendingRequestsFailOnceWhenTheFacadeGoes)
@@ -141,13 +125,26 @@ TEST_F(CoreTest, PendingRequestsFailOnceWhenTheFacadeGoes)
     Outcome<> get, post;
     parlo->emitWithMethod(0, envelope("/badge"), get.ok(), get.fail());
     parlo->emitWithMethod(1, envelope("/client/"), post.ok(), post.fail());
+    get.started = post.started = true;
     parlo.reset();
     ASSERT_TRUE(waitUntil([&] { return get.total() && post.total(); }));
     spinFor(50);
-    EXPECT_EQ(get.failures, 1);
-    EXPECT_EQ(post.failures, 1);
-    EXPECT_EQ(get.error.code(), 999);
-    EXPECT_EQ(get.successes + post.successes, 0);
+    EXPECT_TRUE(get.failedOnceWith(999));
+    EXPECT_TRUE(post.failedOnceWith(999));
+}
+
+TEST_F(LiveCoreTest, ARequestInFlightWhenTheServerStopsEndsOnceAfterItsRetries)
+{
+    ASSERT_TRUE(connectFacade());
+    // The server holds the answer back, so that it cannot answer before it stops.
+    dropAnswers({{"path", "/room/list"}, {"prefix", true}, {"action", "drop"}});
+    Outcome<> lost;
+    parlo->emitWithMethod(0, {{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}}, lost.ok(),
+                          lost.fail());
+    ASSERT_TRUE(waitUntil([&] { return faultHits() == 1; }));
+    server->stop();
+    EXPECT_TRUE(failsOnceWith(lost, 999, 15000));
+    EXPECT_NE(parlo->connectStatus(), 0);
 }
 
 TEST_F(CoreTest, DeferredWorkRunsInOrderAndTheIndicatorFollowsRequests)

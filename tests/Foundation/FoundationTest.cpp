@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAdded)
+TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAddedUntilRemoved)
 {
     IMNotificationCenter center;
     QStringList seen;
@@ -26,11 +26,8 @@ TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAdded)
     center.post(QStringLiteral("A"), QStringLiteral("y"));
     center.post(QStringLiteral("B"));
     EXPECT_EQ(seen, (QStringList{"first:x", "onlyX:x", "any:A", "first:y", "any:A", "any:B"}));
-}
 
-TEST(NotificationCenter, RemovalInsideABlockAndOfQueuedDeliveries)
-{
-    IMNotificationCenter center;
+    // An observer may remove itself from inside its block.
     int calls = 0;
     IMNotificationCenter::Token self = 0;
     self = center.addObserver(QStringLiteral("N"), [&](const IMNotification &) {
@@ -73,7 +70,7 @@ TEST(NotificationCenter, QueuedObserverRunsOnItsQueueAndPostingIsThreadSafe)
     EXPECT_EQ(offMain.load(), 0);
 }
 
-TEST(Dispatch, MainAsyncIsNeverInlineAndSerialQueueKeepsOrder)
+TEST(Dispatch, MainAsyncIsNeverInlineSerialQueueKeepsOrderAndAfterRunsOnMain)
 {
     bool ran = false;
     IMDispatchMainAsync([&] { ran = true; });
@@ -98,10 +95,8 @@ TEST(Dispatch, MainAsyncIsNeverInlineAndSerialQueueKeepsOrder)
     ASSERT_EQ(order.size(), 101u);
     for (int i = 0; i <= 100; ++i)
         EXPECT_EQ(order[size_t(i)], i);
-}
 
-TEST(Dispatch, AfterRunsOnTheMainQueueFromAnyThread)
-{
+    // A delayed block runs on the main queue, whichever thread asked for it.
     std::atomic<bool> onMain{false};
     std::atomic<bool> done{false};
     std::thread([&] {

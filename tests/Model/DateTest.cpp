@@ -38,23 +38,19 @@ TEST(ModelDate, LocalFormattingUsesTheDeviceZone)
 {
     QLocale::setDefault(QLocale::c());
     const QString text = "2016-05-04T09:30:05.120Z";
-    {
-        ScopedTimeZone tz("Asia/Taipei");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "yyyy/MM/dd HH:mm"), "2016/05/04 17:30");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "h:mm a"), "5:30 PM");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "'at' HH'h' ss.SSS ''"), "at 17h 05.120 '");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "EEE d MMM yy"), "Wed 4 May 16");
-    }
-    {
-        ScopedTimeZone tz("America/Los_Angeles");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "M/d HH:mm"), "5/4 02:30");
-        EXPECT_EQ(IMDate::toStringWithDateFormat(text, "hh:mm a"), "02:30 AM");
+    const struct { const char *zone, *format, *expected; } cases[] = {
+        { "Asia/Taipei", "yyyy/MM/dd HH:mm", "2016/05/04 17:30" }, { "Asia/Taipei", "h:mm a", "5:30 PM" },
+        { "Asia/Taipei", "'at' HH'h' ss.SSS ''", "at 17h 05.120 '" }, { "Asia/Taipei", "EEE d MMM yy", "Wed 4 May 16" },
+        { "America/Los_Angeles", "M/d HH:mm", "5/4 02:30" }, { "America/Los_Angeles", "hh:mm a", "02:30 AM" } };
+    for (const auto &c : cases) {
+        ScopedTimeZone tz(c.zone);
+        EXPECT_EQ(IMDate::toStringWithDateFormat(text, c.format), c.expected) << c.zone << " " << c.format;
     }
     EXPECT_TRUE(IMDate::toStringWithDateFormat("2016-05-04T09:30:05Z", "HH:mm").isNull());
     QLocale::setDefault(QLocale::system());
 }
 
-TEST(ModelDate, RelativeUnitsRoundDownAndTheFutureIsZero)
+TEST(ModelDate, RelativeUnitsRoundDownAndCalendarTestsCompareOneComponent)
 {
     const QDateTime now = QDateTime(QDate(2020, 3, 15), QTime(12, 0), Qt::UTC);
     EXPECT_EQ(IMDate::hoursAgo(now.addSecs(-59 * 60), now), 0u);
@@ -67,12 +63,9 @@ TEST(ModelDate, RelativeUnitsRoundDownAndTheFutureIsZero)
     EXPECT_EQ(IMDate::secondsBefore(QDateTime(), now), 0u);
     // The default "now" is the current moment.
     EXPECT_EQ(IMDate::minutesAgo(QDateTime::currentDateTimeUtc().addSecs(-125)), 2u);
-}
 
-TEST(ModelDate, CalendarTestsCompareOneComponentOnly)
-{
+    // Calendar questions compare one component only, in the local calendar.
     ScopedTimeZone tz("Asia/Taipei");
-    const QDateTime now(QDate(2020, 3, 15), QTime(12, 0), QTimeZone("Asia/Taipei"));
     const auto local = [](int y, int m, int d) { return QDateTime(QDate(y, m, d), QTime(12, 0), QTimeZone("Asia/Taipei")); };
 
     EXPECT_TRUE(IMDate::isToday(local(2020, 2, 15), now));  // same day number, other month

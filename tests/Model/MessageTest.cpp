@@ -27,7 +27,7 @@ protected:
 };
 } // namespace
 
-TEST_F(ModelMessage, InitialisersSetTheirDefaults)
+TEST_F(ModelMessage, InitialisersSetTheirDefaultsAndAFreshIdFromSender)
 {
     IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "id", "c1" }, { "clientID", "me" } });
     IMMessagePtr plain = IMMessage::create();
@@ -55,10 +55,8 @@ TEST_F(ModelMessage, InitialisersSetTheirDefaults)
     EXPECT_EQ(mapped->messageType(), kMessageTypeGeo);
     EXPECT_EQ(mapped->sendingType(), 0u);
     EXPECT_TRUE(mapped->hasIdFromSender());
-}
 
-TEST_F(ModelMessage, IdFromSenderIsAFresh32BitNumber)
-{
+    // Both initialisers draw a fresh 32-bit id from the sender.
     QSet<qint64> seen;
     for (int i = 0; i < 200; ++i) {
         const qint64 id = (i % 2 ? IMMessage::create() : IMMessage::initWithRoom(nullptr))->idFromSender();
@@ -117,35 +115,14 @@ TEST_F(ModelMessage, CopyKeepsTempAndOptionAndSharesNestedRecords)
     EXPECT_EQ(local->objectID(), "m7");
 }
 
-TEST_F(ModelMessage, AnyOtherClientIsTheFirstMemberWhoIsNotMe)
-{
-    IMUserDefaults::standardUserDefaults()->setClientID("me");
-    IMRoom room;
-    EXPECT_FALSE(room.anyOtherClient());
-    room.setClient({ QVariantMap{ { "clientID", "me" } }, QVariantMap{ { "clientID", "A" } },
-                     QVariantMap{ { "clientID", "B" } } });
-    ASSERT_TRUE(room.anyOtherClient());
-    EXPECT_EQ(room.anyOtherClient()->clientID(), "A");
-    EXPECT_NE(room.anyOtherClient(), room.anyOtherClient());  // built afresh each time
-    room.setClient({ QVariantMap{ { "clientID", "me" } } });
-    EXPECT_FALSE(room.anyOtherClient());
-}
-
 TEST_F(ModelMessage, DaySeparatorsFollowTheLocalCalendar)
 {
     IMMessagePtr late = at("2016-01-01T23:59:00.000Z");
     IMMessagePtr early = at("2016-01-02T00:01:00.000Z");
-    {
-        ScopedTimeZone utc("UTC");
-        EXPECT_TRUE(late->isDifferentDateWithMessage(early));
-    }
-    {
-        ScopedTimeZone taipei("Asia/Taipei");  // both fall on 2 January
-        EXPECT_FALSE(late->isDifferentDateWithMessage(early));
-    }
-    {
-        ScopedTimeZone newYork("America/New_York");  // both fall on 1 January
-        EXPECT_FALSE(late->isDifferentDateWithMessage(early));
+    // Both fall on 2 January in Taipei and on 1 January in New York.
+    for (const auto &[zone, different] : { std::pair{ "UTC", true }, { "Asia/Taipei", false }, { "America/New_York", false } }) {
+        ScopedTimeZone tz(zone);
+        EXPECT_EQ(late->isDifferentDateWithMessage(early), different) << zone;
     }
     EXPECT_TRUE(late->isDifferentDateWithMessage(at(QString())));
     EXPECT_TRUE(at(QString())->isDifferentDateWithMessage(at(QString())));
@@ -153,7 +130,7 @@ TEST_F(ModelMessage, DaySeparatorsFollowTheLocalCalendar)
     EXPECT_FALSE(late->isDifferentDateWithMessage(late));
 }
 
-TEST_F(ModelMessage, CurrentClientIsRebuiltFromTheSettingsEachTime)
+TEST_F(ModelMessage, CurrentClientIsRebuiltFromTheSettingsAndAnyOtherIsTheFirstMemberNotMe)
 {
     IMClientPtr none = IMClient::currentClient();
     ASSERT_TRUE(none);
@@ -171,4 +148,16 @@ TEST_F(ModelMessage, CurrentClientIsRebuiltFromTheSettingsEachTime)
     // A persisted dictionary that no longer maps gives an empty record, not a crash.
     IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "totalBadge", QVariantList{ 1 } } });
     EXPECT_TRUE(IMClient::currentClient()->toDictionary().isEmpty());
+
+    // Any other client is the first member who is not me.
+    IMUserDefaults::standardUserDefaults()->setClientID("me");
+    IMRoom room;
+    EXPECT_FALSE(room.anyOtherClient());
+    room.setClient({ QVariantMap{ { "clientID", "me" } }, QVariantMap{ { "clientID", "A" } },
+                     QVariantMap{ { "clientID", "B" } } });
+    ASSERT_TRUE(room.anyOtherClient());
+    EXPECT_EQ(room.anyOtherClient()->clientID(), "A");
+    EXPECT_NE(room.anyOtherClient(), room.anyOtherClient());  // built afresh each time
+    room.setClient({ QVariantMap{ { "clientID", "me" } } });
+    EXPECT_FALSE(room.anyOtherClient());
 }

@@ -1,9 +1,7 @@
 // The client against the real socket.io 4.8 server, in every protocol revision and transport.
 #include "SocketIOPeer.h"
 
-#include <QThread>
-#include <atomic>
-#include <thread>
+#include <QJsonDocument>
 
 namespace {
 
@@ -32,11 +30,10 @@ protected:
     std::unique_ptr<NodeProcess> peer;
 };
 
-TEST_P(SocketIOModes, EventsAndAcksBothWaysWithJsonBinaryAndText)
+TEST_P(SocketIOModes, EventsAndAcksBothWaysWithJsonBinaryTextAndLargePayloads)
 {
     IMSocketIOClient client(peerUrl(*peer), options());
-    EventLog log;
-    log.attach(client);
+    EventLog log(client);
     EXPECT_EQ(client.status(), IMSocket::Status::NotConnected);
     client.connect();
     EXPECT_EQ(client.status(), IMSocket::Status::Connecting);
@@ -50,11 +47,9 @@ TEST_P(SocketIOModes, EventsAndAcksBothWaysWithJsonBinaryAndText)
     const QString text = QString::fromUtf8("héllo 世界 \xF0\x9F\x98\x80 \"quoted\" \\ \n");
     const QVariantList echoed = call(client, "echo", {map, text, 42});
     ASSERT_EQ(echoed.size(), 3);
-    EXPECT_EQ(echoed.at(0).toMap().value("a").toInt(), 1);
-    EXPECT_EQ(echoed.at(0).toMap().value("b").toList().size(), 3);
-    EXPECT_TRUE(echoed.at(0).toMap().value("b").toList().at(2).isNull());
-    EXPECT_EQ(echoed.at(0).toMap().value("d").toDouble(), 2.5);
+    EXPECT_EQ(QJsonDocument::fromVariant(echoed.at(0)), QJsonDocument::fromVariant(map));
     EXPECT_EQ(echoed.at(1).toString(), text);
+    EXPECT_EQ(echoed.at(2).toInt(), 42);
     EXPECT_EQ(call(client, "measure", {text}).value(0).toList().value(0).toMap().value("chars").toInt(),
               text.size());
 
@@ -106,16 +101,7 @@ TEST_P(SocketIOModes, EventsAndAcksBothWaysWithJsonBinaryAndText)
     EXPECT_EQ(call(client, "handshake", {}).value(0).toMap().value("transport").toString(),
               QString(GetParam().transport));
 
-    client.disconnect();
-    EXPECT_EQ(client.status(), IMSocket::Status::Disconnected);
-    EXPECT_EQ(log.last("disconnect"), QVariantList{"io client disconnect"});
-}
-
-TEST_P(SocketIOModes, LargePayloadsBothWays)
-{
-    IMSocketIOClient client(peerUrl(*peer), options());
-    client.connect();
-    ASSERT_TRUE(waitConnected(client));
+    // Large payloads both ways.
     QString big;
     big.reserve(1 << 20);
     while (big.size() < (1 << 20))
@@ -126,6 +112,10 @@ TEST_P(SocketIOModes, LargePayloadsBothWays)
     EXPECT_EQ(answer.at(0).toString(), big);
     EXPECT_EQ(answer.at(1).toByteArray(), blob);
     EXPECT_EQ(call(client, "bytes", {1 << 20}, 20).value(0).toByteArray().size(), 1 << 20);
+
+    client.disconnect();
+    EXPECT_EQ(client.status(), IMSocket::Status::Disconnected);
+    EXPECT_EQ(log.last("disconnect"), QVariantList{"io client disconnect"});
 }
 
 TEST_P(SocketIOModes, NamespaceWithAuthAndRefusal)
@@ -133,18 +123,15 @@ TEST_P(SocketIOModes, NamespaceWithAuthAndRefusal)
     {
         IMSocketIOClient client(peerUrl(*peer),
                                 options({{"nsp", "/admin"}, {"auth", QVariantMap{{"token", "secret"}}}}));
-        EventLog log;
-        log.attach(client);
-        client.connect();
-        ASSERT_TRUE(waitConnected(client));
+        EventLog log(client);
+        ASSERT_TRUE(connectAndWait(client));
         EXPECT_EQ(log.last("connect"), QVariantList{"/admin"});
         const QVariantMap seen = call(client, "handshake", {}).value(0).toMap();
         EXPECT_EQ(seen.value("nsp").toString(), "/admin");
         EXPECT_EQ(seen.value("auth").toMap().value("token").toString(), "secret");
     }
     IMSocketIOClient refused(peerUrl(*peer), options({{"nsp", "/admin"}, {"auth", QVariantMap{{"token", "bad"}}}}));
-    EventLog log;
-    log.attach(refused);
+    EventLog log(refused);
     refused.connect();
     ASSERT_TRUE(waitUntil([&] { return log.count("error") > 0; }));
     EXPECT_EQ(log.last("error"), QVariantList{"Not authorized"});

@@ -14,68 +14,63 @@ namespace {
 using EP = IMEngineIOPacket;
 using SP = IMSocketIOPacket;
 
-TEST(SocketIOCodec, EngineIOPayloadsV4)
+//! "<type>:<text>" or "<type>:b<hex>" per packet, to compare decoded payloads at a glance.
+QStringList describe(const QList<EP> &packets)
 {
-    QList<EP> packets;
-    ASSERT_TRUE(EP::decodePayload("4hello\x1e" "2\x1e" "4\xe2\x82\xac", 4, &packets));
-    ASSERT_EQ(packets.size(), 3);
-    EXPECT_EQ(packets[0].type, EP::Message);
-    EXPECT_EQ(packets[0].text, "hello");
-    EXPECT_EQ(packets[1].type, EP::Ping);
-    EXPECT_EQ(packets[2].text, QString::fromUtf8("\xe2\x82\xac"));
-
-    ASSERT_TRUE(EP::decodePayload("4hello\x1e" "bAQIDBA==", 4, &packets));
-    ASSERT_TRUE(packets[1].isBinary);
-    EXPECT_EQ(packets[1].binary, QByteArray("\x01\x02\x03\x04"));
-    EXPECT_EQ(EP::encodePayload({EP::makeText(EP::Message, "hello"), EP::makeBinary("\x01\x02\x03\x04")}, 4),
-              QByteArray("4hello\x1e" "bAQIDBA=="));
-
-    ASSERT_TRUE(EP::decodePayload(
-        "0{\"sid\":\"lv_VI97HAXpY6yYWAAAC\",\"upgrades\":[\"websocket\"],\"pingInterval\":25000,"
-        "\"pingTimeout\":20000,\"maxPayload\":1000000}", 4, &packets));
-    EXPECT_EQ(packets[0].type, EP::Open);
-
-    for (const QByteArray &bad : {QByteArray(""), QByteArray("7x"), QByteArray("4a\x1e\x1e"), QByteArray("b!!!")})
-        EXPECT_FALSE(EP::decodePayload(bad, 4, &packets)) << bad.toStdString();
+    QStringList out;
+    for (const EP &p : packets)
+        out << QString::number(p.type) + ":" + (p.isBinary ? "b" + QString::fromLatin1(p.binary.toHex()) : p.text);
+    return out;
 }
 
-TEST(SocketIOCodec, EngineIOPayloadsV3CountUtf16Units)
+TEST(SocketIOCodec, EngineIOPayloadsAndFramesBothRevisions)
 {
-    QList<EP> packets;
-    ASSERT_TRUE(EP::decodePayload("6:4hello2:4\xe2\x82\xac" "1:2", 3, &packets));
-    ASSERT_EQ(packets.size(), 3);
-    EXPECT_EQ(packets[1].text, QString::fromUtf8("\xe2\x82\xac"));
-    EXPECT_EQ(packets[2].type, EP::Ping);
-
-    // A character outside the BMP counts two: "4" + surrogate pair = 3.
+    // v3 counts lengths in UTF-16 units: "4" + a surrogate pair is 3.
+    const QString euro = QString::fromUtf8("\xe2\x82\xac");
     const QString smile = QString::fromUtf8("\xF0\x9F\x98\x80");
-    EXPECT_EQ(EP::encodePayload({EP::makeText(EP::Message, smile)}, 3), ("3:4" + smile).toUtf8());
-    ASSERT_TRUE(EP::decodePayload(("3:4" + smile + "6:4hello").toUtf8(), 3, &packets));
-    EXPECT_EQ(packets[0].text, smile);
+    const QString open = "{\"sid\":\"lv_VI97HAXpY6yYWAAAC\",\"upgrades\":[\"websocket\"],\"pingInterval\":25000,"
+                         "\"pingTimeout\":20000,\"maxPayload\":1000000}";
+    const struct {
+        int eio;
+        QByteArray wire;
+        QList<EP> packets;
+    } cases[] = {
+        {4, "4hello\x1e" "2\x1e" "4" + euro.toUtf8(),
+         {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Ping), EP::makeText(EP::Message, euro)}},
+        {4, "4hello\x1e" "bAQIDBA==", {EP::makeText(EP::Message, "hello"), EP::makeBinary("\x01\x02\x03\x04")}},
+        {4, "0" + open.toUtf8(), {EP::makeText(EP::Open, open)}},
+        {3, "6:4hello2:4" + euro.toUtf8() + "1:2",
+         {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Message, euro), EP::makeText(EP::Ping)}},
+        {3, ("3:4" + smile + "6:4hello").toUtf8(), {EP::makeText(EP::Message, smile), EP::makeText(EP::Message, "hello")}},
+        {3, "10:b4AQIDBA==", {EP::makeBinary("\x01\x02\x03\x04")}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.wire.toStdString());
+        QList<EP> packets;
+        ASSERT_TRUE(EP::decodePayload(c.wire, c.eio, &packets));
+        EXPECT_EQ(describe(packets), describe(c.packets));
+        EXPECT_EQ(EP::encodePayload(c.packets, c.eio), c.wire);
+    }
 
-    EXPECT_EQ(EP::encodePayload({EP::makeBinary("\x01\x02\x03\x04")}, 3), QByteArray("10:b4AQIDBA=="));
-    ASSERT_TRUE(EP::decodePayload("10:b4AQIDBA==", 3, &packets));
-    EXPECT_EQ(packets[0].binary, QByteArray("\x01\x02\x03\x04"));
+    const std::pair<int, QByteArray> bad[] = {
+        {4, ""}, {4, "7x"}, {4, "4a\x1e\x1e"}, {4, "b!!!"}, {3, "9:4hello"}, {3, ":4"}, {3, "x:4"}, {3, "2:9z"},
+        {3, "4hello"}, {3, "99999999999999999999:4"}};
+    for (const auto &[eio, wire] : bad) {
+        QList<EP> packets;
+        EXPECT_FALSE(EP::decodePayload(wire, eio, &packets)) << eio << " " << wire.toStdString();
+    }
 
-    for (const QByteArray &bad : {QByteArray("9:4hello"), QByteArray(":4"), QByteArray("x:4"), QByteArray("2:9z"),
-                                 QByteArray("4hello"), QByteArray("99999999999999999999:4")})
-        EXPECT_FALSE(EP::decodePayload(bad, 3, &packets)) << bad.toStdString();
-}
-
-TEST(SocketIOCodec, EngineIOWebSocketFrames)
-{
+    // One packet per WebSocket frame: text as in a payload; bytes raw in v4, led by the type in v3.
     EP p;
     EXPECT_EQ(EP::encodeText(EP::makeText(EP::Ping, "probe"), 4), "2probe");
     ASSERT_TRUE(EP::decodeText("3probe", 4, &p));
-    EXPECT_EQ(p.type, EP::Pong);
-    EXPECT_EQ(p.text, "probe");
-    EXPECT_FALSE(EP::decodeText("", 4, &p));
-    EXPECT_FALSE(EP::decodeText("x", 4, &p));
-
+    EXPECT_EQ(describe({p}), QStringList{"3:probe"});
     EXPECT_EQ(EP::encodeBinaryFrame("\x01\x02", 4), QByteArray("\x01\x02"));
     EXPECT_EQ(EP::encodeBinaryFrame("\x01\x02", 3), QByteArray("\x04\x01\x02"));
     ASSERT_TRUE(EP::decodeBinaryFrame(QByteArray("\x04\x01\x02"), 3, &p));
-    EXPECT_EQ(p.binary, QByteArray("\x01\x02"));
+    EXPECT_EQ(describe({p}), QStringList{"4:b0102"});
+    EXPECT_FALSE(EP::decodeText("", 4, &p));
+    EXPECT_FALSE(EP::decodeText("x", 4, &p));
     EXPECT_FALSE(EP::decodeBinaryFrame(QByteArray("\x02\x01"), 3, &p));
     EXPECT_FALSE(EP::decodeBinaryFrame(QByteArray(), 3, &p));
 }
@@ -114,76 +109,72 @@ TEST(SocketIOCodec, WebSocketFramesUseTheShortestLengthAndUnmaskBack)
     EXPECT_EQ(WF::readHeader("\x83\x00", 2, &h), -1); // an unknown opcode
 }
 
-TEST(SocketIOCodec, SocketIOPacketsEncode)
+SP packet(SP::Type type, const QString &nsp = "/", qint64 id = -1, const QVariant &data = {})
 {
     SP p;
-    p.type = SP::Connect;
-    EXPECT_EQ(p.encode(nullptr), "0");
-    p.nsp = "/admin";
-    EXPECT_EQ(p.encode(nullptr), "0/admin,");
-    p.data = QVariantMap{{"token", "123"}};
-    EXPECT_EQ(p.encode(nullptr), "0/admin,{\"token\":\"123\"}");
+    p.type = type;
+    p.nsp = nsp;
+    p.id = id;
+    p.data = data;
+    return p;
+}
 
-    SP ev;
-    ev.data = QVariantList{"foo"};
-    EXPECT_EQ(ev.encode(nullptr), "2[\"foo\"]");
-    ev.nsp = "/admin";
-    ev.id = 456;
-    ev.data = QVariantList{"bar"};
-    EXPECT_EQ(ev.encode(nullptr), "2/admin,456[\"bar\"]");
-
-    SP ack;
-    ack.type = SP::Ack;
-    ack.nsp = "/admin";
-    ack.id = 456;
-    ack.data = QVariantList{};
-    EXPECT_EQ(ack.encode(nullptr), "3/admin,456[]");
-
-    QList<QByteArray> buffers;
-    SP bin;
-    bin.data = QVariantList{"baz", QByteArray("\x01\x02\x03\x04", 4)};
-    EXPECT_EQ(bin.encode(&buffers), "51-[\"baz\",{\"_placeholder\":true,\"num\":0}]");
-    ASSERT_EQ(buffers.size(), 1);
-    EXPECT_EQ(buffers[0], QByteArray("\x01\x02\x03\x04", 4));
-
-    SP binAck;
-    binAck.type = SP::Ack;
-    binAck.nsp = "/admin";
-    binAck.id = 456;
-    binAck.data = QVariantList{QVariantMap{{"a", QByteArray("x")}}, QByteArray("y")};
-    EXPECT_EQ(binAck.encode(&buffers),
-              "62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":0}},{\"_placeholder\":true,\"num\":1}]");
-    EXPECT_EQ(buffers, (QList<QByteArray>{"x", "y"}));
-
-    SP odd;
-    odd.data = QVariantList{"n", QVariant(), qQNaN(), QString::fromUtf8("\xc3\xa9\"\n")};
-    EXPECT_EQ(odd.encode(nullptr), QString::fromUtf8("2[\"n\",null,null,\"\xc3\xa9\\\"\\n\"]"));
+TEST(SocketIOCodec, SocketIOPacketsEncode)
+{
+    const QByteArray bytes("\x01\x02\x03\x04", 4);
+    const struct {
+        SP packet;
+        QString text;
+        QList<QByteArray> buffers = {};
+    } cases[] = {
+        {packet(SP::Connect), "0"},
+        {packet(SP::Connect, "/admin"), "0/admin,"},
+        {packet(SP::Connect, "/admin", -1, QVariantMap{{"token", "123"}}), "0/admin,{\"token\":\"123\"}"},
+        {packet(SP::Event, "/", -1, QVariantList{"foo"}), "2[\"foo\"]"},
+        {packet(SP::Event, "/admin", 456, QVariantList{"bar"}), "2/admin,456[\"bar\"]"},
+        {packet(SP::Ack, "/admin", 456, QVariantList{}), "3/admin,456[]"},
+        {packet(SP::Event, "/", -1, QVariantList{"n", QVariant(), qQNaN(), QString::fromUtf8("\xc3\xa9\"\n")}),
+         QString::fromUtf8("2[\"n\",null,null,\"\xc3\xa9\\\"\\n\"]")},
+        {packet(SP::Event, "/", -1, QVariantList{"baz", bytes}), "51-[\"baz\",{\"_placeholder\":true,\"num\":0}]", {bytes}},
+        {packet(SP::Ack, "/admin", 456, QVariantList{QVariantMap{{"a", QByteArray("x")}}, QByteArray("y")}),
+         "62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":0}},{\"_placeholder\":true,\"num\":1}]", {"x", "y"}},
+    };
+    QList<QByteArray> buffers; // shared: each binary packet replaces what the one before left
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.packet.encode(c.buffers.isEmpty() ? nullptr : &buffers), c.text);
+        if (!c.buffers.isEmpty()) {
+            EXPECT_EQ(buffers, c.buffers) << c.text.toStdString();
+        }
+    }
 }
 
 TEST(SocketIOCodec, SocketIOPacketsDecode)
 {
+    const struct {
+        const char *text;
+        SP::Type type;
+        QString nsp;
+        qint64 id;
+        QVariant data; // invalid: the packet has none
+    } cases[] = {
+        {"0{\"sid\":\"oSO0OpakMV_3jnilAAAA\"}", SP::Connect, "/", -1, QVariantMap{{"sid", "oSO0OpakMV_3jnilAAAA"}}},
+        {"4{\"message\":\"Not authorized\"}", SP::ConnectError, "/", -1, QVariantMap{{"message", "Not authorized"}}},
+        {"4/admin,\"Not authorized\"", SP::ConnectError, "/admin", -1, "Not authorized"},
+        {"2/admin,456[\"bar\"]", SP::Event, "/admin", 456, QVariantList{"bar"}},
+        {"1/admin,", SP::Disconnect, "/admin", -1, QVariant()},
+        {"3/admin,456[]", SP::Ack, "/admin", 456, QVariantList{}},
+        {"0/admin?token=1,", SP::Connect, "/admin?token=1", -1, QVariant()},
+    };
     SP p;
-    ASSERT_TRUE(SP::decode("0{\"sid\":\"oSO0OpakMV_3jnilAAAA\"}", &p));
-    EXPECT_EQ(p.type, SP::Connect);
-    EXPECT_EQ(p.nsp, "/");
-    EXPECT_EQ(p.data.toMap().value("sid").toString(), "oSO0OpakMV_3jnilAAAA");
-
-    ASSERT_TRUE(SP::decode("4{\"message\":\"Not authorized\"}", &p));
-    EXPECT_EQ(p.type, SP::ConnectError);
-    ASSERT_TRUE(SP::decode("4/admin,\"Not authorized\"", &p));
-    EXPECT_EQ(p.data.toString(), "Not authorized");
-    EXPECT_EQ(p.nsp, "/admin");
-
-    ASSERT_TRUE(SP::decode("2/admin,456[\"bar\"]", &p));
-    EXPECT_EQ(p.id, 456);
-    EXPECT_EQ(p.data.toList(), QVariantList{"bar"});
-    ASSERT_TRUE(SP::decode("1/admin,", &p));
-    EXPECT_EQ(p.type, SP::Disconnect);
-    EXPECT_FALSE(p.hasData);
-    ASSERT_TRUE(SP::decode("3/admin,456[]", &p));
-    EXPECT_EQ(p.type, SP::Ack);
-    ASSERT_TRUE(SP::decode("0/admin?token=1,", &p));
-    EXPECT_EQ(p.nsp, "/admin?token=1");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        ASSERT_TRUE(SP::decode(c.text, &p));
+        EXPECT_EQ(p.type, c.type);
+        EXPECT_EQ(p.nsp, c.nsp);
+        EXPECT_EQ(p.id, c.id);
+        EXPECT_EQ(p.hasData, c.data.isValid());
+        EXPECT_EQ(p.data, c.data);
+    }
 
     ASSERT_TRUE(SP::decode("62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":1}},{\"_placeholder\":true,\"num\":0}]",
                            &p));
@@ -206,21 +197,17 @@ TEST(SocketIOCodec, SocketIOPacketsDecode)
 TEST(SocketIOCodec, BackoffGrowsWithJitterAndCap)
 {
     IMSocketIOBackoff plain(1000, 5000, 0);
-    EXPECT_EQ(plain.duration(0), 1000);
-    EXPECT_EQ(plain.duration(1), 2000);
-    EXPECT_EQ(plain.duration(2), 4000);
-    EXPECT_EQ(plain.duration(3), 5000);
-    EXPECT_EQ(plain.duration(500), 5000);
+    for (const auto &[attempt, ms] : {std::pair{0, 1000}, {1, 2000}, {2, 4000}, {3, 5000}, {500, 5000}})
+        EXPECT_EQ(plain.duration(attempt), ms) << attempt;
 
+    // An even tenth of the random draw subtracts, an odd one adds (0.15 * 0.5 * 2000 at 0.15, attempt 1).
     IMSocketIOBackoff jitter(1000, 100000, 0.5);
-    jitter.setRandom([] { return 0.0; }); // even tenth: subtracts nothing at 0
-    EXPECT_EQ(jitter.duration(1), 2000);
-    jitter.setRandom([] { return 0.15; }); // odd tenth: adds 0.15 * 0.5 * 2000
-    EXPECT_EQ(jitter.duration(1), 2150);
-    jitter.setRandom([] { return 0.99; }); // odd tenth: adds
-    EXPECT_EQ(jitter.duration(0), 1495);
-    jitter.setRandom([] { return 0.8; }); // even tenth: subtracts
-    EXPECT_EQ(jitter.duration(0), 600);
+    const struct { double random; int attempt; qint64 ms; } draws[] = {
+        {0.0, 1, 2000}, {0.15, 1, 2150}, {0.99, 0, 1495}, {0.8, 0, 600}};
+    for (const auto &d : draws) {
+        jitter.setRandom([r = d.random] { return r; });
+        EXPECT_EQ(jitter.duration(d.attempt), d.ms) << d.random;
+    }
     IMSocketIOBackoff real(1000, 5000, 0.5);
     for (int attempt = 0; attempt < 10; ++attempt) {
         const qint64 d = real.duration(attempt);

@@ -14,15 +14,10 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-inline QString peerScript()
-{
-    return QStringLiteral(PARLO_SOURCE_DIR "/tests/node/peer.js");
-}
-
-//! Starts the peer with `args`; skips the calling test when Node or its packages are missing.
+//! Starts the peer with `args`; the calling test fails when it does not start.
 inline std::unique_ptr<NodeProcess> startPeer(const QStringList &args = {})
 {
-    auto peer = std::make_unique<NodeProcess>(peerScript(), args);
+    auto peer = std::make_unique<NodeProcess>(QStringLiteral(PARLO_SOURCE_DIR "/tests/node/peer.js"), args);
     if (!peer->start())
         ADD_FAILURE() << "peer did not start: " << peer->errorText().toStdString();
     return peer;
@@ -38,6 +33,8 @@ struct EventLog {
     QStringList names;
     QList<QVariantList> items;
 
+    EventLog() = default;
+    explicit EventLog(IMSocketIOClient &client) { attach(client); }
     void attach(IMSocketIOClient &client)
     {
         client.onAny([this](const QString &event, const QVariantList &list) {
@@ -72,20 +69,20 @@ inline bool waitConnected(IMSocketIOClient &client, int ms = 8000)
     return waitUntil([&] { return client.status() == IMSocket::Status::Connected; }, ms);
 }
 
+//! Connects the client and waits until it is.
+inline bool connectAndWait(IMSocketIOClient &client, int ms = 8000)
+{
+    client.connect();
+    return waitConnected(client, ms);
+}
+
 //! Sends `event` with `items` and waits for the answer (["NO ACK"] on time-out).
 inline QVariantList call(IMSocketIOClient &client, const QString &event, const QVariantList &items,
                          double timeout = 5)
 {
-    struct State {
-        QVariantList answer;
-        int calls = 0;
-    };
-    auto state = std::make_shared<State>();
-    client.emitWithAck(event, items, timeout, [state](const QVariantList &a) {
-        state->answer = a;
-        ++state->calls;
-    });
-    waitUntil([&] { return state->calls > 0; }, int(timeout * 1000) + 3000);
-    EXPECT_EQ(state->calls, 1);
-    return state->answer;
+    auto answers = std::make_shared<QList<QVariantList>>();
+    client.emitWithAck(event, items, timeout, [answers](const QVariantList &a) { answers->append(a); });
+    waitUntil([&] { return !answers->isEmpty(); }, int(timeout * 1000) + 3000);
+    EXPECT_EQ(answers->size(), 1);
+    return answers->value(0);
 }

@@ -8,6 +8,7 @@
 #include "TestUtil.h"
 
 #include <QDir>
+#include <QFile>
 #include <QMutex>
 #include <QStringList>
 #include <gtest/gtest.h>
@@ -96,6 +97,21 @@ protected:
         QStringList out;
         for (const auto &record : records)
             out << record->objectID();
+        return out;
+    }
+
+    //! Column `column` of every row `sql` gives on a connection of its own to the file at `path`.
+    static QStringList sqlColumn(const QString &path, const char *sql, int column = 0)
+    {
+        sqlite3 *raw = nullptr;
+        sqlite3_stmt *stmt = nullptr;
+        QStringList out;
+        EXPECT_EQ(sqlite3_open_v2(QFile::encodeName(path), &raw, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        EXPECT_EQ(sqlite3_prepare_v2(raw, sql, -1, &stmt, nullptr), SQLITE_OK) << sql;
+        while (sqlite3_step(stmt) == SQLITE_ROW)
+            out << QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(stmt, column)));
+        sqlite3_finalize(stmt);
+        sqlite3_close(raw);
         return out;
     }
 

@@ -78,6 +78,14 @@ protected:
         return run;
     }
 
+    // Runs and expects the failure `code` with `text` among what it printed on stderr.
+    void fails(const QString &user, const QStringList &args, int code, const QString &text)
+    {
+        const CliRun run = cli(user, args);
+        EXPECT_EQ(run.code, code) << args.join(' ').toStdString();
+        EXPECT_TRUE(run.err.contains(text)) << args.join(' ').toStdString() << ": " << run.err.toStdString();
+    }
+
     // Runs and expects success, reporting what it printed otherwise.
     CliRun ok(const QString &user, const QStringList &args)
     {
@@ -85,6 +93,12 @@ protected:
         EXPECT_EQ(run.code, 0) << user.toStdString() << ": " << args.join(' ').toStdString() << "\n"
                                << run.out.toStdString() << run.err.toStdString();
         return run;
+    }
+
+    //! Adds what `p` printed to `out` until `out` holds `text`.
+    static bool readUntil(QProcess &p, QString &out, const QString &text, int ms = 15000)
+    {
+        return waitUntil([&] { return (out += QString::fromUtf8(p.readAllStandardOutput())).contains(text); }, ms);
     }
 
     QString dir;
@@ -121,13 +135,7 @@ TEST_F(CliEndToEnd, TwoUsersTalkAndEachSeesTheOther)
     auto watch = process("alice", {"--json", "watch", "--count", "2"});
     watch->start();
     QString watched;
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            watched += QString::fromUtf8(watch->readAllStandardOutput());
-            return watched.contains("\"watching\"");
-        },
-        15000))
-        << QString::fromUtf8(watch->readAllStandardError()).toStdString();
+    ASSERT_TRUE(readUntil(*watch, watched, "\"watching\"")) << QString::fromUtf8(watch->readAllStandardError()).toStdString();
     ok("bob", {"send", "Lunch", "hi alice"});
     EXPECT_TRUE(ok("bob", {"read", "Lunch"}).out.contains("marked Lunch read"));
     ASSERT_TRUE(watch->waitForFinished(15000)) << watched.toStdString();
@@ -189,42 +197,29 @@ TEST_F(CliEndToEnd, PicturesGoUpAndFilesComeDownWithProgressAndLinksOpenPublicRo
     EXPECT_TRUE(ok("bob", {"rooms"}).out.contains("Lobby"));
     const QString photos = ok("alice", {"link", "Photos"}).out.trimmed();
     ok("carol", {"signup", "--client-id", "carol"});
-    const CliRun refused = cli("carol", {"open-link", photos});
-    EXPECT_EQ(refused.code, 4);
-    EXPECT_TRUE(refused.err.contains("403")) << refused.err.toStdString();
+    fails("carol", {"open-link", photos}, 4, "403");
 }
 
 TEST_F(CliEndToEnd, FailuresEndWithTheDocumentedExitCodesAndMessages)
 {
     // Bad arguments: usage, nothing sent.
-    CliRun run = cli("alice", {"history"});
-    EXPECT_EQ(run.code, 2);
-    EXPECT_TRUE(run.err.contains("usage: parlo-cli history ROOM"));
-    run = cli("alice", {"send-picture", "Lunch", dir + "/missing.png"});
-    EXPECT_EQ(run.code, 2); // nobody is signed in with this fresh profile
-    EXPECT_TRUE(run.err.contains("nobody is signed in")) << run.err.toStdString();
-
+    fails("alice", {"history"}, 2, "usage: parlo-cli history ROOM");
+    fails("alice", {"send-picture", "Lunch", dir + "/missing.png"}, 2, "nobody is signed in"); // a fresh profile
     ok("alice", {"signup", "--client-id", "alice"});
-    run = cli("alice", {"send-picture", "Lunch", dir + "/missing.png"});
-    EXPECT_EQ(run.code, 2);
-    EXPECT_TRUE(run.err.contains("cannot read")) << run.err.toStdString();
+    fails("alice", {"send-picture", "Lunch", dir + "/missing.png"}, 2, "cannot read");
 
     // Refused: the server's status and text, also as a JSON record for scripts.
-    run = cli("alice", {"--json", "history", "no-such-room"});
+    const CliRun run = cli("alice", {"--json", "history", "no-such-room"});
     EXPECT_EQ(run.code, 4);
     const QList<QVariantMap> records = jsonLines(run.out);
     ASSERT_EQ(records.size(), 1) << run.out.toStdString();
     EXPECT_EQ(records[0].value("type"), "error");
     EXPECT_EQ(records[0].value("exitCode").toInt(), 4);
     EXPECT_TRUE(records[0].value("message").toString().contains("404"));
-    run = cli("alice", {"--api-key", "wrong", "rooms"});
-    EXPECT_EQ(run.code, 4);
-    EXPECT_TRUE(run.err.contains("401")) << run.err.toStdString();
+    fails("alice", {"--api-key", "wrong", "rooms"}, 4, "401");
 
     // Unreachable: a closed port.
-    run = cli("alice", {"--url", "http://127.0.0.1:1", "rooms"});
-    EXPECT_EQ(run.code, 3);
-    EXPECT_TRUE(run.err.contains("cannot reach the server")) << run.err.toStdString();
+    fails("alice", {"--url", "http://127.0.0.1:1", "rooms"}, 3, "cannot reach the server");
 }
 
 TEST_F(CliEndToEnd, TheInteractiveModeRunsLinesInOrderAndShowsEvents)
@@ -258,13 +253,7 @@ TEST_F(CliEndToEnd, WatchComesBackAfterTheServerEndsTheConnection)
     auto watch = process("bob", { "--json", "watch", "--for", "30" });
     watch->start();
     QString out;
-    auto seen = [&](const QString &text) {
-        return waitUntil(
-            [&] {
-                return (out += QString::fromUtf8(watch->readAllStandardOutput())).contains(text);
-            },
-            15000);
-    };
+    const auto seen = [&](const QString &text, int ms = 15000) { return readUntil(*watch, out, text, ms); };
     ASSERT_TRUE(seen("\"watching\"")) << out.toStdString();
 
     QNetworkAccessManager http;
@@ -280,12 +269,7 @@ TEST_F(CliEndToEnd, WatchComesBackAfterTheServerEndsTheConnection)
     bool reached = false;
     for (int attempt = 0; attempt < 5 && !reached; ++attempt) {
         ok("alice", { "send", "Back", "still there?" });
-        reached = waitUntil(
-            [&] {
-                return (out += QString::fromUtf8(watch->readAllStandardOutput()))
-                    .contains("still there?");
-            },
-            2000);
+        reached = seen("still there?", 2000);
     }
     EXPECT_TRUE(reached) << out.toStdString();
     watch->kill();

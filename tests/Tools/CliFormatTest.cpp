@@ -36,10 +36,8 @@ TEST(CliFormat, RoomsShowUnreadMembersAndTheLastMessageInTextAndJson)
 {
     const Line line = roomLine(room(kLunch), "bob");
     EXPECT_TRUE(line.text.startsWith("Lunch"));
-    EXPECT_TRUE(line.text.contains("2 unread"));
-    EXPECT_TRUE(line.text.contains("[alice, bob]"));
-    EXPECT_TRUE(line.text.contains("Alice: line one / line two")) << line.text.toStdString();
-    EXPECT_TRUE(line.text.contains("(archived)"));
+    for (const char *part : {"2 unread", "[alice, bob]", "Alice: line one / line two", "(archived)"})
+        EXPECT_TRUE(line.text.contains(part)) << part << " in " << line.text.toStdString();
 
     // The JSON line parses back with the raw values a script needs.
     const QVariantMap parsed = QJsonDocument::fromJson(jsonLine(line.record).toUtf8()).toVariant().toMap();
@@ -77,9 +75,9 @@ TEST(CliFormat, MessagesAndPreviewsByType)
     EXPECT_EQ(localTime("2024-05-04T09:31:00.000Z").size(), 19);
     EXPECT_EQ(localTime("not a time"), "not a time");
 
-    EXPECT_EQ(messagePreview("other", "f.bin"), "[file f.bin]");
-    EXPECT_EQ(messagePreview("delete", "x"), "(deleted)");
-    EXPECT_EQ(messagePreview("GEO", "25,121"), "[GEO 25,121]");
+    for (const auto &[type, text, preview] : {std::tuple{"other", "f.bin", "[file f.bin]"}, {"delete", "x", "(deleted)"},
+                                             {"GEO", "25,121", "[GEO 25,121]"}})
+        EXPECT_EQ(messagePreview(type, text), preview);
     EXPECT_EQ(displayName({{"clientID", "c"}}), "c");
     EXPECT_EQ(displayName({}), "?");
 
@@ -129,7 +127,7 @@ TEST(CliFormat, ProgressBar)
     EXPECT_EQ(humanSize(3 * 1024 * 1024 / 2), "1.5 MiB");
 }
 
-TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNames)
+TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNamesAndJoinLinksRoundTrip)
 {
     const QList<IMRoomPtr> rooms{room({{"id", "a1"}, {"name", "Lunch"}}), room({{"id", "b2"}, {"name", "Team"}}),
                                  room({{"id", "c3"}, {"name", "Team"}}), room({{"id", "Team"}, {"name", "x"}})};
@@ -145,13 +143,10 @@ TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNames)
     const QList<IMRoomPtr> twins{room({{"id", "b2"}, {"name", "Team"}}), room({{"id", "c3"}, {"name", "Team"}})};
     EXPECT_TRUE(resolveRoom("Team", twins, &error).isEmpty());
     EXPECT_TRUE(error.contains("2 rooms are named \"Team\" (b2, c3)")) << error.toStdString();
-}
 
-TEST(CliFormat, JoinLinksRoundTripAndForeignLinksAreRefused)
-{
+    // Join links round trip; foreign ones are refused.
     const QString link = joinLink("parlo", "r 1");
     EXPECT_EQ(link, "parlo://parlo.integrate/joinRoom/r%201");
-    QString error;
     EXPECT_EQ(roomFromJoinLink(link, "parlo", &error), "r 1");
     EXPECT_EQ(roomFromJoinLink("parlo://parlo.integrate/joinRoom/abc", "parlo", &error), "abc");
 

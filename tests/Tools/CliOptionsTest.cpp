@@ -13,7 +13,7 @@ ParseResult parse(const QString &line, const QMap<QString, QString> &env = {})
 }
 } // namespace
 
-TEST(CliOptions, OptionsGoAnywhereAndTakeTheirValueEitherWay)
+TEST(CliOptions, OptionsGoAnywhereTakeTheirValueEitherWayAndOverrideTheEnvironment)
 {
     const ParseResult r = parse("--profile /tmp/a history Lunch --limit=5 --json --url http://h:9 --page 3");
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
@@ -34,19 +34,16 @@ TEST(CliOptions, OptionsGoAnywhereAndTakeTheirValueEitherWay)
     ASSERT_TRUE(send.ok()) << send.error.toStdString();
     EXPECT_EQ(send.options.args, (QStringList{"Lunch", "-1 is --json"}));
     EXPECT_FALSE(send.options.json);
-}
 
-TEST(CliOptions, EnvironmentGivesDefaultsThatOptionsOverride)
-{
+    // The environment gives defaults that options override.
     const QMap<QString, QString> env{{"PARLO_URL", "http://env:1"}, {"PARLO_PROFILE", "/p"},
                                      {"PARLO_CLIENT_ID", "bob"}};
-    ParseResult r = parse("rooms", env);
-    ASSERT_TRUE(r.ok());
-    EXPECT_EQ(r.options.url, "http://env:1");
-    EXPECT_EQ(r.options.profile, "/p");
-    EXPECT_EQ(r.options.clientID, "bob");
-    r = parse("rooms --url http://cli:2", env);
-    EXPECT_EQ(r.options.url, "http://cli:2");
+    const ParseResult fromEnv = parse("rooms", env);
+    ASSERT_TRUE(fromEnv.ok());
+    EXPECT_EQ(fromEnv.options.url, "http://env:1");
+    EXPECT_EQ(fromEnv.options.profile, "/p");
+    EXPECT_EQ(fromEnv.options.clientID, "bob");
+    EXPECT_EQ(parse("rooms --url http://cli:2", env).options.url, "http://cli:2");
     // A bad address from the environment is refused like a bad --url.
     EXPECT_FALSE(parse("rooms", {{"PARLO_URL", "ftp://x"}}).error.isEmpty());
 }
@@ -93,14 +90,12 @@ TEST(CliOptions, BadArgumentsAreRefusedWithAMessageNamingTheProblem)
 TEST(CliOptions, HelpVersionAndTheInteractiveModeNeedNoCommandArguments)
 {
     EXPECT_TRUE(parse("--help").help);
-    ParseResult r = parse("help history");
-    EXPECT_TRUE(r.help);
-    EXPECT_EQ(r.helpTopic, "history");
-    r = parse("send --help");
-    EXPECT_TRUE(r.help);
-    EXPECT_EQ(r.helpTopic, "send");
+    for (const auto &[line, topic] : {std::pair{"help history", "history"}, {"send --help", "send"}}) {
+        EXPECT_TRUE(parse(line).help) << line;
+        EXPECT_EQ(parse(line).helpTopic, topic);
+    }
     EXPECT_TRUE(parse("--version").version);
-    r = parse("--client-id alice");
+    const ParseResult r = parse("--client-id alice");
     ASSERT_TRUE(r.ok());
     EXPECT_TRUE(r.options.command.isEmpty());
 
@@ -111,7 +106,7 @@ TEST(CliOptions, HelpVersionAndTheInteractiveModeNeedNoCommandArguments)
     EXPECT_FALSE(history.contains("--member"));
 }
 
-TEST(CliOptions, InteractiveLinesKeepTheConnectionAndQuoteLikeAShell)
+TEST(CliOptions, InteractiveLinesKeepTheConnectionAndSplitWordsLikeAShell)
 {
     Options base;
     base.url = "http://h:1";
@@ -127,14 +122,11 @@ TEST(CliOptions, InteractiveLinesKeepTheConnectionAndQuoteLikeAShell)
     r = parseShellLine("history Lunch", base);
     EXPECT_EQ(r.options.limit, 20);
 
-    EXPECT_TRUE(parseShellLine("rooms --url http://other:2", base).error.contains("set when parlo-cli starts"));
-    EXPECT_TRUE(parseShellLine("send Lunch \"unfinished", base).error.contains("unterminated"));
-    EXPECT_TRUE(parseShellLine("shell", base).error.contains("already"));
-    EXPECT_TRUE(parseShellLine("   ", base).error.contains("empty"));
-}
+    for (const auto &[line, expected] : {std::pair{"rooms --url http://other:2", "set when parlo-cli starts"},
+                                         {"send Lunch \"unfinished", "unterminated"}, {"shell", "already"}, {"   ", "empty"}})
+        EXPECT_TRUE(parseShellLine(line, base).error.contains(expected)) << line;
 
-TEST(CliOptions, WordSplitting)
-{
+    // The words themselves.
     QString error;
     EXPECT_EQ(splitWords("  a   b\tc ", &error), (QStringList{"a", "b", "c"}));
     EXPECT_EQ(splitWords(R"(a "" 'x y' z\ w)", &error), (QStringList{"a", "", "x y", "z w"}));

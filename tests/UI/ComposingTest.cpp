@@ -7,12 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "IMAnimation.h"
-#include "IMClient.h"
 #include "IMDispatch.h"
 #include "IMLayoutConstraint.h"
 #include "IMMessageOption.h"
 #include "IMMessageViewController.h"
-#include "IMNavigationController.h"
 #include "IMPlatform.h"
 #include "IMUserDefaults.h"
 #include "IMWindow.h"
@@ -74,12 +72,6 @@ RecordingPlatform *startRecording(const QTemporaryDir &dir)
     return platform;
 }
 
-void stopRecording()
-{
-    if (auto *platform = dynamic_cast<RecordingPlatform *>(IMPlatform::instance()))
-        platform->recording = false;
-}
-
 QImage testPicture(int side)
 {
     QImage image(side, side, QImage::Format_RGB32);
@@ -99,27 +91,19 @@ IMMessagePtr message(const QString &type, const QString &from, const QString &te
 }
 
 // The screen in a window, signed in locally as "me", without a server.
-class ComposingScreen : public ::testing::Test
+class ComposingScreen : public ScreenTest
 {
 protected:
     void SetUp() override
     {
-        IMSetAnimationsEnabled(false);
         platform = startRecording(dir);
-        IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"username", "me"}});
-        window.resize(390, 640);
-        screen = new IMMessageViewController;
-        screen->setRoom(IMRoom::fromDictionary({{"id", "r1"}, {"name", "Lunch"}}));
-        window.setRootViewController(new IMNavigationController(screen));
-        window.show();
-        settle();
+        screen = showConversation(window, IMRoom::fromDictionary({{"id", "r1"}, {"name", "Lunch"}}));
     }
     void TearDown() override
     {
         if (UxAlertController *sheet = UxAlertController::current())
             sheet->choose(-1);
-        stopRecording();
-        IMSetAnimationsEnabled(true);
+        platform->recording = false;
     }
     // The titles of the menu a long press on `m` opens (empty when none).
     QStringList menuFor(const IMMessagePtr &m)
@@ -130,10 +114,7 @@ protected:
         return sheet ? sheet->buttonTitles() : QStringList();
     }
 
-    QTemporaryDir dir;
-    SettingsInDir settings{ dir };
     RecordingPlatform *platform = nullptr;
-    IMWindow window;
     IMMessageViewController *screen = nullptr;
 };
 
@@ -249,10 +230,9 @@ TEST_F(ComposingScreen, MenusDependOnTypeAndSenderAndOnlyALongEnoughPressOpensTh
 
 TEST_F(ComposingScreen, PictureViewerSnapsBackUnderFiftyPointsAndClosesAtFifty)
 {
-    EXPECT_TRUE(IMMessageViewController::isPictureNearHome({390, 640}, {195 + 49, 320 - 49}));
-    EXPECT_FALSE(IMMessageViewController::isPictureNearHome({390, 640}, {195 + 50, 320}));
-    EXPECT_FALSE(IMMessageViewController::isPictureNearHome({390, 640}, {195, 320 + 50}));
-    EXPECT_FALSE(IMMessageViewController::isPictureNearHome({390, 640}, {195 + 49.999999999, 320}));  // 50 in single precision
+    // (49.999999999 is 50 in single precision.)
+    for (auto [off, near] : QList<QPair<QPointF, bool>>{{{49, -49}, true}, {{50, 0}, false}, {{0, 50}, false}, {{49.999999999, 0}, false}})
+        EXPECT_EQ(IMMessageViewController::isPictureNearHome({390, 640}, QPointF(195, 320) + off), near) << off.x() << "," << off.y();
 
     screen->setDataSource({message(kMessageTypeImage, "bob", "pic")});
     settle(10);
@@ -291,38 +271,21 @@ class ComposingLive : public UILiveTest
 {
 protected:
     // The recording platform goes in first: a default one made before it would be kept, unused.
-    void SetUp() override
-    {
-        platform = startRecording(dir);
-        UILiveTest::SetUp();
-    }
-    void TearDown() override
-    {
-        UILiveTest::TearDown();
-        stopRecording();
-    }
+    void SetUp() override { platform = startRecording(dir); UILiveTest::SetUp(); }
+    void TearDown() override { UILiveTest::TearDown(); platform->recording = false; }
     RecordingPlatform *platform = nullptr;
 };
 
 TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
 {
     platform->picked = testPicture(700);
-    signIn(QStringLiteral("alice"));
-    UIPeer bob(url);
-    ASSERT_TRUE(bob.signUp(QStringLiteral("bob")));
-    const QString roomID = bob.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{"alice"}}}).value("id").toString();
-    IMRoomPtr room;
-    Parlo::shareInstance()->roomWithRoomID(roomID, [&](const IMRoomPtr &r) { room = r; }, [](const IMError &) {});
-    ASSERT_TRUE(waitUntil([&] { return bool(room); }, 10000));
+    const QString roomID = bobsRoomWithAlice(QStringLiteral("Lunch"));
+    const IMRoomPtr room = fetchRoom(roomID);
+    ASSERT_TRUE(room);
     IMWindow window;
-    window.resize(390, 640);
-    auto *screen = new IMMessageViewController;
-    screen->setRoom(room);
-    window.setRootViewController(new IMNavigationController(screen));
-    window.show();
-    settle();
+    IMMessageViewController *screen = showConversation(window, room);
     const auto bobsMessages = [&] {
-        return bob.request("get", "/message/?room=" + roomID + "&offset=0&limit=10").value("body").toList();
+        return bob->request("get", "/message/?room=" + roomID + "&offset=0&limit=10").value("body").toList();
     };
     const auto bobSees = [&](const QString &id, const QString &type, const QString &body) {
         return waitUntil([&] {
@@ -371,7 +334,7 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     QByteArray uploaded;
     Parlo::shareInstance()->getFileWithName(picture->message(), true, [&](const QByteArray &d) { uploaded = d; }, [](const IMError &) {});
     ASSERT_FALSE(uploaded.isEmpty());
-    EXPECT_EQ(bob.request("get", "/files/" + picture->message()).value("body").toByteArray(), uploaded);
+    EXPECT_EQ(bob->request("get", "/files/" + picture->message()).value("body").toByteArray(), uploaded);
     EXPECT_TRUE(bobSees(picture->objectID(), "image", picture->message()));
 
     screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().indexOf(picture)));
@@ -415,9 +378,6 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     EXPECT_EQ(copies, 1);  // the late first attempt and the re-send are one message
 }
 
-} // namespace
-
-namespace {
 TEST(ComposingPicker, DecodesOffTheMainThreadScalesHugePicturesAndRefusesOthers)
 {
     QTemporaryDir dir;

@@ -1,7 +1,5 @@
 // The base screens and the navigation toolkit: lifecycle, bar, modal presentation, storyboard,
 // keyboard hook, colours and animations, driven through real widgets offscreen.
-#include <QLabel>
-#include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
 #include <gtest/gtest.h>
@@ -20,6 +18,7 @@
 #include "IMTableView.h"
 #include "IMViewController.h"
 #include "IMWindow.h"
+#include "UITestSupport.h"
 #include "UxLabel.h"
 
 namespace {
@@ -55,49 +54,29 @@ private:
     QString m_name;
 };
 
-class Navigation : public ::testing::Test
-{
-protected:
-    void SetUp() override { IMSetAnimationsEnabled(false); }
-    void TearDown() override { IMSetAnimationsEnabled(true); }
-    // Runs posted calls (completions, deferred deletes).
-    static void settle()
-    {
-        for (int i = 0; i < 3; ++i) {
-            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-            QCoreApplication::processEvents();
-        }
-    }
-};
+using Navigation = ScreenTest;
 
 TEST_F(Navigation, AScreenInANavigationControllerGetsABareBackItemAndATintedTitle)
 {
-    IMWindow window;
-    window.resize(390, 600);
     auto *screen = new Probe;
     screen->setTitle(QStringLiteral("聊天室"));
-    auto *nav = new IMNavigationController(screen);
-    nav->setTintColor(QColor(255, 80, 0));
-    window.setRootViewController(nav);
-    window.show();
-    settle();
+    IMNavigationController *nav = showInNavigation(window, screen, [](IMNavigationController *n) { n->setTintColor(QColor(255, 80, 0)); });
 
     ASSERT_TRUE(screen->navigationItem()->backBarButtonItem());
     EXPECT_EQ(screen->navigationItem()->backBarButtonItem()->title(), QStringLiteral(""));
     EXPECT_FALSE(screen->navigationItem()->backBarButtonItem()->hasAction());
-    auto *label = qobject_cast<UxLabel *>(screen->navigationItem()->titleView());
-    ASSERT_TRUE(label);
-    EXPECT_EQ(label->text(), QStringLiteral("聊天室"));
-    EXPECT_EQ(label->textColor(), QColor(255, 80, 0));
+    // The title as shown in the bar: its text and colour.
+    const auto shownTitle = [&] {
+        auto *label = qobject_cast<UxLabel *>(screen->navigationItem()->titleView());
+        return label ? std::pair(label->text(), label->textColor()) : std::pair(QString(), QColor());
+    };
+    EXPECT_EQ(shownTitle(), std::pair(QStringLiteral("聊天室"), QColor(255, 80, 0)));
     EXPECT_EQ(screen->table->tableFooterView()->height(), 0);
 
     // An empty title keeps the current one and still re-styles it in the bar's tint.
     nav->navigationBar()->setTintColor(Qt::darkGreen);
     screen->setNavigationBarTitle(QString());
-    label = qobject_cast<UxLabel *>(screen->navigationItem()->titleView());
-    ASSERT_TRUE(label);
-    EXPECT_EQ(label->text(), QStringLiteral("聊天室"));
-    EXPECT_EQ(label->textColor(), QColor(Qt::darkGreen));
+    EXPECT_EQ(shownTitle(), std::pair(QStringLiteral("聊天室"), QColor(Qt::darkGreen)));
     screen->setNavigationBarTitle(QStringLiteral("新標題"));
     EXPECT_EQ(screen->title(), QStringLiteral("新標題"));
 
@@ -113,14 +92,10 @@ TEST_F(Navigation, AScreenInANavigationControllerGetsABareBackItemAndATintedTitl
 TEST_F(Navigation, PushPopAndBackButtonDriveTheLifecycleAndDeleteThePoppedScreen)
 {
     QStringList log;
-    IMWindow window;
-    window.resize(390, 600);
+    IMWindow window;  // after the log its screens write to
     auto *root = new Probe(&log, QStringLiteral("root"));
     root->setTitle(QStringLiteral("Rooms"));
-    auto *nav = new IMNavigationController(root);
-    window.setRootViewController(nav);
-    window.show();
-    settle();
+    IMNavigationController *nav = showInNavigation(window, root);
     EXPECT_EQ(log, QStringList({"root:load", "root:willAppear", "root:didAppear"}));
 
     log.clear();
@@ -181,7 +156,6 @@ TEST_F(Navigation, PresentAndDismissCompleteOnceAndFillTheWindow)
 
 TEST_F(Navigation, KeyboardObserversAccumulateAcrossAppearances)
 {
-    IMWindow window;
     auto *screen = new Probe;
     window.setRootViewController(screen);
     window.show();
@@ -201,22 +175,20 @@ TEST_F(Navigation, KeyboardObserversAccumulateAcrossAppearances)
 
 TEST_F(Navigation, NavigationControllerColoursAndStatusBar)
 {
-    IMNavigationController plain(new Probe);
-    const QColor barBefore = plain.navigationBar()->barTintColor();
-    const QColor tintBefore = plain.navigationBar()->tintColor();
-    plain.loadViewIfNeeded();
-    EXPECT_EQ(plain.navigationBar()->barTintColor(), barBefore);
-    EXPECT_EQ(plain.navigationBar()->tintColor(), tintBefore);
-    EXPECT_EQ(plain.preferredStatusBarStyle(), IMStatusBarStyleDefault);
-
-    IMNavigationController coloured(new Probe);
-    coloured.setProperty("barTintColor", QColor(Qt::black));
-    coloured.setProperty("tintColor", QColor(Qt::white));
-    coloured.setProperty("UIStatusBarStyleLight", true);
-    coloured.loadViewIfNeeded();
-    EXPECT_EQ(coloured.navigationBar()->barTintColor(), QColor(Qt::black));
-    EXPECT_EQ(coloured.navigationBar()->tintColor(), QColor(Qt::white));
-    EXPECT_EQ(coloured.preferredStatusBarStyle(), IMStatusBarStyleLightContent);
+    // Without the host's properties the bar keeps its own colours; with them it takes theirs.
+    for (bool coloured : {false, true}) {
+        IMNavigationController nav(new Probe);
+        QColor bar = nav.navigationBar()->barTintColor(), tint = nav.navigationBar()->tintColor();
+        if (coloured) {
+            nav.setProperty("barTintColor", bar = QColor(Qt::black));
+            nav.setProperty("tintColor", tint = QColor(Qt::white));
+            nav.setProperty("UIStatusBarStyleLight", true);
+        }
+        nav.loadViewIfNeeded();
+        EXPECT_EQ(nav.navigationBar()->barTintColor(), bar) << coloured;
+        EXPECT_EQ(nav.navigationBar()->tintColor(), tint) << coloured;
+        EXPECT_EQ(nav.preferredStatusBarStyle(), coloured ? IMStatusBarStyleLightContent : IMStatusBarStyleDefault);
+    }
 }
 
 TEST(Colour, ComparisonBringsBothColoursToRgbFirst)

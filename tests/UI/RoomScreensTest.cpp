@@ -10,7 +10,6 @@
 #include "IMBarButtonItem.h"
 #include "IMBarButtonItemBadge.h"
 #include "IMChatButton.h"
-#include "IMClient.h"
 #include "IMDate.h"
 #include "IMNavigationBar.h"
 #include "IMNavigationController.h"
@@ -67,28 +66,19 @@ IMRoomPtr room(const QString &id, const QString &name, const QVariantList &membe
     return r;
 }
 
-class RoomScreens : public ::testing::Test
+class RoomScreens : public ScreenTest
 {
 protected:
     void SetUp() override
     {
-        IMSetAnimationsEnabled(false);
         IMUserDefaults::standardUserDefaults()->setCurrentUser(member(QStringLiteral("alice"), QStringLiteral("Alice")));
         IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"),
                                              [] { return new ConversationProbe; });
-        window.resize(390, 700);
         list = new IMRoomViewController;
-        nav = new IMNavigationController(list);
-        window.setRootViewController(nav);
-        window.show();
-        settle();
+        nav = showInNavigation(window, list);
     }
-    void TearDown() override { IMSetAnimationsEnabled(true); }
     IMRoomTableViewCell *row(int i) { return qobject_cast<IMRoomTableViewCell *>(list->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(i))); }
 
-    QTemporaryDir dir;
-    SettingsInDir settings{ dir };
-    IMWindow window;
     IMRoomViewController *list = nullptr;
     IMNavigationController *nav = nullptr;
 };
@@ -117,15 +107,15 @@ TEST_F(RoomScreens, RowsShowGroupAndOneToOneRoomsAndArchivedRoomsTakeNoSpace)
         room("4", "Gone", {member("alice")}, 2, {}, {"alice"}),
         room("5", "Empty", {}),
     });
-    ASSERT_TRUE(row(0) && row(1) && row(2));
-    EXPECT_EQ(row(0)->titleLabel()->text(), "Bob");
-    EXPECT_EQ(row(0)->subTitleLabel()->text(), "Noodles?");
-    EXPECT_EQ(row(0)->badgeLabel()->text(), "99");
-    EXPECT_FALSE(row(0)->badgeLabel()->isHidden());
-    EXPECT_EQ(row(1)->titleLabel()->text(), "Team");
-    EXPECT_EQ(row(1)->subTitleLabel()->text(), "傳送了一個位置");
-    EXPECT_TRUE(row(1)->badgeLabel()->isHidden());
-    EXPECT_EQ(row(2)->titleLabel()->text(), "dan");  // no username: the id
+    // One-to-one rooms take the other member's name, or the id without one; the badge caps at 99.
+    struct Shown { QString title, subtitle, badge; };
+    const Shown shown[] = {{"Bob", "Noodles?", "99"}, {"Team", "傳送了一個位置", "hidden"}, {"dan", "", "5"}};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(row(i)) << i;
+        EXPECT_EQ(row(i)->titleLabel()->text(), shown[i].title) << i;
+        EXPECT_EQ(row(i)->subTitleLabel()->text(), shown[i].subtitle) << i;
+        EXPECT_EQ(row(i)->badgeLabel()->isHidden() ? QStringLiteral("hidden") : row(i)->badgeLabel()->text(), shown[i].badge) << i;
+    }
     EXPECT_EQ(list->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(3)).height(), 0);
     EXPECT_GT(list->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(4)).height(), 0);
     // An update for a room not in the list changes nothing; the list's own rooms redraw.
@@ -323,34 +313,20 @@ TEST(BarButtonBadge, DefaultsHideRulesFrameAndBounce)
     IMSetAnimationsEnabled(true);
 }
 
-class RoomScreensLive : public UILiveTest
-{
-};
+using RoomScreensLive = UILiveTest;
 
-TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
+TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesAndHidesRooms)
 {
-    signIn(QStringLiteral("alice"));
-    IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"),
-                                         [] { return new ConversationProbe; });
-    UIPeer bob(url);
-    ASSERT_TRUE(bob.signUp(QStringLiteral("bob")));
-
     IMWindow window;
-    window.resize(390, 720);
     auto *home = new IMViewController;
-    window.setRootViewController(new IMNavigationController(home));
     auto *button = new IMChatButton(home);
-    button->setGeometry(300, 600, 64, 64);
-    window.show();
-    settle();
+    button->setGeometry(300, 500, 64, 64);
+    showInNavigation(window, home);
 
     // Bob's messages raise the count on the button.
-    const QString lunch
-        = bob.ok("post", "/room", { { "name", "Lunch" }, { "client", QVariantList { "alice" } } })
-              .value("id")
-              .toString();
+    const QString lunch = bobsRoomWithAlice(QStringLiteral("Lunch"));
     for (const char *text : {"Noodles?", "At noon"})
-        bob.ok("post", "/message/", {{"room", lunch}, {"message", text}, {"messageType", "text"}, {"idFromSender", qint64(QRandomGenerator::global()->bounded(1, 1 << 30))}});
+        bobWrites(lunch, QString::fromUtf8(text), QRandomGenerator::global()->bounded(1, 1 << 30));
     ASSERT_TRUE(waitUntil([&] { return button->badgeNumber() == 2; }, 10000)) << button->badgeNumber();
     EXPECT_EQ(button->badgeLabel()->text(), "2");
 
@@ -385,25 +361,16 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesHidesAndEntersRooms)
     ASSERT_TRUE(waitUntil([&] { return findRoom("Book club") != nullptr; }, 10000));
     EXPECT_FALSE(findRoom("Book club")->thumbnail().isEmpty());
 
-    // A tap opens the conversation for that room.
-    const int index = rooms->dataSource().indexOf(findRoom("Lunch"));
-    ASSERT_GE(index, 0);
-    rooms->didSelectRowAtIndexPath(rooms->tableview(), IMIndexPath::indexPathForRow(index));
-    settle();
-    auto *conversation = qobject_cast<ConversationProbe *>(rooms->navigationController()->topViewController());
-    ASSERT_TRUE(conversation && conversation->room);
-    EXPECT_EQ(conversation->room->objectID(), lunch);
-    rooms->navigationController()->popViewControllerAnimated(false);
-    settle();
-
-    // Hiding the room removes its row, and the server has it archived for Alice.
+    // Hiding the room removes its row, and the server has it archived for Alice (under the id the
+    // list got from the server; opening a row is covered offscreen).
     const int before = rooms->dataSource().size();
     const int at = rooms->dataSource().indexOf(findRoom("Lunch"));
+    ASSERT_GE(at, 0);
     QList<IMTableViewRowAction *> actions = rooms->editActionsForRowAtIndexPath(rooms->tableview(), IMIndexPath::indexPathForRow(at));
     actions.first()->trigger(IMIndexPath::indexPathForRow(at));
     ASSERT_TRUE(waitUntil([&] { return rooms->dataSource().size() == before - 1; }, 10000));
     qDeleteAll(actions);
-    const QVariantMap stored = bob.ok("get", "/room/" + lunch);
+    const QVariantMap stored = bob->ok("get", "/room/" + lunch);
     EXPECT_TRUE(stored.value("archivedBy").toStringList().contains("alice"));
 }
 

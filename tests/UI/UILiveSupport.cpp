@@ -26,15 +26,34 @@ void UILiveTest::SetUp()
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     Parlo::shareInstance()->setApiKey(kApiKey);
     Parlo::shareInstance()->setClientKey(kClientKey);
+    ASSERT_TRUE(signInAs(Parlo::shareInstance(), url, QStringLiteral("alice")));
+    bob = std::make_unique<UIPeer>(url);
+    ASSERT_TRUE(bob->signUp(QStringLiteral("bob")));
 }
 
 void UILiveTest::TearDown()
 {
+    bob.reset();
     server.reset();
     IMSetAnimationsEnabled(true);
 }
 
-void UILiveTest::signIn(const QString &id)
+QString UILiveTest::bobsRoomWithAlice(const QString &name)
 {
-    ASSERT_TRUE(signInAs(Parlo::shareInstance(), url, id));
+    return bob->ok("post", "/room", {{"name", name}, {"client", QVariantList{"alice"}}}).value("id").toString();
+}
+
+QString UILiveTest::bobWrites(const QString &roomID, const QString &text, qint64 idFromSender)
+{
+    return bob->ok("post", "/message/", {{"room", roomID}, {"message", text}, {"messageType", "text"}, {"idFromSender", idFromSender}})
+        .value("id")
+        .toString();
+}
+
+IMRoomPtr UILiveTest::fetchRoom(const QString &id)
+{
+    IMRoomPtr room;
+    Parlo::shareInstance()->roomWithRoomID(id, [&](const IMRoomPtr &r) { room = r; }, [](const IMError &) {});
+    EXPECT_TRUE(waitUntil([&] { return bool(room); }, 10000)) << "room " << id.toStdString();
+    return room;
 }

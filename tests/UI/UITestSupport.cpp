@@ -1,9 +1,33 @@
 #include "UITestSupport.h"
 
+#include "IMAnimation.h"
+#include "IMMessageViewController.h"
+#include "IMNavigationController.h"
 #include "IMUserDefaults.h"
 
-#include <QTemporaryDir>
 #include <QTest>
+
+IMNavigationController *showInNavigation(IMWindow &window, IMUIViewController *root,
+                                         const std::function<void(IMNavigationController *)> &style)
+{
+    window.resize(390, 640);
+    auto *nav = new IMNavigationController(root);
+    if (style)
+        style(nav);
+    window.setRootViewController(nav);
+    window.show();
+    settle();
+    return nav;
+}
+
+IMMessageViewController *showConversation(IMWindow &window, const IMRoomPtr &room, bool echoReads)
+{
+    auto *screen = new IMMessageViewController;
+    screen->echoReadToRoom = echoReads;
+    screen->setRoom(room);
+    showInNavigation(window, screen);
+    return screen;
+}
 
 SettingsInDir::SettingsInDir(const QTemporaryDir &dir)
 {
@@ -11,6 +35,14 @@ SettingsInDir::SettingsInDir(const QTemporaryDir &dir)
 }
 
 SettingsInDir::~SettingsInDir() { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); }
+
+ScreenTest::ScreenTest()
+{
+    IMSetAnimationsEnabled(false);
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"username", "me"}});
+}
+
+ScreenTest::~ScreenTest() { IMSetAnimationsEnabled(true); }
 
 QPointingDevice *testTouchScreen()
 {
