@@ -1,38 +1,27 @@
+// The facade's life and configuration; each member forwards to the owner of what it touches.
 #include "Parlo_p.h"
 
-#include "IMDB.h"
-#include "IMNotificationCenter.h"
 #include "IMUserDefaults.h"
 
-#include <QCoreApplication>
-#include <QMutex>
-#include <QSet>
 #include <mutex>
 
-namespace {
-// Every live facade, so that a delegate being destroyed can be cleared from each.
-QMutex g_facadesMutex;
-QSet<Parlo *> g_facades;
-} // namespace
-
-ParloDelegate::~ParloDelegate()
+Parlo::Private::Private(Parlo *q)
+    : announcer(q)
+    , transport(q, logger, announcer)
+    , rooms(announcer)
+    , outbox(q, transport, announcer)
+    , events(rooms, outbox, announcer, logger)
+    , files(q, transport, logger)
+    , session(q, transport, rooms, outbox, files, announcer, logger)
+    , roomRequests(q, transport, rooms, logger)
+    , messageRequests(q, transport, rooms, announcer, logger)
+    , scheme(q, transport, roomRequests)
 {
-    Parlo::forgetDelegate(this);
+    transport.setRegistrar([this](IMSocket &socket) { events.attach(socket); });
+    files.setChatIn([this](ClientSuccess success, Failure failure) {
+        session.chatinHTTPSuccess(std::move(success), std::move(failure));
+    });
 }
-
-void ParloDelegate::ParloDidChangeConnectStatus(int, const QString &) {}
-void ParloDelegate::ParloDidUpdateBadge(const IMBadgePtr &) {}
-void ParloDelegate::ParloDidReceiveMessage(const IMMessagePtr &) {}
-void ParloDelegate::ParloDidReceiveMessageFromOthers(const IMMessagePtr &) {}
-void ParloDelegate::ParloDidUpdateRooms(const QList<IMRoomPtr> &) {}
-void ParloDelegate::ParloDidUpdateRoom(const IMRoomPtr &) {}
-void ParloDelegate::ParloDidChangeMessageSendingType(const IMMessagePtr &) {}
-void ParloDelegate::ParloDidUpdateMessage(const IMMessagePtr &) {}
-void ParloDelegate::ParloDidJoinedWithRoom(const IMRoomPtr &) {}
-void ParloDelegate::ParloDidUpdateReadTimeWithRoom(const IMRoomPtr &) {}
-void ParloDelegate::ParloDidChatIn() {}
-bool ParloDelegate::ParloWillStartLoadingMessageWithRoom(const IMRoomPtr &) { return true; }
-void ParloDelegate::ParloDidEndLoadingMessageWithRoom(const IMRoomPtr &) {}
 
 Parlo *Parlo::shareInstance()
 {
@@ -42,137 +31,89 @@ Parlo *Parlo::shareInstance()
     return instance;
 }
 
-Parlo::Parlo(QObject *parent) : QObject(parent), d(new Private)
+Parlo::Parlo(QObject *parent)
+    : QObject(parent)
+    , d(new Private(this))
 {
     qRegisterMetaType<IMError>();
-    QMutexLocker lock(&g_facadesMutex);
-    g_facades.insert(this);
 }
 
 Parlo::~Parlo()
 {
-    {
-        QMutexLocker lock(&g_facadesMutex);
-        g_facades.remove(this);
-    }
-    // Destroying the socket hands "NO ACK" to every pending acknowledgement; the transport
-    // notices that the facade is going and fails those requests without retrying.
-    d->socket.reset();
+    d->transport.close();
 }
 
-void Parlo::forgetDelegate(ParloDelegate *delegate)
-{
-    QMutexLocker lock(&g_facadesMutex);
-    for (Parlo *p : std::as_const(g_facades)) {
-        if (p->d->delegate == delegate)
-            p->d->delegate = nullptr;
-    }
-}
-
-Parlo::Block Parlo::onConnectBlock() const { return d->onConnectBlock; }
-void Parlo::setOnConnectBlock(Block block) { d->onConnectBlock = std::move(block); }
+Parlo::Block Parlo::onConnectBlock() const { return d->transport.onConnectBlock(); }
+void Parlo::setOnConnectBlock(Block block) { d->transport.setOnConnectBlock(std::move(block)); }
 Parlo::Block Parlo::createInstallationIfNeeded() const { return d->createInstallationIfNeeded; }
 void Parlo::setCreateInstallationIfNeeded(Block block) { d->createInstallationIfNeeded = std::move(block); }
-IMSocket *Parlo::socket() const { return d->socket.get(); }
+IMSocket *Parlo::socket() const { return d->transport.socket(); }
 bool Parlo::isDebuging() const { return d->isDebuging; }
 void Parlo::setIsDebuging(bool on) { d->isDebuging = on; }
-QString Parlo::domainString() const { return d->domainString; }
-void Parlo::setDomainString(const QString &url) { d->domainString = url; }
-
-QList<IMMessagePtr> &Parlo::sendingMessages()
-{
-    if (!d->sendingMessages)
-        d->sendingMessages.emplace();
-    return *d->sendingMessages;
-}
-
-int Parlo::failedSendingLimit() const { return d->failedSendingLimit; }
-void Parlo::setFailedSendingLimit(int limit) { d->failedSendingLimit = limit; }
-
-QList<Parlo::Block> &Parlo::queueArray()
-{
-    if (!d->queueArray)
-        d->queueArray.emplace();
-    return *d->queueArray;
-}
-
-bool Parlo::isPausedLoadingRoomData() const { return d->isPausedLoadingRoomData; }
-void Parlo::setIsPausedLoadingRoomData(bool paused) { d->isPausedLoadingRoomData = paused; }
-int Parlo::connectStatus() const { return d->connectStatus; }
-void Parlo::setConnectStatus(int status) { d->connectStatus = status; }
-
-QList<IMRoomPtr> &Parlo::chatRooms()
-{
-    if (!d->chatRooms) {
-        d->chatRooms = IMDB::sharedInstance()->getAllRooms();
-        d->storeMirror = *d->chatRooms;
-    }
-    return *d->chatRooms;
-}
-
-void Parlo::setChatRooms(const QList<IMRoomPtr> &rooms) { d->chatRooms = rooms; }
-void Parlo::resetChatRooms() { d->chatRooms.reset(); }
+QString Parlo::domainString() const { return d->transport.domainString(); }
+void Parlo::setDomainString(const QString &url) { d->transport.setDomainString(url); }
+QList<IMMessagePtr> Parlo::sendingMessages() const { return d->outbox.sendingMessages(); }
+int Parlo::failedSendingLimit() const { return d->outbox.failedSendingLimit(); }
+void Parlo::setFailedSendingLimit(int limit) { d->outbox.setFailedSendingLimit(limit); }
+QList<Parlo::Block> Parlo::queueArray() const { return d->transport.queueArray(); }
+void Parlo::appendToQueue(Block block) { d->transport.appendToQueue(std::move(block)); }
+bool Parlo::isPausedLoadingRoomData() const { return d->rooms.isPaused(); }
+void Parlo::setIsPausedLoadingRoomData(bool paused) { d->rooms.setPaused(paused); }
+int Parlo::connectStatus() const { return d->transport.connectStatus(); }
+void Parlo::setConnectStatus(int status) { d->transport.setConnectStatus(status); }
+QList<IMRoomPtr> Parlo::chatRooms() { return d->rooms.chatRooms(); }
+void Parlo::setChatRooms(const QList<IMRoomPtr> &rooms) { d->rooms.setChatRooms(rooms); }
+void Parlo::resetChatRooms() { d->rooms.reset(); }
 QVariantList Parlo::messages() const { return d->messages; }
 void Parlo::setMessages(const QVariantList &messages) { d->messages = messages; }
-
-IMBadgePtr Parlo::badge()
-{
-    if (!d->badge)
-        d->badge = std::make_shared<IMBadge>();
-    return d->badge;
-}
-
-void Parlo::setBadge(const IMBadgePtr &badge) { d->badge = badge; }
-ParloDelegate *Parlo::delegate() const { return d->delegate; }
-
-void Parlo::setDelegate(ParloDelegate *delegate)
-{
-    QMutexLocker lock(&g_facadesMutex);
-    d->delegate = delegate;
-}
-
+IMBadgePtr Parlo::badge() { return d->rooms.badge(); }
+void Parlo::setBadge(const IMBadgePtr &badge) { d->rooms.setBadge(badge); }
+ParloDelegate *Parlo::delegate() const { return d->announcer.delegate(); }
+void Parlo::setDelegate(ParloDelegate *delegate) { d->announcer.setDelegate(delegate); }
 QString Parlo::token() const { return IMUserDefaults::standardUserDefaults()->token(); }
 QString Parlo::clientID() const { return IMUserDefaults::standardUserDefaults()->clientID(); }
 bool Parlo::firstTimeLaunch() const { return IMUserDefaults::standardUserDefaults()->firstTimeLaunch(); }
-QString Parlo::deviceToken() const { return d->deviceToken; }
-void Parlo::setDeviceToken(const QString &token) { d->deviceToken = token; }
-int Parlo::roomCountLimit() const { return d->roomCountLimit; }
-void Parlo::setRoomCountLimit(int limit) { d->roomCountLimit = limit; }
-qint64 Parlo::timeout() const { return d->timeout; }
-void Parlo::setTimeout(qint64 seconds) { d->timeout = seconds; }
-QString Parlo::apiKey() const { return d->apiKey; }
-void Parlo::setApiKey(const QString &key) { d->apiKey = key; }
-QString Parlo::clientKey() const { return d->clientKey; }
-void Parlo::setClientKey(const QString &key) { d->clientKey = key; }
-bool Parlo::log() const { return d->log; }
-void Parlo::setLog(bool on) { d->log = on; }
-bool Parlo::printLog() const { return d->printLog; }
-void Parlo::setPrintLog(bool on) { d->printLog = on; }
-void Parlo::setSocketFactory(SocketFactory factory) { d->socketFactory = std::move(factory); }
+QString Parlo::deviceToken() const { return d->session.deviceToken(); }
+void Parlo::setDeviceToken(const QString &token) { d->session.setDeviceToken(token); }
+int Parlo::roomCountLimit() const { return d->rooms.pageSize(); }
+void Parlo::setRoomCountLimit(int limit) { d->rooms.setPageSize(limit); }
+qint64 Parlo::timeout() const { return d->transport.timeout(); }
+void Parlo::setTimeout(qint64 seconds) { d->transport.setTimeout(seconds); }
+QString Parlo::apiKey() const { return d->transport.apiKey(); }
+void Parlo::setApiKey(const QString &key) { d->transport.setApiKey(key); }
+QString Parlo::clientKey() const { return d->transport.clientKey(); }
+void Parlo::setClientKey(const QString &key) { d->transport.setClientKey(key); }
+bool Parlo::log() const { return d->logger.log(); }
+void Parlo::setLog(bool on) { d->logger.setLog(on); }
+bool Parlo::printLog() const { return d->logger.printLog(); }
+void Parlo::setPrintLog(bool on) { d->logger.setPrintLog(on); }
+void Parlo::setSocketFactory(SocketFactory factory) { d->transport.setSocketFactory(std::move(factory)); }
 
 void Parlo::postNotificationName(const QString &name, const QVariant &object)
 {
-    IMNotificationCenter::defaultCenter()->post(name, object, QVariantMap{{QStringLiteral("object"), object}});
+    ParloAnnouncer::postNotificationName(name, object);
 }
 
-void Parlo::announceBadge(const IMBadgePtr &badge)
+void Parlo::logDictionaryIfNeeded(const QVariantMap &record) { d->logger.logDictionaryIfNeeded(record); }
+
+void Parlo::connectWithURL(const QString &url, const QVariantMap &options, Block onConnect)
 {
-    if (ParloDelegate *delegate = d->delegate)
-        delegate->ParloDidUpdateBadge(badge);
-    postNotificationName(kParloDidUpdateBadge, QVariant::fromValue(badge));
+    d->transport.connectWithURL(url, options, std::move(onConnect));
 }
 
-void Parlo::logDictionaryIfNeeded(const QVariantMap &record)
+void Parlo::reconnect() { d->transport.reconnect(); }
+void Parlo::didChangeConnectStatus(int status, const QVariantList &data) { d->transport.didChangeConnectStatus(status, data); }
+QVariantMap Parlo::header() const { return d->transport.header(); }
+
+void Parlo::emitWithMethod(uint method, const QVariantMap &item, Success success, Failure failure)
 {
-    if (d->log) {
-        IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
-        if (!settings->hasLog())
-            settings->setLog(QVariantList());
-        QVariantList log = settings->log();
-        log.prepend(record);
-        settings->setLog(log);
-        settings->write();
-    }
-    if (d->printLog)
-        qCInfo(lcParlo).noquote() << IMDescription(record);
+    d->transport.emitWithMethod(method, item, std::move(success), std::move(failure));
 }
+
+void Parlo::emitWithMethod(uint method, int counter, const QVariantMap &item, Success success, Failure failure)
+{
+    d->transport.emitWithMethod(method, counter, item, std::move(success), std::move(failure));
+}
+
+bool Parlo::isPostRetryListAPI(const QVariantMap &item) const { return d->transport.isPostRetryListAPI(item); }
+void Parlo::execQueue() { d->transport.execQueue(); }

@@ -8,6 +8,7 @@
 #include "ParloDelegate.h"
 #include "ParloFileKeys.h"
 #include "ParloNotifications.h"
+#include "ParloTypes.h"
 
 #include <QDateTime>
 #include <QList>
@@ -23,7 +24,8 @@
 //! service: configuration, the realtime connection, the shared state (rooms, badge, messages in
 //! flight) and the announcements (delegate first, then a notification on
 //! IMNotificationCenter::defaultCenter()). Use it from the main thread; its callbacks and
-//! announcements run there unless a member says otherwise.
+//! announcements run there unless a member says otherwise. It holds no logic of its own: each
+//! member forwards to the part of the kit that owns what it touches.
 class Parlo : public QObject
 {
     Q_OBJECT
@@ -66,13 +68,15 @@ public:
     //! Messages sent from this device whose echo has not arrived yet (created empty on first use).
     //! A failed send stays listed (state 2); beyond failedSendingLimit failed entries the oldest
     //! failed ones are dropped, so a long-running host does not grow without end.
-    QList<IMMessagePtr> &sendingMessages();
+    QList<IMMessagePtr> sendingMessages() const;
     //! How many failed sends sendingMessages keeps at most (100); below 0 means no limit.
     int failedSendingLimit() const;
     //! Sets the number of failed sends kept; applied at the next failure.
     void setFailedSendingLimit(int limit);
-    //! Work waiting for chat-in, run in order by execQueue (created empty on first use).
-    QList<Block> &queueArray();
+    //! A copy of the work waiting for chat-in, run in order by execQueue.
+    QList<Block> queueArray() const;
+    //! Adds work to run, in order, at the next execQueue (chat-in runs it).
+    void appendToQueue(Block block);
     //! Whether keeping the room list up to date is paused.
     bool isPausedLoadingRoomData() const;
     //! Pauses or resumes keeping the room list up to date.
@@ -87,10 +91,10 @@ public:
     //! Sets the connection status without announcing it.
     void setConnectStatus(int status);
     //! The room list, newest last message first; read from the local store on first use. The
-    //! facade's operations write the rooms they change to the store; edits made to it or its
-    //! rooms elsewhere are not written by themselves.
-    QList<IMRoomPtr> &chatRooms();
-    //! Replaces the room list.
+    //! facade's operations write the rooms they change to the store; edits made to its rooms
+    //! elsewhere are not written by themselves.
+    QList<IMRoomPtr> chatRooms();
+    //! Replaces the room list (written to the store with the next change).
     void setChatRooms(const QList<IMRoomPtr> &rooms);
     //! Drops the room list, so the next read loads it from the local store again.
     void resetChatRooms();
@@ -469,48 +473,7 @@ public:
     UploadRequest requestWithData(const QByteArray &data, const QVariantMap &dict) const;
 
 private:
-    friend class ParloDelegate;
     friend struct ParloInternals;
-    template <typename Make>
-    void logLazily(const Make &make)
-    {
-        if (log() || printLog())
-            logDictionaryIfNeeded(make());
-    }
-    void onDefaultEvents();
-    void onEvents();
-    void handleMessage(const QVariantList &data);
-    void handleMessageUpdate(const QVariantList &data);
-    void handleJoined(const QVariantList &data);
-    void handleReceive(const QVariantList &data);
-    void handleRoomDidUpdate(const QVariantList &data);
-    void reloadRoomsSaving(const QList<IMRoomPtr> &rooms);
-    // Keeps at most failedSendingLimit failed sends in sendingMessages, dropping the oldest.
-    void dropOldestFailedSends();
-    bool saveMovedRoom(const IMRoomPtr &moved);
-    static void forgetDelegate(ParloDelegate *delegate);
-
-    // Session, rooms, messages and URL scheme internals
-    void mergeAppendedRooms(const QList<IMRoomPtr> &rooms);
-    void joinByID(const QString &roomID, void (Parlo::*join)(const IMRoomPtr &, RoomSuccess, Failure));
-    void announceBadge(const IMBadgePtr &badge);
-    void agentRoomList(const QString &path, RoomsSuccess success, Failure failure, RoomsComplete complete);
-    void announceRooms();
-    void keepUpdatingRooms(RoomsComplete complete);
-    void loadMessagePage(const IMRoomPtr &room, const QString &path, MessagesSuccess success, Failure failure);
-
-    // Files internals
-    friend struct ParloFilesInternals;
-    struct FilesState;
-    FilesState *files() const;
-    void downloadFile(const QString &name, Progress progress, DataSuccess success, Failure failure);
-    void startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure);
-    void finishDownload(QNetworkReply *reply, const QString &key);
-    void finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
-                      Failure failure);
-    void chatinHTTPForFiles(Block success, Failure failure);
-    QNetworkReply *startTransfer(QNetworkReply *reply, Failure abandon);
-
     struct Private;
     std::unique_ptr<Private> d;
 };

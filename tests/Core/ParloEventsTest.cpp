@@ -74,7 +74,8 @@ TEST_F(CoreTest, OwnEchoSettlesTheMessageBeingSent)
     IMMessagePtr local = IMMessage::initWithRoom(parlo->chatRooms().first());
     local->setTemp(QStringLiteral("scratch"));
     IMMessagePtr other = IMMessage::initWithRoom(parlo->chatRooms().first());
-    parlo->sendingMessages() << other << local;
+    parlo->sendMessageInBackground(other);
+    parlo->sendMessageInBackground(local);
 
     socket->push("message", {messageDict("m9", "r1", "me", local->idFromSender(), "2026-01-02T00:00:00.000Z")});
 

@@ -1,7 +1,7 @@
 // Files: the multipart form, the caches and the refused names on their own; uploads and fetches
 // by socket and by HTTP against the reference server.
 #include "LiveFixture.h"
-#include "ParloFiles_p.h"
+#include "Parlo_p.h"
 
 #include <QDir>
 #include <QRandomGenerator>
@@ -386,7 +386,7 @@ TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
     EXPECT_EQ(cut.error.domain(), kParloNetworkErrorDomain) << cut.error.description().toStdString();
 
     // A download that outlives the resource time-out is ended, once.
-    ParloFilesInternals::setResourceTimeout(parlo.get(), 400);
+    ParloInternals::of(parlo.get()).files.setResourceTimeout(400);
     fault({{"path", path}, {"method", "get"}, {"action", "delay"}, {"ms", 5000}, {"times", 1}});
     Ends &slow = fetch(name, Http, 4000);
     EXPECT_TRUE(slow.oneAsyncFailure());
@@ -394,7 +394,7 @@ TEST_F(FilesLiveTest, BrokenDownloadsFailAndLeaveNothingBehind)
     EXPECT_EQ(slow.error.code(), int(QNetworkReply::TimeoutError));
 
     expectNothingLeft({name});
-    EXPECT_EQ(ParloFilesInternals::transfersInFlight(parlo.get()), 0);
+    EXPECT_EQ(ParloInternals::of(parlo.get()).files.transfersInFlight(), 0);
     EXPECT_EQ(parlo->urlSession()->transferTimeout(), 120000);
 }
 
@@ -430,7 +430,7 @@ TEST_F(FilesLiveTest, TransfersInFlightFailOnceWhenTheFacadeGoes)
         [&] {
             for (const QVariantMap &record : parlo->taskDict())
                 if (record.contains(kFilename))
-                    return ParloFilesInternals::transfersInFlight(parlo.get()) == 2;
+                    return ParloInternals::of(parlo.get()).files.transfersInFlight() == 2;
             return false;
         },
         10000));

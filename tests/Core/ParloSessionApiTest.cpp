@@ -43,7 +43,7 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     int listedWhenAnnounced = -1;
     const auto observer = IMNotificationCenter::defaultCenter()->addObserver(
         kParloDidChatIn, [&](const IMNotification &) { listedWhenAnnounced = int(parlo->chatRooms().size()); });
-    parlo->queueArray().append([&] { recorder.events << "deferred"; });
+    parlo->appendToQueue([&] { recorder.events << "deferred"; });
     Outcome<IMClientPtr> chatIn;
     parlo->chatinSuccess(
         [&](const IMClientPtr &c) {
@@ -139,7 +139,8 @@ TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
     // Chat-out fails (bad token): logout clears the session all the same and the connection is
     // asked to reconnect.
     parlo->setChatRooms({std::make_shared<IMRoom>()});
-    parlo->sendingMessages().append(IMMessage::create());
+    parlo->sendMessageInBackground(IMMessage::create());
+    ASSERT_EQ(parlo->sendingMessages().size(), 1);
     int statuses = 0;
     const auto observer = IMNotificationCenter::defaultCenter()->addObserver(
         kParloDidChangeConnectStatus, [&](const IMNotification &) { ++statuses; });

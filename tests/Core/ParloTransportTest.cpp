@@ -150,8 +150,8 @@ TEST_F(LiveCoreTest, ARequestInFlightWhenTheServerStopsEndsOnceAfterItsRetries)
 TEST_F(CoreTest, DeferredWorkRunsInOrderAndTheIndicatorFollowsRequests)
 {
     QStringList order;
-    parlo->queueArray().append([&] { order << "first"; });
-    parlo->queueArray().append([&] { order << "second"; });
+    parlo->appendToQueue([&] { order << "first"; });
+    parlo->appendToQueue([&] { order << "second"; });
     parlo->execQueue();
     EXPECT_EQ(order, (QStringList{"first", "second"}));
     EXPECT_TRUE(parlo->queueArray().isEmpty());

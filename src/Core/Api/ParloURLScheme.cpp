@@ -1,7 +1,10 @@
-// The app's URL scheme: links to rooms are shared under the host's own scheme and opened here.
-#include "Parlo_p.h"
+#include "ParloURLScheme.h"
 
+#include "IMLog.h"
 #include "IMPlatform.h"
+#include "Parlo.h"
+#include "ParloRoomRequests.h"
+#include "ParloTransport.h"
 
 namespace {
 const QString kIntegrateHost = QStringLiteral("parlo.integrate");
@@ -40,27 +43,34 @@ SchemeConfig readSchemeConfig()
 }
 } // namespace
 
-bool Parlo::isScehemeWorks() const
+ParloURLScheme::ParloURLScheme(Parlo *facade, ParloTransport &transport, ParloRoomRequests &rooms)
+    : m_facade(facade)
+    , m_transport(transport)
+    , m_rooms(rooms)
+{
+}
+
+bool ParloURLScheme::isScehemeWorks() const
 {
     return readSchemeConfig().works;
 }
 
-QString Parlo::urlType() const
+QString ParloURLScheme::urlType() const
 {
     return readSchemeConfig().scheme;
 }
 
-QString Parlo::urlStringForScheme() const
+QString ParloURLScheme::urlStringForScheme() const
 {
     return readSchemeConfig().url;
 }
 
-QString Parlo::appIDOnStore() const
+QString ParloURLScheme::appIDOnStore() const
 {
     return readSchemeConfig().storeID;
 }
 
-bool Parlo::application(QObject *, const QUrl &openURL, const QString &, const QVariant &)
+bool ParloURLScheme::open(const QUrl &openURL)
 {
     if (openURL.host() != kIntegrateHost)
         return false;
@@ -68,14 +78,13 @@ bool Parlo::application(QObject *, const QUrl &openURL, const QString &, const Q
     const QStringList parts = path.split(QLatin1Char('/'));
     if (path.contains(QLatin1String("joinRoom")) && parts.size() == 3) {
         const QString roomID = parts[2];
-        if (d->connectStatus != 0) {
-            QPointer<Parlo> self(this);
-            queueArray().append([self, roomID] {
-                if (self)
-                    self->joinRoomWithID(roomID);
+        if (m_transport.connectStatus() != ParloConnectStatusConnected) {
+            m_transport.appendToQueue([facade = QPointer<Parlo>(m_facade), rooms = &m_rooms, roomID] {
+                if (facade)
+                    rooms->joinRoomWithID(roomID);
             });
         } else {
-            joinRoomWithID(roomID);
+            m_rooms.joinRoomWithID(roomID);
         }
     }
     // The join above starts whatever the scheme: the answer only tells whether the URL was ours.

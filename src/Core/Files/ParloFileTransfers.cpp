@@ -1,9 +1,13 @@
 // Files over plain HTTP: the URL session, the HTTP download with its chat-in, and the upload.
-// Transfers run on the main thread's QNetworkAccessManager, except plain-http downloads, which a
-// ParloFilesReply runs on a thread of its own; every caller's block is posted to the main queue,
+// Transfers run on the main thread's QNetworkAccessManager, except plain-http m_downloads, which a
+// IMFileDownloadReply runs on a thread of its own; every caller's block is posted to the main queue,
 // and each transfer ends exactly once, also when the facade goes first.
-#include "ParloFiles_p.h"
-#include "ParloFilesReply_p.h"
+#include "ParloFiles.h"
+
+#include "IMFileDownloadReply.h"
+#include "ParloFileSupport_p.h"
+#include "ParloLogger.h"
+#include "ParloTransport.h"
 
 #include "IMClient.h"
 #include "IMPlatform.h"
@@ -16,10 +20,6 @@
 #include <QTimer>
 #include <filesystem>
 
-IMError parloFileNameError(const QString &name);
-IMFilePtr parloUploadedFile(const QByteArray &answer);
-QByteArray parloReadWholeFile(const QString &path);
-QString parloFileSegment(const QString &name);
 
 namespace {
 constexpr qsizetype kErrorBodyLimit = 64 * 1024;
@@ -39,18 +39,13 @@ Parlo::Failure posted(Parlo::Failure failure)
     };
 }
 
-IMError networkError(int code, const QString &info)
-{
-    return IMError(kParloNetworkErrorDomain, code, QVariantMap{{QStringLiteral("info"), info}});
-}
-
 //! Null when `reply` ended well; else its error: the HTTP status with the answer's body as
 //! "info", or the network error.
-IMError transferError(QNetworkReply *reply, const QByteArray &body, int resourceTimeoutMs)
+IMError transferError(QNetworkReply *reply, const QByteArray &body, int m_resourceTimeoutMs)
 {
     if (reply->property(kResourceTimedOut).toBool())
-        return networkError(QNetworkReply::TimeoutError,
-                            QStringLiteral("the transfer did not end within %1 s").arg(resourceTimeoutMs / 1000.0));
+        return parloNetworkError(QNetworkReply::TimeoutError,
+                            QStringLiteral("the transfer did not end within %1 s").arg(m_resourceTimeoutMs / 1000.0));
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (status >= 400) {
         const QString text = QString::fromUtf8(body);
@@ -58,7 +53,7 @@ IMError transferError(QNetworkReply *reply, const QByteArray &body, int resource
                                                   {QStringLiteral("NSLocalizedDescriptionKey"), text}});
     }
     if (reply->error() != QNetworkReply::NoError)
-        return networkError(reply->error(), reply->errorString());
+        return parloNetworkError(reply->error(), reply->errorString());
     return IMError();
 }
 
@@ -68,111 +63,9 @@ IMError noServer()
 }
 } // namespace
 
-Parlo::FilesState::FilesState() : transferContext(new QObject) {}
-
-Parlo::FilesState::~FilesState()
-{
-    // First silence every transfer, so that aborting one below cannot end it a second time.
-    transferContext.reset();
-    const auto pending = std::exchange(inFlight, {});
-    for (auto it = pending.cbegin(); it != pending.cend(); ++it) {
-        it.key()->abort();
-        if (it.value())
-            it.value()(networkError(QNetworkReply::OperationCanceledError,
-                                    QStringLiteral("the facade was destroyed before the transfer ended")));
-    }
-    for (const Failure &failure : std::exchange(chatinWaits, {}))
-        failure(networkError(QNetworkReply::OperationCanceledError,
-                             QStringLiteral("the facade was destroyed before the chat-in ended")));
-    taskDict.clear();
-    downloads.clear(); // removes the temporary files of unfinished downloads
-    readQueue.reset();
-    writeQueue.reset();
-    urlSession.reset();
-}
-
-IMDispatchQueue &Parlo::FilesState::reads()
-{
-    if (!readQueue)
-        readQueue = std::make_unique<IMDispatchQueue>(QStringLiteral("queue"));
-    return *readQueue;
-}
-
-IMDispatchQueue &Parlo::FilesState::writes()
-{
-    if (!writeQueue)
-        writeQueue = std::make_unique<IMDispatchQueue>(QStringLiteral("QUEUE"));
-    return *writeQueue;
-}
-
-QNetworkAccessManager *Parlo::urlSession()
-{
-    FilesState *f = files();
-    if (!f->urlSession) {
-        f->urlSession = std::make_unique<QNetworkAccessManager>();
-        f->urlSession->setCookieJar(new QNetworkCookieJar(f->urlSession.get()));
-        f->urlSession->setTransferTimeout(f->requestTimeoutMs);
-        // Read at each error, so a later connectWithURL's "selfSigned" applies to this session too.
-        QObject::connect(f->urlSession.get(), &QNetworkAccessManager::sslErrors, this,
-            [this](QNetworkReply *reply, const QList<QSslError> &errors) {
-                if (d->selfSigned)
-                    reply->ignoreSslErrors(errors);
-            });
-    }
-    return f->urlSession.get();
-}
-
-QNetworkReply *Parlo::startTransfer(QNetworkReply *reply, Failure abandon)
-{
-    FilesState *f = files();
-    f->inFlight.insert(reply, std::move(abandon));
-    auto *timer = new QTimer(reply);
-    timer->setSingleShot(true);
-    QObject::connect(timer, &QTimer::timeout, reply, [reply] {
-        reply->setProperty(kResourceTimedOut, true);
-        reply->abort();
-    });
-    timer->start(f->resourceTimeoutMs);
-    // A transfer deleted by someone else before it finished still ends, with a failure.
-    QObject::connect(reply, &QObject::destroyed, f->transferContext.get(), [f, reply] {
-        const Failure abandon = f->inFlight.take(reply);
-        if (abandon)
-            abandon(networkError(QNetworkReply::OperationCanceledError,
-                                 QStringLiteral("the transfer was deleted before it ended")));
-    });
-    return reply;
-}
-
-// ---- HTTP chat-in ------------------------------------------------------------------------------
-
-void Parlo::chatinHTTPForFiles(Block success, Failure failure)
-{
-    // The session's HTTP chat-in leaves its cookie in urlSession's jar, which the download then
-    // presents. Its reply dies with urlSession without a word, so the wait is recorded here too
-    // and ends with the facade if it has not ended before.
-    FilesState *f = files();
-    const quint64 wait = f->nextChatinWait++;
-    f->chatinWaits.insert(wait, failure);
-    chatinHTTPSuccess(
-        [f, wait, success](const IMClientPtr &) {
-            if (f->chatinWaits.remove(wait))
-                success();
-        },
-        [f, wait](const IMError &error) {
-            const Failure failure = f->chatinWaits.take(wait);
-            if (failure)
-                failure(error);
-        });
-}
-
 // ---- HTTP download -----------------------------------------------------------------------------
 
-void Parlo::getFileWithNameProgress(const QString &name, Progress progress, DataSuccess success, Failure failure)
-{
-    getFileWithName(name, true, std::move(progress), std::move(success), std::move(failure));
-}
-
-void Parlo::getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
+void ParloFiles::getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
                             Failure failure)
 {
     const IMError refused = parloFileNameError(name);
@@ -190,22 +83,21 @@ void Parlo::getFileWithName(const QString &name, bool fromCache, Progress progre
             return;
         }
         if (isFileExistsWithName(name)) {
-            FilesState *f = files();
-            QPointer<Parlo> self(this);
-            f->reads().async([f, self, name, path = filePathWithName(name), progress, success, failure] {
+            QPointer<Parlo> facade(m_facade);
+            reads().async([this, facade, name, path = filePathWithName(name), progress, success, failure] {
                 const QByteArray bytes = parloReadWholeFile(path);
                 if (bytes.isNull()) {
                     // Gone since it was seen: fetch it as if it had never been there.
-                    IMDispatchMainAsync([self, name, progress, success, failure] {
-                        if (self)
-                            self->downloadFile(name, progress, success, failure);
+                    IMDispatchMainAsync([this, facade, name, progress, success, failure] {
+                        if (facade)
+                            downloadFile(name, progress, success, failure);
                         else if (failure)
-                            failure(networkError(QNetworkReply::OperationCanceledError,
+                            failure(parloNetworkError(QNetworkReply::OperationCanceledError,
                                                  QStringLiteral("the facade was destroyed before the fetch ended")));
                     });
                     return;
                 }
-                f->cache.setObject(name, bytes);
+                m_cache.setObject(name, bytes);
                 IMDispatchMainAsync([success, bytes] {
                     if (success)
                         success(bytes);
@@ -217,44 +109,43 @@ void Parlo::getFileWithName(const QString &name, bool fromCache, Progress progre
     downloadFile(name, std::move(progress), std::move(success), std::move(failure));
 }
 
-void Parlo::downloadFile(const QString &name, Progress progress, DataSuccess success, Failure failure)
+void ParloFiles::downloadFile(const QString &name, Progress progress, DataSuccess success, Failure failure)
 {
-    if (d->domainString.isEmpty()) {
+    if (m_transport.domainString().isEmpty()) {
         posted(failure)(noServer());
         return;
     }
     if (!progress)
         progress = [](double) {};
-    QPointer<Parlo> self(this);
-    chatinHTTPForFiles([self, name, progress, success, failure] { self->startDownload(name, progress, success, failure); },
+    QPointer<Parlo> facade(m_facade);
+    chatinHTTPForFiles([this, facade, name, progress, success, failure] { startDownload(name, progress, success, failure); },
                        posted(failure));
 }
 
-void Parlo::startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure)
+void ParloFiles::startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure)
 {
-    FilesState *f = files();
-    QNetworkRequest request(QUrl(d->domainString + QStringLiteral("/files/") + parloFileSegment(name)));
+    QNetworkRequest request(QUrl(m_transport.domainString() + QStringLiteral("/files/") + parloFileSegment(name)));
     QNetworkReply *reply = nullptr;
-    if (!std::exchange(f->viaSessionOnce, false))
-        reply = ParloFilesReply::get(urlSession(), request, IMPlatform::instance()->temporaryPath(),
-                                     filePathWithName(name), f->requestTimeoutMs);
+    if (!std::exchange(m_viaSessionOnce, false))
+        reply = IMFileDownloadReply::get(urlSession(), request, IMPlatform::instance()->temporaryPath(),
+                                     filePathWithName(name), m_requestTimeoutMs);
     if (!reply) {
         reply = urlSession()->get(request);
         reply->setReadBufferSize(kReadBufferSize);
     }
-    const QString key = QString::number(f->nextTaskIdentifier++);
-    f->taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
+    const QString key = QString::number(m_nextTaskIdentifier++);
+    m_taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
                                         {kSessionSuccess, QVariant::fromValue(success)},
                                         {kSessionFailure, QVariant::fromValue(failure)},
                                         {kSessionProgress, QVariant::fromValue(progress)},
                                         {kFilename, name}});
     auto download = std::make_shared<ParloDownload>();
     download->name = name;
-    f->downloads.insert(key, download);
+    m_downloads.insert(key, download);
     startTransfer(reply, posted(failure));
 
-    QObject *context = f->transferContext.get();
-    // (A ParloFilesReply has no body to read: its worker writes it.)
+    QObject *context = m_transferContext.get();
+    // (A IMFileDownloadReply has no body to read: its worker writes it.)
     QObject::connect(reply, &QNetworkReply::readyRead, context, [reply, download] {
         const QByteArray chunk = reply->readAll();
         if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400) {
@@ -279,42 +170,41 @@ void Parlo::startDownload(const QString &name, Progress progress, DataSuccess su
         }
         download->written += chunk.size();
     });
-    QObject::connect(reply, &QNetworkReply::downloadProgress, context, [f, reply, key](qint64 received, qint64 total) {
+    QObject::connect(reply, &QNetworkReply::downloadProgress, context, [this, reply, key](qint64 received, qint64 total) {
         if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400)
             return;
-        const Progress report = f->taskDict.value(key).value(kSessionProgress).value<Progress>();
+        const Progress report = m_taskDict.value(key).value(kSessionProgress).value<Progress>();
         if (!report)
             return;
         const double fraction = double(received) / double(total);
         IMDispatchMainAsync([report, fraction] { report(fraction); });
     });
-    QObject::connect(reply, &QNetworkReply::finished, context, [self = QPointer<Parlo>(this), reply, key] {
-        if (self)
-            self->finishDownload(reply, key);
+    QObject::connect(reply, &QNetworkReply::finished, context, [this, facade = QPointer<Parlo>(m_facade), reply, key] {
+        if (facade)
+            finishDownload(reply, key);
     });
 }
 
-void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
+void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
 {
-    FilesState *f = files();
-    if (!f->inFlight.remove(reply))
+    if (!m_inFlight.remove(reply))
         return;
     reply->deleteLater();
-    const QVariantMap entry = f->taskDict.take(key);
-    const std::shared_ptr<ParloDownload> download = f->downloads.take(key);
+    const QVariantMap entry = m_taskDict.take(key);
+    const std::shared_ptr<ParloDownload> download = m_downloads.take(key);
     const DataSuccess success = entry.value(kSessionSuccess).value<DataSuccess>();
     const Failure failure = posted(entry.value(kSessionFailure).value<Failure>());
 
-    if (auto *direct = dynamic_cast<ParloFilesReply *>(reply)) {
+    if (auto *direct = dynamic_cast<IMFileDownloadReply *>(reply)) {
         if (direct->needsSession()) {
             // An answer the session knows better (a redirect, a body of unannounced length): ask
             // again through it. Nothing has been reported yet.
-            f->viaSessionOnce = true;
+            m_viaSessionOnce = true;
             startDownload(download->name, entry.value(kSessionProgress).value<Progress>(), success,
                           entry.value(kSessionFailure).value<Failure>());
             return;
         }
-        IMError error = transferError(reply, direct->errorBody(), f->resourceTimeoutMs);
+        IMError error = transferError(reply, direct->errorBody(), m_resourceTimeoutMs);
         if (error.isNull() && !direct->writeError().isNull())
             error = IMError(QStringLiteral("QFileDevice"), QFileDevice::WriteError,
                             QVariantMap{{QStringLiteral("info"), direct->writeError()}});
@@ -324,24 +214,24 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
         }
         // The bytes are already on disk, in place; the memory cache and the success block share them.
         const QByteArray bytes = direct->bytes();
-        f->cache.setObject(download->name, bytes);
+        m_cache.setObject(download->name, bytes);
         IMDispatchMainAsync([success, bytes] {
             if (success)
                 success(bytes);
         });
         if (std::shared_ptr<void> replaced = direct->takeReplacedFile())
-            f->writes().async([replaced = std::move(replaced)]() mutable { replaced.reset(); });
+            writes().async([replaced = std::move(replaced)]() mutable { replaced.reset(); });
         return;
     }
 
-    IMError error = transferError(reply, download->errorBody, f->resourceTimeoutMs);
+    IMError error = transferError(reply, download->errorBody, m_resourceTimeoutMs);
     if (error.isNull() && !download->writeError.isNull())
         error = IMError(QStringLiteral("QFileDevice"), QFileDevice::WriteError,
                         QVariantMap{{QStringLiteral("info"), download->writeError}});
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (error.isNull() && length.isValid() && reply->rawHeader("Content-Encoding").isEmpty()
         && length.toLongLong() != download->written)
-        error = networkError(QNetworkReply::RemoteHostClosedError,
+        error = parloNetworkError(QNetworkReply::RemoteHostClosedError,
                              QStringLiteral("the download ended after %1 of %2 bytes").arg(download->written).arg(length.toLongLong()));
     if (!error.isNull()) {
         failure(error); // the temporary file goes with `download`
@@ -358,7 +248,7 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
     const QString target = filePathWithName(name);
     // The bytes are read once: the memory cache, the disk cache (the downloaded file itself, moved
     // into place) and the success block share them.
-    f->writes().async([f, name, partial, target, success, failure] {
+    writes().async([this, name, partial, target, success, failure] {
         QByteArray bytes = partial.isNull() ? QByteArray("", 0) : parloReadWholeFile(partial);
         if (bytes.isNull()) {
             QFile::remove(partial);
@@ -366,7 +256,7 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
                             QVariantMap{{QStringLiteral("info"), QStringLiteral("the download could not be read back")}}));
             return;
         }
-        f->cache.setObject(name, bytes);
+        m_cache.setObject(name, bytes);
         if (partial.isNull()) {
             QFile empty(target);
             if (empty.open(QIODevice::WriteOnly))
@@ -387,11 +277,11 @@ void Parlo::finishDownload(QNetworkReply *reply, const QString &key)
 
 // ---- upload ------------------------------------------------------------------------------------
 
-QPointer<QNetworkReply> Parlo::uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
+QPointer<QNetworkReply> ParloFiles::uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
                                                   bool isPublic, Progress progress, FileSuccess success,
                                                   Failure failure)
 {
-    if (d->domainString.isEmpty()) {
+    if (m_transport.domainString().isEmpty()) {
         posted(failure)(noServer());
         return {};
     }
@@ -399,49 +289,47 @@ QPointer<QNetworkReply> Parlo::uploadFileWithData(const QByteArray &data, const 
     const QVariantMap fields{{QStringLiteral("type"), type},
                              {QStringLiteral("room"), roomID.isNull() ? QStringLiteral("") : roomID},
                              {QStringLiteral("isPublic"), isPublic ? 1 : 0}};
-    const UploadRequest upload = requestWithData(data, fields);
-    FilesState *f = files();
+    const Parlo::UploadRequest upload = requestWithData(data, fields);
     QNetworkReply *reply = urlSession()->post(upload.request, upload.body);
-    const QString key = QString::number(f->nextTaskIdentifier++);
-    f->taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
+    const QString key = QString::number(m_nextTaskIdentifier++);
+    m_taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
                                         {kSessionSuccess, QVariant::fromValue(success)},
                                         {kSessionFailure, QVariant::fromValue(failure)},
                                         {kSessionProgress, QVariant::fromValue(progress)}});
     startTransfer(reply, posted(failure));
 
-    QObject *context = f->transferContext.get();
-    QPointer<Parlo> self(this);
-    QObject::connect(reply, &QNetworkReply::uploadProgress, context, [self, f, key](qint64 sent, qint64 total) {
-        auto it = f->taskDict.find(key);
-        if (it == f->taskDict.end() || total <= 0)
+    QObject *context = m_transferContext.get();
+    QPointer<Parlo> facade(m_facade);
+    QObject::connect(reply, &QNetworkReply::uploadProgress, context, [this, facade, key](qint64 sent, qint64 total) {
+        auto it = m_taskDict.find(key);
+        if (it == m_taskDict.end() || total <= 0)
             return;
         const double fraction = double(sent) / double(total);
         const Progress report = it->value(kSessionProgress).value<Progress>();
         if (report)
             IMDispatchMainAsync([report, fraction] { report(fraction); });
-        else if (self)
-            self->PARLO_LOG("data", QStringLiteral("didn't find the progress block"));
+        else if (facade)
+            PARLO_LOG(m_logger, "data", QStringLiteral("didn't find the progress block"));
         if (fraction == 1.0)
-            f->taskDict.erase(it);
+            m_taskDict.erase(it);
     });
-    QObject::connect(reply, &QNetworkReply::finished, context, [self, reply, key, data, success, failure] {
-        if (self)
-            self->finishUpload(reply, key, data, success, failure);
+    QObject::connect(reply, &QNetworkReply::finished, context, [this, facade, reply, key, data, success, failure] {
+        if (facade)
+            finishUpload(reply, key, data, success, failure);
     });
     return reply;
 }
 
-void Parlo::finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
+void ParloFiles::finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
                          Failure failure)
 {
-    FilesState *f = files();
-    if (!f->inFlight.remove(reply))
+    if (!m_inFlight.remove(reply))
         return;
     reply->deleteLater();
     // Also an upload whose body never reported completion leaves no record behind.
-    f->taskDict.remove(key);
+    m_taskDict.remove(key);
     const QByteArray answer = reply->readAll();
-    IMError error = transferError(reply, answer.left(kErrorBodyLimit), f->resourceTimeoutMs);
+    IMError error = transferError(reply, answer.left(kErrorBodyLimit), m_resourceTimeoutMs);
     IMFilePtr file;
     if (error.isNull()) {
         file = parloUploadedFile(answer);
@@ -453,7 +341,7 @@ void Parlo::finishUpload(QNetworkReply *reply, const QString &key, const QByteAr
         posted(failure)(error);
         return;
     }
-    f->cache.setObject(file->fileName(), data);
+    m_cache.setObject(file->fileName(), data);
     IMDispatchMainAsync([success, file] {
         if (success)
             success(file);

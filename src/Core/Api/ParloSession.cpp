@@ -1,11 +1,17 @@
 // Session and account: sign-up, chat-in and chat-out, sign-out, the push device token, the
 // badge counters and the client and class queries.
-#include "Parlo_p.h"
+#include "ParloSession.h"
 
 #include "IMClient.h"
 #include "IMDB.h"
 #include "IMDispatch.h"
 #include "IMUserDefaults.h"
+#include "ParloAnnouncer.h"
+#include "ParloFiles.h"
+#include "ParloLogger.h"
+#include "ParloOutbox.h"
+#include "ParloRoomList.h"
+#include "ParloTransport.h"
 
 #include <QJsonDocument>
 #include <QJsonParseError>
@@ -15,11 +21,6 @@
 
 namespace {
 const QString kSignUpFirst = QStringLiteral("signUpWithClient: first");
-
-QVariantMap envelope(const QString &path, const QVariantMap &headers)
-{
-    return QVariantMap{{QStringLiteral("url"), path}, {QStringLiteral("headers"), headers}};
-}
 
 IMClientPtr clientFrom(const QVariant &body)
 {
@@ -55,7 +56,24 @@ QNetworkRequest plainRequest(const QString &url, const QString &apiKey, const QS
 }
 } // namespace
 
-void Parlo::signWithClient(const IMClientPtr &client, ClientSuccess success, Failure failure)
+ParloSession::ParloSession(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloOutbox &outbox,
+                           ParloFiles &files, ParloAnnouncer &announcer, ParloLogger &logger)
+    : m_facade(facade)
+    , m_transport(transport)
+    , m_rooms(rooms)
+    , m_outbox(outbox)
+    , m_files(files)
+    , m_announcer(announcer)
+    , m_logger(logger)
+{
+}
+
+QVariantMap ParloSession::envelope(const QString &path) const
+{
+    return QVariantMap{{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
+}
+
+void ParloSession::signWithClient(const IMClientPtr &client, Parlo::ClientSuccess success, Parlo::Failure failure)
 {
     if (!client) {
         if (failure)
@@ -66,12 +84,12 @@ void Parlo::signWithClient(const IMClientPtr &client, ClientSuccess success, Fai
     // Stored first, so that the request's headers already carry it, even if the request fails.
     settings->setClientID(client->clientID());
     settings->write();
-    QVariantMap item = envelope(QStringLiteral("/client/"), header());
+    QVariantMap item = envelope(QStringLiteral("/client/"));
     item.insert(QStringLiteral("data"), client->toDictionary());
-    QPointer<Parlo> self(this);
-    emitWithMethod(
-        1, item,
-        [self, success](const QVariant &body) {
+    QPointer<Parlo> facade(m_facade);
+    m_transport.emitWithMethod(
+        ParloRequestMethodPost, item,
+        [this, facade, success](const QVariant &body) {
             const IMClientPtr signedUp = clientFrom(body);
             IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
             settings->setToken(signedUp->token());
@@ -79,13 +97,13 @@ void Parlo::signWithClient(const IMClientPtr &client, ClientSuccess success, Fai
             settings->write();
             if (success)
                 success(signedUp);
-            if (self)
-                self->updateDeviceTokenIfPossiable();
+            if (facade)
+                updateDeviceTokenIfPossiable(QByteArray());
         },
         std::move(failure));
 }
 
-void Parlo::chatinSuccess(ClientSuccess success, Failure failure)
+void ParloSession::chatinSuccess(Parlo::ClientSuccess success, Parlo::Failure failure)
 {
     if (IMClient::currentClient()->clientID().isEmpty()) {
         IMDispatchMainAsync([failure] {
@@ -95,102 +113,96 @@ void Parlo::chatinSuccess(ClientSuccess success, Failure failure)
         });
         return;
     }
-    QPointer<Parlo> self(this);
-    emitWithMethod(
-        1, envelope(QStringLiteral("/client/chatin/"), header()),
-        [self, success](const QVariant &body) {
+    QPointer<Parlo> facade(m_facade);
+    m_transport.emitWithMethod(
+        ParloRequestMethodPost, envelope(QStringLiteral("/client/chatin/")),
+        [this, facade, success](const QVariant &body) {
             const IMClientPtr client = clientFrom(body);
             // The caller hears first; announcements follow once the list is in place.
             if (success)
                 success(client);
-            if (!self)
+            if (!facade)
                 return;
-            Parlo *p = self;
-            p->setChatRooms(IMRoom::arrayOfModelsFromDictionaries(client->room()));
+            const QList<IMRoomPtr> rooms = IMRoom::arrayOfModelsFromDictionaries(client->room());
             IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
             settings->setCurrentUser(client->toDictionary());
             settings->write();
-            p->reloadRoomsSaving(p->chatRooms());
-            if (ParloDelegate *delegate = p->d->delegate) {
-                delegate->ParloDidUpdateRooms(p->chatRooms());
-                delegate->ParloDidChatIn();
-            }
-            p->postNotificationName(kParloDidChatIn, QVariant::fromValue(client));
-            const IMBadgePtr badge = p->badge();
-            badge->setTotal(body.toMap().value(QStringLiteral("totalBadge")).toInt());
-            p->announceBadge(badge);
-            p->execQueue();
+            m_rooms.saveAndReload(rooms);
+            // The list goes to the delegate only; chat-in posts no room-list notification.
+            m_announcer.tellDelegate(ParloAnnouncement::Rooms, QVariant::fromValue(m_rooms.chatRooms()));
+            m_announcer.tell(ParloAnnouncement::ChatIn, QVariant::fromValue(client));
+            m_rooms.setBadgeTotal(body.toMap().value(QStringLiteral("totalBadge")).toInt());
+            m_transport.execQueue();
         },
         std::move(failure));
 }
 
-void Parlo::chatOutSuccess(Success success, Failure failure)
+void ParloSession::chatOutSuccess(Parlo::Success success, Parlo::Failure failure)
 {
-    QVariantMap item = envelope(QStringLiteral("/client/chatout/"), header());
+    QVariantMap item = envelope(QStringLiteral("/client/chatout/"));
     item.insert(QStringLiteral("data"),
-                QVariantMap{{QStringLiteral("token"), d->deviceToken.isNull() ? QStringLiteral("") : d->deviceToken}});
-    QPointer<Parlo> self(this);
-    emitWithMethod(1, item, std::move(success), [self, failure](const IMError &error) {
+                QVariantMap{{QStringLiteral("token"), m_deviceToken.isNull() ? QStringLiteral("") : m_deviceToken}});
+    QPointer<Parlo> facade(m_facade);
+    m_transport.emitWithMethod(ParloRequestMethodPost, item, std::move(success), [this, facade, failure](const IMError &error) {
         if (failure)
             failure(error);
-        if (self && self->d->socket)
-            self->d->socket->reconnect();
+        if (facade)
+            m_transport.reconnect();
     });
 }
 
-void Parlo::logout()
+void ParloSession::logout()
 {
-    QPointer<Parlo> self(this);
-    auto signOut = [self](const QString &line) {
-        if (!self)
+    QPointer<Parlo> facade(m_facade);
+    auto signOut = [this, facade](const QString &line) {
+        if (!facade)
             return;
-        self->PARLO_LOG("data", line);
+        PARLO_LOG(m_logger, "data", line);
         IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
         settings->setCurrentUser(QVariantMap());
         settings->setClientID(QString());
         settings->setToken(QString());
         settings->write();
-        self->resetChatRooms();
-        self->d->storeMirror.clear();
-        self->d->sendingMessages.reset();
+        m_rooms.reset();
+        m_outbox.clear();
         IMDB::sharedInstance()->resetDatabase();
     };
     chatOutSuccess([signOut](const QVariant &) { signOut(QStringLiteral("logout success")); },
                    [signOut](const IMError &) { signOut(QStringLiteral("logout")); });
 }
 
-void Parlo::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
+void ParloSession::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
 {
     if (!deviceToken.isNull()) {
         QString text = printedDescription(deviceToken);
         text.remove(QLatin1Char('<')).remove(QLatin1Char('>')).remove(QLatin1Char(' '));
-        d->deviceToken = text;
+        m_deviceToken = text;
     }
-    if (IMClient::currentClient()->clientID().isEmpty() || d->deviceToken.isEmpty())
+    if (IMClient::currentClient()->clientID().isEmpty() || m_deviceToken.isEmpty())
         return;
-    QNetworkAccessManager *http = urlSession();
+    QNetworkAccessManager *http = m_files.urlSession();
     const QNetworkRequest request =
-        plainRequest(d->domainString + QStringLiteral("/client/setDeviceToken/"), d->apiKey, d->clientKey);
+        plainRequest(m_transport.domainString() + QStringLiteral("/client/setDeviceToken/"), m_transport.apiKey(), m_transport.clientKey());
     const QByteArray body = QJsonDocument::fromVariant(
                                 QVariantMap{{QStringLiteral("type"), QStringLiteral("ios")},
-                                            {QStringLiteral("token"), d->deviceToken}})
+                                            {QStringLiteral("token"), m_deviceToken}})
                                 .toJson(QJsonDocument::Compact);
     QNetworkReply *reply = http->post(request, body);
-    const QString token = d->deviceToken;
-    QPointer<Parlo> self(this);
-    connect(reply, &QNetworkReply::finished, reply, [self, reply, token] {
+    const QString token = m_deviceToken;
+    QPointer<Parlo> facade(m_facade);
+    QObject::connect(reply, &QNetworkReply::finished, reply, [this, facade, reply, token] {
         reply->deleteLater();
-        if (self && reply->error() == QNetworkReply::NoError)
-            self->PARLO_LOG("data", QStringLiteral("device token updated : %1").arg(token));
+        if (facade && reply->error() == QNetworkReply::NoError)
+            PARLO_LOG(m_logger, "data", QStringLiteral("device token updated : %1").arg(token));
     });
 }
 
-void Parlo::chatinHTTPSuccess(ClientSuccess success, Failure failure)
+void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failure failure)
 {
-    QNetworkAccessManager *http = urlSession();
-    const QString path = QStringLiteral("%1/client/chatin/%2/").arg(d->domainString, clientID());
-    QNetworkReply *reply = http->post(plainRequest(path, d->apiKey, d->clientKey), QByteArray());
-    connect(reply, &QNetworkReply::finished, reply, [reply, success, failure] {
+    QNetworkAccessManager *http = m_files.urlSession();
+    const QString path = QStringLiteral("%1/client/chatin/%2/").arg(m_transport.domainString(), IMUserDefaults::standardUserDefaults()->clientID());
+    QNetworkReply *reply = http->post(plainRequest(path, m_transport.apiKey(), m_transport.clientKey()), QByteArray());
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, success, failure] {
         reply->deleteLater();
         const QByteArray bytes = reply->readAll();
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
@@ -221,48 +233,48 @@ void Parlo::chatinHTTPSuccess(ClientSuccess success, Failure failure)
     });
 }
 
-void Parlo::badgeSuccess(BadgeSuccess success, Failure failure)
+void ParloSession::badgeSuccess(Parlo::BadgeSuccess success, Parlo::Failure failure)
 {
-    QPointer<Parlo> self(this);
-    emitWithMethod(
-        1, envelope(QStringLiteral("/badge"), header()),
-        [self, success](const QVariant &body) {
+    QPointer<Parlo> facade(m_facade);
+    m_transport.emitWithMethod(
+        ParloRequestMethodPost, envelope(QStringLiteral("/badge")),
+        [this, facade, success](const QVariant &body) {
             IMBadgePtr badge = IMBadge::fromDictionary(body.toMap());
             if (!badge)
                 badge = std::make_shared<IMBadge>();
-            if (self)
-                self->setBadge(badge);
+            if (facade)
+                m_rooms.setBadge(badge);
             if (success)
                 success(badge);
-            if (!self)
+            if (!facade)
                 return;
-            self->announceBadge(badge);
+            m_rooms.tellBadge();
         },
         std::move(failure));
 }
 
-void Parlo::badgeTotalSuccess(BadgeSuccess success, Failure failure)
+void ParloSession::badgeTotalSuccess(Parlo::BadgeSuccess success, Parlo::Failure failure)
 {
-    QPointer<Parlo> self(this);
-    emitWithMethod(
-        1, envelope(QStringLiteral("/badge/total"), header()),
-        [self, success](const QVariant &body) {
-            const IMBadgePtr badge = self ? self->badge() : std::make_shared<IMBadge>();
+    QPointer<Parlo> facade(m_facade);
+    m_transport.emitWithMethod(
+        ParloRequestMethodPost, envelope(QStringLiteral("/badge/total")),
+        [this, facade, success](const QVariant &body) {
+            const IMBadgePtr badge = facade ? m_rooms.badge() : std::make_shared<IMBadge>();
             badge->setTotal(body.toMap().value(QStringLiteral("total")).toInt());
             if (success)
                 success(badge);
-            if (!self)
+            if (!facade)
                 return;
-            self->announceBadge(badge);
+            m_rooms.tellBadge();
         },
         std::move(failure));
 }
 
-void Parlo::clientsListWithOffset(qint64, ClientsSuccess success, Failure failure)
+void ParloSession::clientsListWithOffset(Parlo::ClientsSuccess success, Parlo::Failure failure)
 {
     // The offset is part of the operation's name only: the request sends none.
-    emitWithMethod(
-        0, envelope(QStringLiteral("/client/"), header()),
+    m_transport.emitWithMethod(
+        ParloRequestMethodGet, envelope(QStringLiteral("/client/")),
         [success](const QVariant &body) {
             if (success)
                 success(IMClient::arrayOfModelsFromDictionaries(body.toList()));
@@ -270,11 +282,11 @@ void Parlo::clientsListWithOffset(qint64, ClientsSuccess success, Failure failur
         std::move(failure));
 }
 
-void Parlo::queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
-                           Success success, Failure failure)
+void ParloSession::queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
+                           Parlo::Success success, Parlo::Failure failure)
 {
     // "IMRoom" asks for "Room": the two-letter class prefix is not the server's.
     const QString path = QStringLiteral("/%1/?offset=%2&limit=%3&sort=%4")
                              .arg(className.mid(2), QString::number(offset), QString::number(limit), sort);
-    emitWithMethod(0, envelope(path, header()), std::move(success), std::move(failure));
+    m_transport.emitWithMethod(ParloRequestMethodGet, envelope(path), std::move(success), std::move(failure));
 }

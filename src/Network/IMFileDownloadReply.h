@@ -1,6 +1,6 @@
 #pragma once
 
-// A plain-HTTP file download on a thread of its own (ParloFilesReply.cpp).
+// A plain-HTTP file download on a thread of its own.
 
 #include <QNetworkReply>
 #include <QPointer>
@@ -18,15 +18,15 @@ class QNetworkAccessManager;
 //!
 //! Answers it does not take on (a redirect, a body of unannounced length) end it early with
 //! needsSession(): the caller then asks the URL session, which knows them all.
-class ParloFilesReply final : public QNetworkReply {
+class IMFileDownloadReply final : public QNetworkReply {
 public:
     //! A started download of `request` into `target`, its partial file in `temporaryFolder`; null
     //! when this URL is the URL session's to fetch (not plain http, a proxy, credentials).
     //! `idleTimeoutMs` ends a download that receives nothing for that long.
-    static ParloFilesReply *get(QNetworkAccessManager *session, const QNetworkRequest &request,
+    static IMFileDownloadReply *get(QNetworkAccessManager *session, const QNetworkRequest &request,
         const QString &temporaryFolder, const QString &target, int idleTimeoutMs);
     //! Ends the worker (it removes its partial file) before the reply goes.
-    ~ParloFilesReply() override;
+    ~IMFileDownloadReply() override;
 
     void abort() override;
     //! After finished(): the server's answer is one to ask the URL session for again.
@@ -49,7 +49,7 @@ protected:
 
 private:
     struct Job;
-    ParloFilesReply(QNetworkAccessManager *session, const QNetworkRequest &request);
+    IMFileDownloadReply(QNetworkAccessManager *session, const QNetworkRequest &request);
     void run(const Job &job);
     void stop();
     void end(Outcome outcome);
@@ -58,7 +58,7 @@ private:
     QPointer<QNetworkAccessManager> m_session;
     //! This reply while it lives: the worker's reports reach the main thread through the kit's
     //! main queue (a hand-over ThreadSanitizer sees), and may arrive after the reply has gone.
-    const std::shared_ptr<ParloFilesReply *> m_alive;
+    const std::shared_ptr<IMFileDownloadReply *> m_alive;
     std::thread m_worker;
     int m_wake[2] = { -1, -1 }; //!< a byte written here wakes the worker out of any wait
     std::atomic<bool> m_cancelled { false };

@@ -2,7 +2,7 @@
 // a large body crosses from Qt's HTTP thread to the main thread and is copied on the way, then
 // written, then read back for the caller; here the socket is read straight into the caller's
 // bytes and each large block goes from there to the file, as curl does.
-#include "ParloFilesReply_p.h"
+#include "IMFileDownloadReply.h"
 
 #include "IMDispatch.h"
 
@@ -53,7 +53,7 @@ void preferHugePages(char *data, qsizetype size)
 }
 } // namespace
 
-struct ParloFilesReply::Job {
+struct IMFileDownloadReply::Job {
     QUrl url;
     QByteArray request;
     QString temporaryFolder;
@@ -61,7 +61,7 @@ struct ParloFilesReply::Job {
     int idleTimeoutMs = 0;
 };
 
-struct ParloFilesReply::Outcome {
+struct IMFileDownloadReply::Outcome {
     int status = 0;
     QList<QPair<QByteArray, QByteArray>> headers;
     NetworkError error = NoError;
@@ -73,10 +73,10 @@ struct ParloFilesReply::Outcome {
     QByteArray errorBody;
 };
 
-ParloFilesReply::ParloFilesReply(QNetworkAccessManager *session, const QNetworkRequest &request)
+IMFileDownloadReply::IMFileDownloadReply(QNetworkAccessManager *session, const QNetworkRequest &request)
     : QNetworkReply(session)
     , m_session(session)
-    , m_alive(std::make_shared<ParloFilesReply *>(this))
+    , m_alive(std::make_shared<IMFileDownloadReply *>(this))
 {
     setRequest(request);
     setUrl(request.url());
@@ -84,7 +84,7 @@ ParloFilesReply::ParloFilesReply(QNetworkAccessManager *session, const QNetworkR
     QIODevice::open(QIODevice::ReadOnly);
 }
 
-ParloFilesReply::~ParloFilesReply()
+IMFileDownloadReply::~IMFileDownloadReply()
 {
     stop();
     *m_alive = nullptr; // reports still queued for the main thread find no reply
@@ -95,7 +95,7 @@ ParloFilesReply::~ParloFilesReply()
 #endif
 }
 
-void ParloFilesReply::stop()
+void IMFileDownloadReply::stop()
 {
     if (!m_worker.joinable())
         return;
@@ -107,7 +107,7 @@ void ParloFilesReply::stop()
     m_worker.join();
 }
 
-void ParloFilesReply::abort()
+void IMFileDownloadReply::abort()
 {
     if (isFinished())
         return;
@@ -118,13 +118,13 @@ void ParloFilesReply::abort()
     emit finished();
 }
 
-void ParloFilesReply::reportProgress(qint64 received, qint64 total)
+void IMFileDownloadReply::reportProgress(qint64 received, qint64 total)
 {
     m_received = received;
     if (m_progressQueued.exchange(true))
         return;
     IMDispatchMainAsync([alive = m_alive, total] {
-        ParloFilesReply *reply = *alive;
+        IMFileDownloadReply *reply = *alive;
         if (!reply)
             return;
         reply->m_progressQueued = false;
@@ -135,7 +135,7 @@ void ParloFilesReply::reportProgress(qint64 received, qint64 total)
     });
 }
 
-void ParloFilesReply::end(Outcome outcome)
+void IMFileDownloadReply::end(Outcome outcome)
 {
     if (isFinished())
         return; // aborted meanwhile
@@ -166,17 +166,17 @@ void ParloFilesReply::end(Outcome outcome)
 
 #ifndef Q_OS_UNIX
 
-ParloFilesReply *ParloFilesReply::get(
+IMFileDownloadReply *IMFileDownloadReply::get(
     QNetworkAccessManager *, const QNetworkRequest &, const QString &, const QString &, int)
 {
     return nullptr; // the worker speaks to POSIX sockets
 }
 
-void ParloFilesReply::run(const Job &) { }
+void IMFileDownloadReply::run(const Job &) { }
 
 #else
 
-ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session,
+IMFileDownloadReply *IMFileDownloadReply::get(QNetworkAccessManager *session,
     const QNetworkRequest &request, const QString &temporaryFolder, const QString &target,
     int idleTimeoutMs)
 {
@@ -215,7 +215,7 @@ ParloFilesReply *ParloFilesReply::get(QNetworkAccessManager *session,
         job.request += name + ": " + request.rawHeader(name) + "\r\n";
     job.request += "Accept-Encoding: identity\r\nConnection: close\r\n\r\n";
 
-    auto *reply = new ParloFilesReply(session, request);
+    auto *reply = new IMFileDownloadReply(session, request);
     if (::pipe(reply->m_wake) != 0) {
         delete reply;
         return nullptr;
@@ -249,16 +249,16 @@ public:
     }
 
     //! False with `out`'s error set when no address of the host takes the connection.
-    bool open(const QUrl &url, ParloFilesReply::Outcome &out);
-    bool send(const QByteArray &data, ParloFilesReply::Outcome &out);
+    bool open(const QUrl &url, IMFileDownloadReply::Outcome &out);
+    bool send(const QByteArray &data, IMFileDownloadReply::Outcome &out);
     //! Bytes received into `to` (at most `max`), 0 at the end of the stream, -1 with `out`'s error
     //! set.
-    qint64 receive(char *to, qint64 max, ParloFilesReply::Outcome &out);
+    qint64 receive(char *to, qint64 max, IMFileDownloadReply::Outcome &out);
 
 private:
     //! True when `events` are ready; false with `out`'s error set on cancellation or time-out.
-    bool wait(short events, ParloFilesReply::Outcome &out);
-    bool fail(ParloFilesReply::Outcome &out, QNetworkReply::NetworkError error, const QString &text)
+    bool wait(short events, IMFileDownloadReply::Outcome &out);
+    bool fail(IMFileDownloadReply::Outcome &out, QNetworkReply::NetworkError error, const QString &text)
     {
         out.error = error;
         out.errorString = text;
@@ -271,7 +271,7 @@ private:
     int m_idleTimeoutMs;
 };
 
-bool Connection::wait(short events, ParloFilesReply::Outcome &out)
+bool Connection::wait(short events, IMFileDownloadReply::Outcome &out)
 {
     pollfd fds[2] = { { m_fd, events, 0 }, { m_wake, POLLIN, 0 } };
     int ready;
@@ -290,7 +290,7 @@ bool Connection::wait(short events, ParloFilesReply::Outcome &out)
     return true;
 }
 
-bool Connection::open(const QUrl &url, ParloFilesReply::Outcome &out)
+bool Connection::open(const QUrl &url, IMFileDownloadReply::Outcome &out)
 {
     QList<QHostAddress> addresses;
     QHostAddress literal;
@@ -357,7 +357,7 @@ bool Connection::open(const QUrl &url, ParloFilesReply::Outcome &out)
                                   : QString::fromLocal8Bit(std::strerror(lastError)));
 }
 
-bool Connection::send(const QByteArray &data, ParloFilesReply::Outcome &out)
+bool Connection::send(const QByteArray &data, IMFileDownloadReply::Outcome &out)
 {
 #ifdef MSG_NOSIGNAL
     constexpr int flags = MSG_NOSIGNAL;
@@ -379,7 +379,7 @@ bool Connection::send(const QByteArray &data, ParloFilesReply::Outcome &out)
     return true;
 }
 
-qint64 Connection::receive(char *to, qint64 max, ParloFilesReply::Outcome &out)
+qint64 Connection::receive(char *to, qint64 max, IMFileDownloadReply::Outcome &out)
 {
     for (;;) {
         const ssize_t n = ::recv(m_fd, to, size_t(max), 0);
@@ -398,7 +398,7 @@ qint64 Connection::receive(char *to, qint64 max, ParloFilesReply::Outcome &out)
 
 //! The header block at the start of `head` (ending in an empty line), parsed into `out`; its
 //! length, 0 when incomplete, -1 when it is no HTTP answer.
-qsizetype parseHead(const QByteArray &head, ParloFilesReply::Outcome &out)
+qsizetype parseHead(const QByteArray &head, IMFileDownloadReply::Outcome &out)
 {
     const qsizetype end = head.indexOf("\r\n\r\n");
     if (end < 0)
@@ -421,7 +421,7 @@ qsizetype parseHead(const QByteArray &head, ParloFilesReply::Outcome &out)
     return end + 4;
 }
 
-QByteArray headerValue(const ParloFilesReply::Outcome &out, const char *name)
+QByteArray headerValue(const IMFileDownloadReply::Outcome &out, const char *name)
 {
     for (const auto &[key, value] : out.headers)
         if (key.compare(name, Qt::CaseInsensitive) == 0)
@@ -431,7 +431,7 @@ QByteArray headerValue(const ParloFilesReply::Outcome &out, const char *name)
 
 } // namespace
 
-void ParloFilesReply::run(const Job &job)
+void IMFileDownloadReply::run(const Job &job)
 {
     Outcome out;
     [&] {
@@ -570,7 +570,7 @@ void ParloFilesReply::run(const Job &job)
     if (m_cancelled)
         return; // abort() ends the reply
     IMDispatchMainAsync([alive = m_alive, out = std::move(out)]() mutable {
-        if (ParloFilesReply *reply = *alive)
+        if (IMFileDownloadReply *reply = *alive)
             reply->end(std::move(out));
     });
 }
