@@ -167,3 +167,46 @@ TEST_F(CoreTest, ReceiptAndRoomUpdateAreWrittenToTheStore)
     EXPECT_TRUE(waitUntil([&] { return recorder.events.size() == 2; }));
     EXPECT_EQ(recorder.events.last(), "d:UpdateMessage");
 }
+
+// A read report changes a listed room in memory; a later message for another room must not leave
+// the store behind, or the old unread count comes back at the next start.
+TEST_F(CoreTest, EveryChangedRoomReachesTheStore)
+{
+    QVariantMap unread = roomDict("r1", "2026-01-01T00:00:00.000Z");
+    unread["badge"] = 2;
+    IMDB::sharedInstance()->saveRooms(IMRoom::arrayOfModelsFromDictionaries({unread, roomDict("r2", "2026-01-02T00:00:00.000Z")}));
+    connectScripted();
+    socket->autoAnswer = [](const QString &, const QVariantList &) {
+        return QVariantList{QVariantMap{{"statusCode", 200}, {"body", QVariantMap{{"id", "r1"}, {"badge", 0}}}}};
+    };
+    parlo->updateReadTimeWithRoom(parlo->chatRooms().last(), false);
+    ASSERT_TRUE(waitUntil([&] { return !recorder.named(kParloDidUpdateRoom).isEmpty(); }, 5000));
+
+    socket->push("message", {messageDict("m1", "r2", "other", 1, "2026-01-03T00:00:00.000Z")});
+    for (const IMRoomPtr &stored : IMDB::sharedInstance()->getAllRooms())
+        EXPECT_EQ(stored->badge(), 0) << stored->objectID().toStdString();
+}
+
+// Read reports leave from the global queue while the host may replace the connection on the main
+// thread: the transport hands the socket over under its lock (ThreadSanitizer checks the rest).
+TEST_F(CoreTest, ReadReportsWhileTheConnectionIsReplaced)
+{
+    storeRooms({{"r1", "2026-01-01T00:00:00.000Z"}});
+    connectScripted();
+    const IMRoomPtr room = parlo->chatRooms().first();
+    QList<ScriptedSocket *> made;
+    parlo->setSocketFactory([&](const QUrl &, const QVariantMap &) {
+        auto *s = new ScriptedSocket;
+        s->setStatus(IMSocket::Status::Connected);
+        s->autoAnswer = [](const QString &, const QVariantList &) { return QVariantList{QVariantMap{{"statusCode", 200}}}; };
+        made << s;
+        return s;
+    });
+    for (int i = 0; i < 40; ++i) {
+        parlo->updateReadTimeWithRoom(room, false);
+        parlo->connectWithURL(QStringLiteral("http://127.0.0.1:1"), {}, [] {});
+        spinFor(1);
+    }
+    EXPECT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateRoom).size() >= 1; }, 5000));
+    EXPECT_EQ(made.size(), 40);
+}

@@ -1,6 +1,7 @@
 #include "ScriptedSocket.h"
 
 #include <QDateTime>
+#include <QThread>
 
 ScriptedSocket::ScriptedSocket() : m_born(QDateTime::currentMSecsSinceEpoch()) {}
 
@@ -54,6 +55,12 @@ void ScriptedSocket::emitEvent(const QString &event, const QVariantList &items)
 void ScriptedSocket::emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
                                  AckCallback callback)
 {
+    // Safe from any thread, as the real client: the emit is handed to the socket's thread.
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(
+            this, [=] { emitWithAck(event, items, timeoutSeconds, callback); }, Qt::QueuedConnection);
+        return;
+    }
     const quint64 id = m_nextAck++;
     if (m_status != Status::Connected) {
         // Nothing is sent; the acknowledgement times out.
