@@ -63,20 +63,27 @@ QVariant LiveCoreTest::call(uint method, const QString &path, const QVariantMap 
     QVariantMap item{{"url", path}, {"headers", parlo->header()}};
     if (!data.isEmpty())
         item["data"] = data;
-    QVariant result;
-    bool done = false;
+    // Shared with the blocks: an answer that comes after the wait gave up finds it still there.
+    struct Answer
+    {
+        QVariant body;
+        bool done = false;
+    };
+    const auto answer = std::make_shared<Answer>();
     parlo->emitWithMethod(
         method, item,
-        [&](const QVariant &body) {
-            result = body;
-            done = true;
+        [answer](const QVariant &body) {
+            answer->body = body;
+            answer->done = true;
         },
-        [&](const IMError &error) {
-            ADD_FAILURE() << path.toStdString() << ": " << error.description().toStdString();
-            done = true;
+        [answer, path](const IMError &error) {
+            if (!answer->done)
+                ADD_FAILURE() << path.toStdString() << ": " << error.description().toStdString();
+            answer->done = true;
         });
-    waitUntil([&] { return done; }, 30000);
-    return result;
+    if (!waitUntil([&] { return answer->done; }, 30000))
+        ADD_FAILURE() << path.toStdString() << ": no answer";
+    return answer->body;
 }
 
 IMRoomPtr LiveCoreTest::listed(const QString &id, Parlo *facade)

@@ -76,18 +76,14 @@ TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
     for (const bool selfSigned : { false, true }) {
         SCOPED_TRACE(selfSigned);
         parlo->connectWithURL(server.url(), QVariantMap { { "selfSigned", selfSigned } }, [] {});
-        int successes = 0;
-        int failures = 0;
-        auto failed = [&](const IMError &) { ++failures; };
-        parlo->chatinHTTPSuccess([&](const IMClientPtr &) { ++successes; }, failed);
-        parlo->getFileWithName(
-            QStringLiteral("a%1.bin").arg(selfSigned), false, nullptr,
-            [&](const QByteArray &) { ++successes; }, failed);
-        parlo->uploadFileWithData(
-            "bytes", kMessageTypeOther, nullptr, false, [&](const IMFilePtr &) { ++successes; },
-            failed);
-        ASSERT_TRUE(waitUntil([&] { return successes + failures == 3; }, 15000));
-        EXPECT_EQ(successes, selfSigned ? 3 : 0);
+        Outcome<IMClientPtr> chatIn;
+        Outcome<QByteArray> download;
+        Outcome<IMFilePtr> upload;
+        parlo->chatinHTTPSuccess(chatIn.ok(), chatIn.fail());
+        parlo->getFileWithName(QStringLiteral("a%1.bin").arg(selfSigned), false, nullptr, download.ok(), download.fail());
+        parlo->uploadFileWithData("bytes", kMessageTypeOther, nullptr, false, upload.ok(), upload.fail());
+        ASSERT_TRUE(chatIn.wait(15000) && download.wait(15000) && upload.wait(15000));
+        EXPECT_EQ(chatIn.successes + download.successes + upload.successes, selfSigned ? 3 : 0);
     }
 }
 

@@ -46,9 +46,9 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     parlo->appendToQueue([&] { recorder.events << "deferred"; });
     Outcome<IMClientPtr> chatIn;
     parlo->chatinSuccess(
-        [&](const IMClientPtr &c) {
+        [this, ok = chatIn.ok()](const IMClientPtr &c) {
             recorder.events << "success";
-            chatIn.ok()(c);
+            ok(c);
         },
         chatIn.fail());
     const bool chattedIn = succeedsOnce(chatIn);

@@ -12,6 +12,7 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+: >"$work/server.log" # made before the server starts, so that the wait below can read it at once
 node "$root/server/index.js" --port 0 --data "$work/server" >"$work/server.log" 2>&1 &
 server_pid=$!
 url=""

@@ -5,6 +5,7 @@
 #include "TestUtil.h"
 
 #include <functional>
+#include <memory>
 #include <gtest/gtest.h>
 
 //! How an asynchronous operation ended: how often, with what, on which thread, and whether a
@@ -25,9 +26,19 @@ template <typename T = QVariant> struct Outcome {
         offMain |= !IMIsMainThread();
         synchronous |= !started;
     }
+    //! Ends that arrive after the outcome has gone (a test that gave up waiting) are dropped,
+    //! so that a failing test fails with its reason instead of writing to a dead frame.
+    std::shared_ptr<bool> alive = std::make_shared<bool>(true);
+    Outcome() = default;
+    Outcome(const Outcome &) = delete;
+    Outcome &operator=(const Outcome &) = delete;
+    ~Outcome() { *alive = false; }
+
     std::function<void(const T &)> ok()
     {
-        return [this](const T &v) {
+        return [this, alive = alive](const T &v) {
+            if (!*alive)
+                return;
             note();
             ++successes;
             value = v;
@@ -35,7 +46,9 @@ template <typename T = QVariant> struct Outcome {
     }
     std::function<void(const IMError &)> fail()
     {
-        return [this](const IMError &e) {
+        return [this, alive = alive](const IMError &e) {
+            if (!*alive)
+                return;
             note();
             ++failures;
             error = e;
@@ -44,7 +57,10 @@ template <typename T = QVariant> struct Outcome {
     //! A completion block of any signature `(error, ...)`: counted apart from the ends.
     auto done()
     {
-        return [this](const IMError &, const auto &...) { ++completions; };
+        return [this, alive = alive](const IMError &, const auto &...) {
+            if (*alive)
+                ++completions;
+        };
     }
     //! Marks the call as returned and waits for its end; then a few event-loop turns more, where a
     //! second end posted to the main queue would land.
