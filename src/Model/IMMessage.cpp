@@ -2,11 +2,9 @@
 
 #include "IMDate.h"
 #include "IMJSONMapping_p.h"
-#include "IMJSONText_p.h"
-#include "IMStoredText_p.h"
+#include "IMRecordStorage_p.h"
 
 #include <QRandomGenerator>
-#include <cstring>
 #include <iterator>
 #include <mutex>
 #include <optional>
@@ -28,13 +26,10 @@ struct IMMessage::Private
 struct IMMessage::Deferred
 {
     QByteArray room, sender, option;  //!< each value's text; empty when the record had none
+    IMRecordStorage::ObjectParser parse;
 };
 
 namespace {
-// The nested records' keys, in the order of `Deferred`'s spans.
-const QLatin1StringView kNestedKeys[] = { QLatin1StringView("room"), QLatin1StringView("sender"),
-                                          QLatin1StringView("option") };
-
 // Sets the nested records from their dictionaries. Nested records that are not dictionaries or
 // do not map are skipped, as every property here is optional.
 template<typename Private>
@@ -65,37 +60,11 @@ QString localDay(const QString &timestamp)
 IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
 IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
 
-IMMessagePtr IMStoredText::readMessage(const char *text, qsizetype size, ReadContext *context)
+void IMRecordStorage::deferNested(IMMessage &message, QByteArray room, QByteArray sender, QByteArray option,
+                                  ObjectParser parse)
 {
-    // Straight from the text into the new record, member by member (a stored record names each
-    // key once); a mismatch drops the record, so nothing needs staging.
-    auto message = std::make_shared<IMMessage>();
-    IMJSONText::Span spans[std::size(kNestedKeys)];
-    const bool ok = IMJSONText::parseMembers(text, size, kNestedKeys, int(std::size(kNestedKeys)), spans,
-                                             [&message](const QString &key, const QVariant &value) {
-                                                 return message->mergeBaseMember(key, value)
-                                                        && IMMessage::mergeOwnMember(*message->d, key, value);
-                                             });
-    if (!ok)
-        return nullptr;
-    if (!spans[0].size && !spans[1].size && !spans[2].size)
-        return message;
-    // A page's messages mostly carry the same room and sender: their texts are kept once.
-    const auto keep = [text](const IMJSONText::Span &span, QByteArray *last) {
-        const char *value = text + span.offset;
-        if (!span.size)
-            return QByteArray();
-        if (!last)
-            return QByteArray(value, span.size);
-        if (last->size() != span.size || std::memcmp(last->constData(), value, size_t(span.size)) != 0)
-            *last = QByteArray(value, span.size);
-        return *last;
-    };
-    message->deferred.store(new IMMessage::Deferred{ keep(spans[0], context ? &context->room : nullptr),
-                                                     keep(spans[1], context ? &context->sender : nullptr),
-                                                     keep(spans[2], nullptr) },
-                            std::memory_order_release);
-    return message;
+    message.deferred.store(new IMMessage::Deferred{ std::move(room), std::move(sender), std::move(option), parse },
+                           std::memory_order_release);
 }
 
 void IMMessage::decodeDeferred() const
@@ -108,9 +77,9 @@ void IMMessage::decodeDeferred() const
     const std::unique_ptr<Deferred> pending(deferred.load(std::memory_order_relaxed));
     if (!pending)
         return;
-    const auto nested = [](const QByteArray &text) -> std::optional<QVariantMap> {
+    const auto nested = [parse = pending->parse](const QByteArray &text) -> std::optional<QVariantMap> {
         QVariantMap map;
-        if (!text.isEmpty() && IMJSONText::parseObject(text.constData(), text.size(), &map))
+        if (!text.isEmpty() && parse(text.constData(), text.size(), &map))
             return map;
         return std::nullopt;
     };

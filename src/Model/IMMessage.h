@@ -110,7 +110,7 @@ private:
     mutable std::atomic<Deferred *> deferred{ nullptr };
     void decodeDeferred() const;
     static bool mergeOwnMember(Private &staged, const QString &key, const QVariant &value);
-    friend struct IMStoredText;
+    friend struct IMRecordStorage;
 };
 
 Q_DECLARE_METATYPE(IMMessagePtr)

@@ -114,7 +114,7 @@ private:
     struct Private;
     static bool mergeMember(Private &staged, const QString &key, const QVariant &value);
     void forEachBaseField(const FieldVisitor &field) const;
-    friend struct IMStoredText;
+    friend struct IMRecordStorage;
     // Shared between copies until one of them changes (`copy` costs a reference count).
     QSharedDataPointer<Private> d;
 };

@@ -1,7 +1,7 @@
 #include "IMRoom.h"
 
 #include "IMJSONMapping_p.h"
-#include "IMStoredText_p.h"
+#include "IMRecordStorage_p.h"
 #include "IMUserDefaults.h"
 
 #include <mutex>
@@ -139,7 +139,7 @@ void IMRoom::setSender(const IMClientPtr &sender)
     senderShared.store(false, std::memory_order_relaxed);
 }
 
-IMRoomPtr IMStoredText::copyCached(const IMRoom &room)
+IMRoomPtr IMRecordStorage::copyCached(const IMRoom &room)
 {
     auto other = std::make_shared<IMRoom>();
     other->copyObjectFieldsFrom(room);

@@ -86,7 +86,7 @@ private:
     // shares the cache's (which no one changes) until it is first used (from any thread).
     mutable IMClientPtr senderRecord;
     mutable std::atomic<bool> senderShared{ false };
-    friend struct IMStoredText;
+    friend struct IMRecordStorage;
 };
 
 Q_DECLARE_METATYPE(IMRoomPtr)

@@ -9,7 +9,7 @@
 #include <vector>
 
 namespace {
-class StoreUserDefaults : public ::testing::Test
+class SettingsUserDefaults : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -23,14 +23,14 @@ protected:
 };
 } // namespace
 
-TEST_F(StoreUserDefaults, KeysArePrefixedPropertyNamesWithACapital)
+TEST_F(SettingsUserDefaults, KeysArePrefixedPropertyNamesWithACapital)
 {
     // The properties' own keys are checked in the file below; these are the edge cases.
     for (const auto &[name, key] : { std::pair{ "token", "OruChatToken" }, { "Already", "OruChatAlready" }, { "", "OruChat" } })
         EXPECT_EQ(IMUserDefaults::transformKey(name), key);
 }
 
-TEST_F(StoreUserDefaults, PropertiesLandUnderTheirKeysOnWrite)
+TEST_F(SettingsUserDefaults, PropertiesLandUnderTheirKeysOnWrite)
 {
     defaults()->setClientID("me");
     defaults()->setToken("t0k");
@@ -50,7 +50,7 @@ TEST_F(StoreUserDefaults, PropertiesLandUnderTheirKeysOnWrite)
     EXPECT_EQ(file.allKeys().size(), 6);
 }
 
-TEST_F(StoreUserDefaults, ValuesSurviveSwitchingFilesAndClearing)
+TEST_F(SettingsUserDefaults, ValuesSurviveSwitchingFilesAndClearing)
 {
     EXPECT_TRUE(defaults()->clientID().isNull());
     EXPECT_FALSE(defaults()->firstTimeLaunch());
@@ -79,7 +79,7 @@ TEST_F(StoreUserDefaults, ValuesSurviveSwitchingFilesAndClearing)
     EXPECT_FALSE(QSettings(path, QSettings::IniFormat).contains("OruChatToken"));
 }
 
-TEST_F(StoreUserDefaults, ConcurrentReadersAndWritersKeepEveryRecord)
+TEST_F(SettingsUserDefaults, ConcurrentReadersAndWritersKeepEveryRecord)
 {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
