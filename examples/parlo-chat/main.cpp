@@ -241,7 +241,7 @@ int main(int argc, char **argv)
     auto signedIn = std::make_shared<bool>(false);
     IMNotificationCenter::defaultCenter()->addObserver(kParloDidChangeConnectStatus, [&, signedIn](const IMNotification &n) {
         const int status = n.userInfo.value(QStringLiteral("status")).toInt();
-        if (status == 0 && !*signedIn) {
+        if (status == ParloConnectStatusConnected && !*signedIn) {
             *signedIn = true;
             signIn(clientID, name, &window);
         } else if (status != 0) {

@@ -53,7 +53,7 @@ void IMChatButton::set()
             const int status = n.userInfo.value(QStringLiteral("status")).toInt();
             onMain([status](IMChatButton *b) {
                 if (b->m_disableWhenDisconnect)
-                    b->setEnabled(status == 0);
+                    b->setEnabled(status == ParloConnectStatusConnected);
             });
         });
         m_tokens << center->addObserver(kParloDidChatIn, [onMain](const IMNotification &n) {

@@ -246,7 +246,7 @@ void IMMessageViewController::moveInputBar(qreal keyboardTop, qreal keyboardHeig
 
 void IMMessageViewController::ParloDidChatIn()
 {
-    if (Parlo::shareInstance()->connectStatus() != 0)
+    if (Parlo::shareInstance()->connectStatus() != ParloConnectStatusConnected)
         return;
     setRoom(m_room);
     QPointer<IMMessageViewController> self(this);

@@ -124,7 +124,7 @@ void IMMessageViewController::sendMessageBtnPressed()
         editingIndex = -1;
         if (const IMMessagePtr message = m_dataSource.value(row)) {
             message->setMessage(text);
-            message->setSendingType(0);
+            message->setSendingType(IMMessageSendingTypeSettled);
             IMMessageUpdate(message);
             redrawRow(row);
         }
@@ -274,7 +274,7 @@ void IMMessageViewController::didChooseEditMessage(const IMMessagePtr &message, 
 {
     if (!message || !inputTextView)
         return;
-    message->setSendingType(3);
+    message->setSendingType(IMMessageSendingTypeEdited);
     redrawRow(indexPath.row);
     inputTextView->setText(message->message());
     inputTextView->setFocus();
@@ -289,7 +289,7 @@ void IMMessageViewController::cancelBtnPressed()
     if (editingIndex == -1)
         return;
     if (const IMMessagePtr message = m_dataSource.value(editingIndex)) {
-        message->setSendingType(0);
+        message->setSendingType(IMMessageSendingTypeSettled);
         redrawRow(editingIndex);
     }
     inputTextView->setText(QStringLiteral(""));

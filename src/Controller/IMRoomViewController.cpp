@@ -77,7 +77,7 @@ void IMRoomViewController::viewWillAppear(bool animated)
 
 void IMRoomViewController::ParloDidChatIn()
 {
-    if (Parlo::shareInstance()->connectStatus() != 0)
+    if (Parlo::shareInstance()->connectStatus() != ParloConnectStatusConnected)
         return;
     QPointer<IMRoomViewController> self(this);
     Parlo::shareInstance()->roomListKeepUpdateingToNewestComplete([self](const IMError &, const QList<IMRoomPtr> &rooms) {

@@ -120,7 +120,7 @@ void Session::ParloDidChangeConnectStatus(int status, const QString &message)
 {
     if (m_watching)
         m_printer.result(statusEvent(status, message));
-    if (status == 0) {
+    if (status == ParloConnectStatusConnected) {
         if (!m_everConnected) {
             m_everConnected = true;
             m_connectDeadline.stop();
@@ -131,7 +131,7 @@ void Session::ParloDidChangeConnectStatus(int status, const QString &message)
         }
         return;
     }
-    if (status == 1 && m_ready && message == QLatin1String("io server disconnect")) {
+    if (status == ParloConnectStatusDisconnected && m_ready && message == QLatin1String("io server disconnect")) {
         // The socket does not come back by itself when the server ended the connection: ask it
         // to, after the delays it uses for a dropped one (1 s, doubling, at most 5 s).
         const int delayMs = int(qMin<qint64>(qint64(1000) << qMin(m_serverDrops++, 3), 5000));
@@ -141,7 +141,7 @@ void Session::ParloDidChangeConnectStatus(int status, const QString &message)
         });
         return;
     }
-    if (status == 2 && !m_everConnected && ++m_connectErrors >= 3)
+    if (status == ParloConnectStatusError && !m_everConnected && ++m_connectErrors >= 3)
         finish(ExitUnreachable, QStringLiteral("cannot reach the server at %1 (%2)").arg(m_options.url, message));
 }
 
@@ -164,8 +164,8 @@ void Session::signUpThenChatIn(const QString &clientID, const QString &name)
     m_parlo->signWithClient(
         client, [this](const IMClientPtr &) { chatIn(false); },
         [this](const IMError &error) {
-            finish(exitCodeFor(error, m_parlo->connectStatus() == 0),
-                   QStringLiteral("sign-up failed: %1").arg(describeError(error, m_parlo->connectStatus() == 0)));
+            finish(exitCodeFor(error, m_parlo->connectStatus() == ParloConnectStatusConnected),
+                   QStringLiteral("sign-up failed: %1").arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
         });
 }
 
@@ -196,8 +196,8 @@ void Session::chatIn(bool mayRepair)
                 signUpThenChatIn(stored, m_options.name.isEmpty() ? name : m_options.name);
                 return;
             }
-            finish(exitCodeFor(error, m_parlo->connectStatus() == 0),
-                   QStringLiteral("chat-in failed: %1").arg(describeError(error, m_parlo->connectStatus() == 0)));
+            finish(exitCodeFor(error, m_parlo->connectStatus() == ParloConnectStatusConnected),
+                   QStringLiteral("chat-in failed: %1").arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
         });
 }
 
@@ -246,7 +246,7 @@ void Session::ready()
 
 void Session::fail(const Done &done, const IMError &error, const QString &what)
 {
-    const bool connected = m_parlo->connectStatus() == 0;
+    const bool connected = m_parlo->connectStatus() == ParloConnectStatusConnected;
     const int code = exitCodeFor(error, connected);
     m_printer.error(code, QStringLiteral("%1: %2").arg(what, describeError(error, connected)));
     done(code);

@@ -130,7 +130,7 @@ PARLO_SCREENSHOT({"composing-editing", [] {
     return conversation(false, [](IMMessageViewController *screen) {
         const int row = lastRowOfType(screen, QStringLiteral("text"), true);
         for (const IMMessagePtr &m : screen->dataSource())
-            m->setSendingType(0);
+            m->setSendingType(IMMessageSendingTypeSettled);
         screen->tableview()->reloadData();
         screen->didChooseEditMessage(screen->dataSource()[row], IMIndexPath::indexPathForRow(row));
     });
