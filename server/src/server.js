@@ -290,7 +290,8 @@ async function createServer(options = {}) {
   const service = new ChatService({ store, hub, apiKey: opts.apiKey, clientKey: opts.clientKey, identity, agents: opts.agents });
 
   io.on('connection', (socket) => {
-    const conn = { socket, clientID: null, token: null };
+    // A socket's requests are handled one after the other, in the order they came.
+    const conn = { socket, clientID: null, token: null, queue: Promise.resolve() };
     socket.data.conn = conn;
     // Every acknowledged event gets an answer, those that name no request method included.
     socket.onAny((event, ...args) => {
@@ -312,7 +313,10 @@ async function createServer(options = {}) {
         }
         if (!nestedWithin(env, MAX_DEPTH)) return answer({ statusCode: 400, body: TOO_DEEP });
         // The service answers once the changes it reports are committed.
-        const run = () => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn });
+        const run = () => {
+          conn.queue = conn.queue.then(() => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn }));
+          return conn.queue;
+        };
         const rule = faults.match(method, env.url);
         if (!rule || rule.action === 'truncate') return run().then(answer); // nothing to cut in an acknowledgement
         if (rule.action === 'status') return later(rule.ms, () => answer({ statusCode: rule.status, body: rule.body }));

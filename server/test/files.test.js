@@ -66,11 +66,11 @@ describe('files', () => {
   test('device tokens register over HTTP and chat-out forgets the one it names', async () => {
     const post = (u, body) => fetch(`${server.url}/client/setDeviceToken/`, { method: 'POST', headers: auth(u), body, signal: signal() });
     assert.equal((await post(a, JSON.stringify({ type: 'ios', token: 'abcdef0123' }))).status, 200);
-    assert.deepEqual(server.store.clients.get('fa').deviceTokens, [{ type: 'ios', token: 'abcdef0123' }]);
+    assert.deepEqual((await server.store.transaction((tx) => tx.client('fa'))).deviceTokens, [{ type: 'ios', token: 'abcdef0123' }]);
     assert.equal((await post(a, '{not json')).status, 400);
     assert.equal((await post({ ...a, token: 'x' }, JSON.stringify({ token: 't' }))).status, 401);
     assert.equal((await post(a, JSON.stringify({ token: 'x'.repeat(70000) }))).status, 413);
     await a.ok('post', '/client/chatout/', { token: 'abcdef0123' });
-    assert.deepEqual(server.store.clients.get('fa').deviceTokens, []);
+    assert.deepEqual((await server.store.transaction((tx) => tx.client('fa'))).deviceTokens, []);
   });
 });

@@ -24,8 +24,28 @@ async function user(url, clientID, profile = {}, sockets = []) {
   return Object.assign(c, { clientID, token: body.token, id: body.id });
 }
 
+/**
+ * With PARLO_TEST_DB=postgres://... the servers that keep no data folder run on a fresh database
+ * there each (the cluster store), so that the same tests check both stores.
+ */
+async function freshDatabase() {
+  const base = process.env.PARLO_TEST_DB;
+  if (!base) return null;
+  const { Client } = require('pg');
+  const name = `parlo_test_${process.pid}_${(freshDatabase.n = (freshDatabase.n || 0) + 1)}`;
+  const c = new Client({ connectionString: base });
+  await c.connect();
+  await c.query(`DROP DATABASE IF EXISTS ${name}`);
+  await c.query(`CREATE DATABASE ${name}`);
+  await c.end();
+  const url = new URL(base);
+  url.pathname = `/${name}`;
+  return url.toString();
+}
+
 async function startServer(extra = {}) {
-  const server = await createServer({ port: 0, ...KEYS, ...extra });
+  const db = extra.dataDir ? null : await freshDatabase();
+  const server = await createServer({ port: 0, ...KEYS, ...(db && { db }), ...extra });
   const sockets = [];
   server.connect = () => connect(server.url, sockets);
   server.user = (clientID, profile) => user(server.url, clientID, profile, sockets);

@@ -30,7 +30,7 @@ describe('strict mode', () => {
     ]) {
       assert.equal((await signUp(c, 's-a', token)).statusCode, status, String(token).slice(0, 20));
     }
-    assert.equal(server.store.client('s-a'), null, 'a refused sign-up adds nobody');
+    assert.equal(await server.store.transaction((tx) => tx.client('s-a')), null, 'a refused sign-up adds nobody');
     const ok = await signUp(c, 's-a', await identity('s-a'));
     assert.equal(ok.statusCode, 200);
     assert.match(ok.body.token, /^[0-9a-f]{48}$/);
