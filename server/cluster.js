@@ -80,6 +80,7 @@ async function startCluster({ nodes = 3, apiKey = 'parlo-dev-api-key', clientKey
     const child = spawn(file, args, { stdio: ['ignore', 'pipe', quiet ? 'pipe' : 'inherit'], ...opts });
     children.add(child);
     child.once('exit', () => children.delete(child));
+    fs.appendFileSync(path.join(dir, 'pids'), `${child.pid}\n`);
     if (quiet) child.stderr.on('data', () => {});
     return child;
   };
@@ -105,6 +106,11 @@ async function startCluster({ nodes = 3, apiKey = 'parlo-dev-api-key', clientKey
     fs.rmSync(dir, { recursive: true, force: true });
   };
   process.once('exit', onExit);
+  // A watchdog for when this process is killed outright: it then ends what was started and
+  // removes the folder.
+  spawn('sh', ['-c', `while kill -0 ${process.pid} 2>/dev/null; do sleep 1; done; `
+    + `[ -d "$0" ] && kill -9 $(cat "$0/pids" 2>/dev/null) 2>/dev/null; sleep 1; rm -rf "$0"`, dir],
+  { detached: true, stdio: 'ignore' }).unref();
 
   try {
     // PostgreSQL refuses to run as root: the folder then belongs to "postgres", who runs it.
