@@ -114,6 +114,10 @@ class PgStore {
 class PgTx {
   constructor(c) {
     this.c = c;
+    // What this request already read or wrote, read once: a push to every member of a room
+    // shows the same clients and the same latest message many times over.
+    this.clientsSeen = new Map();
+    this.messagesSeen = new Map();
   }
 
   async rows(text, params) {
@@ -132,7 +136,10 @@ class PgTx {
 
   async client(clientID, { lock = false } = {}) {
     if (lock) await this.c.query('SELECT pg_advisory_xact_lock(hashtext($1))', [clientID]);
-    return this.body('SELECT body FROM clients WHERE clientid = $1', [clientID]);
+    if (lock || !this.clientsSeen.has(clientID)) {
+      this.clientsSeen.set(clientID, await this.body('SELECT body FROM clients WHERE clientid = $1', [clientID]));
+    }
+    return this.clientsSeen.get(clientID);
   }
 
   clientById(id) {
@@ -146,6 +153,7 @@ class PgTx {
   async saveClient(c) {
     await this.c.query(`INSERT INTO clients (clientid, id, body) VALUES ($1, $2, $3)
       ON CONFLICT (clientid) DO UPDATE SET body = EXCLUDED.body`, [c.clientID, c.id, JSON.stringify(c)]);
+    this.clientsSeen.set(c.clientID, c);
   }
 
   // ---- rooms ----
@@ -211,16 +219,19 @@ class PgTx {
     const r = messageRow(m);
     await this.c.query(`INSERT INTO messages (seq, id, room, sender, idfromsender, messagetype, createdat, body)
       VALUES ($1, $2, $3, $4, $5, $6, $7, $8)`, [r.seq, r.id, r.room, r.sender, r.idFromSender, r.messageType, r.createdAt, r.body]);
+    this.messagesSeen.set(m.id, m);
     await this.saveRoom(room);
   }
 
   async saveMessage(m) {
     const r = messageRow(m);
     await this.c.query('UPDATE messages SET messagetype = $1, body = $2 WHERE id = $3', [r.messageType, r.body, r.id]);
+    this.messagesSeen.set(m.id, m);
   }
 
-  message(id) {
-    return this.body('SELECT body FROM messages WHERE id = $1', [id]);
+  async message(id) {
+    if (!this.messagesSeen.has(id)) this.messagesSeen.set(id, await this.body('SELECT body FROM messages WHERE id = $1', [id]));
+    return this.messagesSeen.get(id);
   }
 
   latestOf(room) {
