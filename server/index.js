@@ -1,7 +1,8 @@
 #!/usr/bin/env node
 'use strict';
-// Command line: node server/index.js --port N --api-key K --client-key C [--data DIR] [--host H]
-//   [--test-control] [--max-upload BYTES]
+// Command line: node server/index.js --port N --api-key K --client-key C [--data DIR | --db URL]
+//   [--host H] [--test-control] [--max-upload BYTES] [--agents ID,ID] [--strict --identity-secret S]
+// The identity secret may come from PARLO_IDENTITY_SECRET instead (a command line is public).
 // Prints "parlo-server listening on http://HOST:PORT" once it accepts connections.
 const { createServer } = require('./src/server');
 
@@ -9,12 +10,13 @@ const DEFAULTS = { port: 3000, host: '127.0.0.1', apiKey: 'parlo-dev-api-key', c
 
 function usage(msg) {
   if (msg) console.error(`parlo-server: ${msg}`);
-  console.error('usage: node server/index.js [--port N] [--host H] [--api-key K] [--client-key C] [--data DIR] [--test-control] [--max-upload BYTES]');
+  console.error('usage: node server/index.js [--port N] [--host H] [--api-key K] [--client-key C] [--data DIR | --db postgres://...]\n'
+    + '         [--test-control] [--max-upload BYTES] [--agents ID,ID...] [--strict [--identity-secret S]]');
   process.exit(2);
 }
 
 function parseArgs(argv) {
-  const opts = { ...DEFAULTS, dataDir: null, testControl: false };
+  const opts = { ...DEFAULTS, dataDir: null, testControl: false, identitySecret: process.env.PARLO_IDENTITY_SECRET || null };
   const explicit = new Set();
   for (let i = 0; i < argv.length; i++) {
     const arg = argv[i];
@@ -36,7 +38,11 @@ function parseArgs(argv) {
       case '--api-key': opts.apiKey = value(); explicit.add('apiKey'); break;
       case '--client-key': opts.clientKey = value(); explicit.add('clientKey'); break;
       case '--data': opts.dataDir = value(); break;
+      case '--db': opts.db = value(); break;
       case '--test-control': opts.testControl = true; break;
+      case '--agents': opts.agents = value().split(',').filter(Boolean); break;
+      case '--strict': opts.strict = true; break;
+      case '--identity-secret': opts.identitySecret = value(); break;
       case '--max-upload': {
         const v = value();
         if (!/^\d+$/.test(v)) usage(`invalid size ${v}`);
@@ -52,11 +58,15 @@ function parseArgs(argv) {
 
 async function main() {
   const { opts, explicit } = parseArgs(process.argv.slice(2));
+  if (opts.db && opts.dataDir) usage('--data and --db exclude each other');
+  if (opts.strict && !opts.identitySecret) usage('--strict needs --identity-secret (or PARLO_IDENTITY_SECRET)');
   const server = await createServer(opts);
   if (!explicit.has('apiKey') || !explicit.has('clientKey')) {
     console.log(`parlo-server: development keys: apiKey=${opts.apiKey} clientKey=${opts.clientKey}`);
   }
   if (opts.dataDir) console.log(`parlo-server: data folder ${opts.dataDir}`);
+  if (opts.db) console.log(`parlo-server: cluster node on ${opts.db.replace(/\/\/[^@/]*@/, '//')}`);
+  if (opts.strict) console.log('parlo-server: strict mode: sign-up needs an identity token');
   if (opts.testControl) console.log('parlo-server: test control enabled under /__control/');
   console.log(`parlo-server listening on ${server.url}`);
   let stopping = false;

@@ -1,9 +1,11 @@
 'use strict';
 // The chat service: every virtual request ("get", "post", "put", "delete" with a url, headers and
 // data) is routed here, whether it came over the socket or, for the few plain-HTTP routes, over
-// HTTP. Handlers return the answer body or throw an HttpError; pushes go through the hub.
+// HTTP. A request runs in one store transaction: the handler reads and writes through `ctx.tx`,
+// returns the answer body or throws an HttpError, and queues its pushes in `ctx`; the pushes go
+// out once the transaction is committed, and not at all when it fails.
 const {
-  newId, newToken, fail, isPlainObject, isoNow, parseDate, intParam, truthy, splitUrl,
+  newId, newToken, fail, isPlainObject, isoNow, parseDate, intParam, truthy, splitUrl, shown, comparable, dict,
 } = require('./util');
 
 const MESSAGE_TYPES = new Set(['text', 'image', 'audio', 'video', 'GEO', 'sticker', 'other', 'delete']);
@@ -28,11 +30,17 @@ const obj = (v, what) => {
 };
 
 class ChatService {
-  constructor({ store, hub, apiKey, clientKey }) {
+  /**
+   * `identity` (strict mode): async (token) => claims of a valid identity token, or throws.
+   * `agents`: the client ids that may take rooms asking for an agent.
+   */
+  constructor({ store, hub, apiKey, clientKey, identity = null, agents = [] }) {
     this.store = store;
     this.hub = hub;
     this.apiKey = apiKey;
     this.clientKey = clientKey;
+    this.identity = identity;
+    this.agents = new Set(agents);
     this.routes = [];
     const r = (method, pattern, handler, auth = 'client') => this.routes.push({ method, pattern, handler, auth });
     r('post', /^\/client$/, this.signUp, 'keys');
@@ -40,7 +48,7 @@ class ChatService {
     r('post', /^\/client\/chatin$/, this.chatIn);
     r('post', /^\/client\/chatout$/, this.chatOut);
     r('post', /^\/badge$/, this.badge);
-    r('post', /^\/badge\/total$/, this.badgeTotal);
+    r('post', /^\/badge\/total$/, this.badge);
     r('get', /^\/(Room|Message|Client|File)$/, this.classQuery);
     r('post', /^\/room$/, this.createRoom);
     r('get', /^\/room\/createAndJoinWithClient\/([^/]+)$/, this.createAndJoin);
@@ -59,14 +67,14 @@ class ChatService {
     r('get', /^\/files\/([^/]+)$/, this.fileBytes);
   }
 
-  // ---- entry point -------------------------------------------------------------------------
+  // ---- entry points ------------------------------------------------------------------------
 
   /**
    * Handles one virtual request. `req` = { method, url, headers, data, conn }, where `conn` is the
-   * socket's session ({ clientID } once a request on it proved its token) or null for HTTP.
-   * Returns { statusCode, body }; never throws.
+   * socket's session ({ socket, clientID } once a request on it proved its token) or null for HTTP.
+   * Resolves to { statusCode, body }; never rejects.
    */
-  handle(req) {
+  async handle(req) {
     try {
       const { path, params } = splitUrl(req.url);
       const norm = path.length > 1 ? path.replace(/\/+$/, '') : path;
@@ -77,26 +85,56 @@ class ChatService {
         allowed = true;
         if (route.method !== req.method) continue;
         const ctx = { ...req, path: norm, params, args: m.slice(1).map(safeDecode) };
-        this.authenticate(ctx, route.auth);
-        const body = route.handler.call(this, ctx);
+        const body = await this.run(ctx, route.auth, route.handler);
         return { statusCode: 200, body: body === undefined ? {} : body };
       }
       throw fail(404, allowed ? `no ${req.method} route for ${norm}` : `no route for ${norm}`);
     } catch (e) {
-      if (e && typeof e.status === 'number') return { statusCode: e.status, body: e.message };
-      console.error('parlo-server: internal error:', e);
-      return { statusCode: 500, body: 'internal error' };
+      return failure(e);
+    }
+  }
+
+  /**
+   * Runs `handler(ctx)` for a request with `headers` (or none, on a signed-in socket) at an auth
+   * level: "keys" (the application keys) or "client" (also the client's token). In strict mode
+   * sign-up (and, with `identity`, other routes) also needs an identity token for that client.
+   * Resolves to the answer body once it is committed and its pushes are out.
+   */
+  async run(ctx, level, handler, { identity = level === 'keys' } = {}) {
+    if (identity && this.identity) ctx.identityClaims = await this.verifyIdentity(ctx.headers);
+    const body = await this.store.transaction(async (tx) => {
+      ctx.tx = tx;
+      ctx.pushes = [];
+      await this.authenticate(ctx, level);
+      if (ctx.client && ctx.identityClaims && ctx.identityClaims.sub !== ctx.client.clientID) {
+        throw fail(403, 'the identity token is for another client');
+      }
+      return handler.call(this, ctx);
+    });
+    this.hub.send(ctx.pushes);
+    if (ctx.client && ctx.conn && !ctx.signedOut) this.hub.bind(ctx.conn, ctx.client);
+    return body;
+  }
+
+  /** Strict mode: the claims of the request's identity token, issued by the host's backend. */
+  async verifyIdentity(headers) {
+    const token = isPlainObject(headers) ? headers.identityToken : undefined;
+    if (typeof token !== 'string' || token === '') throw fail(401, 'an identity token is required');
+    try {
+      return await this.identity(token);
+    } catch (e) {
+      throw fail(401, `invalid identity token: ${e.code || 'unreadable'}`);
     }
   }
 
   /** Checks the application keys and, for `client` routes, the client's token. */
-  authenticate(ctx, level) {
+  async authenticate(ctx, level) {
     const h = ctx.headers;
     if (h === undefined || h === null) {
       // A request without headers is accepted on a socket that already proved who it is.
       if (level === 'client' && ctx.conn && ctx.conn.clientID) {
-        const client = this.store.clients.get(ctx.conn.clientID);
-        if (client) {
+        const client = await ctx.tx.client(ctx.conn.clientID);
+        if (client && client.token === ctx.conn.token) {
           ctx.client = client;
           return;
         }
@@ -105,11 +143,15 @@ class ChatService {
     }
     if (h.apiKey !== this.apiKey || h.clientKey !== this.clientKey) throw fail(401, 'invalid apiKey or clientKey');
     if (level !== 'client') return;
-    const client = typeof h.clientID === 'string' ? this.store.clients.get(h.clientID) : undefined;
+    const client = typeof h.clientID === 'string' ? await ctx.tx.client(h.clientID) : null;
     if (!client) throw fail(401, 'unknown clientID: sign up first');
     if (typeof h.token !== 'string' || h.token === '' || h.token !== client.token) throw fail(401, 'invalid token');
     ctx.client = client;
-    if (ctx.conn) this.hub.bind(ctx.conn, client.clientID);
+  }
+
+  /** Queues a push to every socket of a client but `except`; the payload is built only if someone may get it. */
+  async push(ctx, clientID, event, payloadFn, except) {
+    if (this.hub.reaches(clientID)) ctx.pushes.push({ clientID, event, payload: await payloadFn(), except });
   }
 
   // ---- records as clients see them --------------------------------------------------------------
@@ -122,42 +164,46 @@ class ChatService {
     };
   }
 
-  privateClient(c) {
-    const rooms = this.roomsOf(c.clientID);
+  async privateClient(tx, c) {
+    const rooms = await this.roomsOf(tx, c.clientID);
+    const views = [];
+    for (const r of rooms) views.push(await this.roomView(tx, r, c.clientID));
     return {
       ...this.publicClient(c),
       token: c.token, email: c.email, emailVerified: c.emailVerified, chatinAt: c.chatinAt, data: c.data,
       roomIDs: rooms.map((r) => r.id),
-      room: rooms.map((r) => this.roomView(r, c.clientID)),
-      totalBadge: this.totalBadge(c.clientID),
+      room: views,
+      totalBadge: badgeSum(rooms, c.clientID),
     };
   }
 
-  clientRef(clientID) {
-    return this.publicClient(this.store.clients.get(clientID)) || { clientID };
+  async clientRef(tx, clientID) {
+    return this.publicClient(await tx.client(clientID)) || { clientID };
   }
 
-  messageView(m, room) {
+  async messageView(tx, m, room) {
     return {
       id: m.id, className: 'Message', createdAt: m.createdAt, updatedAt: m.updatedAt,
       message: m.message, messageType: m.messageType, idFromSender: m.idFromSender,
       room: room || { id: m.room, className: 'Room' },
-      sender: this.clientRef(m.sender), option: m.option, data: m.data,
+      sender: await this.clientRef(tx, m.sender), option: m.option, data: m.data,
     };
   }
 
   /** A room for one member: its own unread count as "badge" and the latest message first. */
-  roomView(r, viewer, { withContent = true } = {}) {
-    const latest = this.store.latestOf(r);
+  async roomView(tx, r, viewer, { withContent = true } = {}) {
+    const latest = withContent ? await tx.latestOf(r) : null;
+    const client = [];
+    for (const id of r.members) client.push(await this.clientRef(tx, id));
     return {
       id: r.id, className: 'Room', createdAt: r.createdAt, updatedAt: r.updatedAt,
       name: r.name, thumbnail: r.thumbnail, isPublic: r.isPublic,
-      client: r.members.map((id) => this.clientRef(id)),
-      message: withContent && latest ? [this.messageView(latest)] : [],
+      client,
+      message: latest ? [await this.messageView(tx, latest)] : [],
       archivedBy: [...r.archivedBy],
       readTime: withContent ? { ...r.readTime } : {},
       lastMessageTime: r.lastMessageTime,
-      sender: withContent && latest ? this.clientRef(latest.sender) : undefined,
+      sender: latest ? await this.clientRef(tx, latest.sender) : undefined,
       badge: (viewer && r.unread[viewer]) || 0,
       agent: r.agent || undefined,
       data: r.data,
@@ -175,83 +221,87 @@ class ChatService {
   // ---- lookups ----------------------------------------------------------------------------------
 
   /** The client's rooms, newest last message first. */
-  roomsOf(clientID) {
-    return this.store.roomsOfMember(clientID).sort(newestFirst);
+  async roomsOf(tx, clientID) {
+    return (await tx.roomsOfMember(clientID)).sort(newestFirst);
   }
 
-  totalBadge(clientID) {
-    let total = 0;
-    for (const r of this.store.roomsOfMember(clientID)) total += r.unread[clientID] || 0;
-    return total;
+  async totalBadge(tx, clientID) {
+    return badgeSum(await tx.roomsOfMember(clientID), clientID);
   }
 
-  roomFor(ctx, id) {
-    const room = this.store.rooms.get(id);
-    if (!room) throw fail(404, `room not found: ${id}`);
+  /** The room if the client is a member (locked for the request's changes when `lock`). */
+  async roomFor(ctx, id, lock = false) {
+    const room = await ctx.tx.room(id, { lock });
+    if (!room) throw fail(404, `room not found: ${shown(id)}`);
     if (!room.members.includes(ctx.client.clientID)) throw fail(403, 'not a member of this room');
     return room;
   }
 
   /** The client by clientID or by its server id. */
-  findClient(key) {
-    const byClientID = this.store.clients.get(key);
-    if (byClientID) return byClientID;
-    for (const c of this.store.clients.values()) if (c.id === key) return c;
-    return null;
+  async findClient(tx, key) {
+    return (await tx.client(key)) || tx.clientById(key);
   }
 
-  canReadFile(f, clientID) {
+  async canReadFile(tx, f, clientID) {
     if (f.isPublic) return true;
     if (!clientID) return false;
     if (f.owner === clientID) return true;
-    const room = f.room ? this.store.rooms.get(f.room) : null;
+    const room = f.room ? await tx.room(f.room) : null;
     return !!room && room.members.includes(clientID);
   }
 
   // ---- session and account -----------------------------------------------------------------------
 
-  signUp(ctx) {
+  async signUp(ctx) {
     const d = ctx.data;
     if (!isPlainObject(d)) throw fail(400, 'the client record is missing');
     const clientID = str(d.clientID, 'clientID', MAX_ID);
     if (!clientID) throw fail(400, 'clientID is required');
-    const now = isoNow();
-    let c = this.store.clients.get(clientID);
-    if (!c) {
-      c = { id: newId(), clientID, token: newToken(), createdAt: now, deviceTokens: [] };
-      this.store.clients.set(clientID, c);
-    }
+    if (ctx.identityClaims && ctx.identityClaims.sub !== clientID) throw fail(403, 'the identity token is for another client');
+    // Everything is checked before anything changes: a refused sign-up leaves no trace.
+    const changes = {};
     for (const key of ['username', 'email', 'photo', 'emailVerified']) {
       const v = str(d[key], key);
-      if (v !== undefined) c[key] = v;
+      if (v !== undefined) changes[key] = v;
     }
     const data = obj(d.data, 'data');
-    if (data) c.data = data;
-    c.updatedAt = now;
-    this.store.saveClient(c);
-    if (ctx.conn) this.hub.bind(ctx.conn, clientID);
-    return this.privateClient(c);
+    if (data) changes.data = data;
+    const now = isoNow();
+    const c = (await ctx.tx.client(clientID, { lock: true }))
+      || { id: newId(), clientID, token: newToken(), createdAt: now, deviceTokens: [] };
+    Object.assign(c, changes, { updatedAt: now });
+    await ctx.tx.saveClient(c);
+    ctx.client = c;
+    return this.privateClient(ctx.tx, c);
   }
 
-  chatIn(ctx) {
+  async chatIn(ctx) {
     const c = ctx.client;
     c.chatinAt = isoNow();
-    this.store.saveClient(c);
-    return this.privateClient(c);
+    await ctx.tx.saveClient(c);
+    return this.privateClient(ctx.tx, c);
   }
 
-  chatOut(ctx) {
+  /**
+   * Chat-out: forgets the device token, ends the client's cookie sessions and, in strict mode,
+   * its token; the socket stops receiving the client's pushes.
+   */
+  async chatOut(ctx) {
     const c = ctx.client;
     const deviceToken = isPlainObject(ctx.data) ? ctx.data.token : undefined;
     if (typeof deviceToken === 'string' && deviceToken !== '') {
       c.deviceTokens = (c.deviceTokens || []).filter((t) => t.token !== deviceToken);
-      this.store.saveClient(c);
     }
-    if (ctx.conn) this.hub.unbind(ctx.conn);
+    if (this.identity) c.token = newToken(); // the sockets that proved the old one no longer count
+    await ctx.tx.saveClient(c);
+    await ctx.tx.deleteSessionsOf(c.clientID);
+    ctx.signedOut = true;
+    if (this.identity) this.hub.releaseAll(c.clientID);
+    else if (ctx.conn) this.hub.unbind(ctx.conn);
     return { clientID: c.clientID, chatoutAt: isoNow() };
   }
 
-  setDeviceToken(ctx) {
+  async setDeviceToken(ctx) {
     const d = ctx.data;
     if (!isPlainObject(d)) throw fail(400, 'a JSON body with "type" and "token" is required');
     const token = str(d.token, 'token');
@@ -260,47 +310,42 @@ class ChatService {
     const c = ctx.client;
     c.deviceTokens = (c.deviceTokens || []).filter((t) => t.token !== token);
     c.deviceTokens.push({ type, token });
-    this.store.saveClient(c);
+    await ctx.tx.saveClient(c);
     return { type, token };
   }
 
-  badge(ctx) {
-    return { total: this.totalBadge(ctx.client.clientID) };
+  async badge(ctx) {
+    return { total: await this.totalBadge(ctx.tx, ctx.client.clientID) };
   }
 
-  badgeTotal(ctx) {
-    return { total: this.totalBadge(ctx.client.clientID) };
-  }
-
-  clientList(ctx) {
+  async clientList(ctx) {
     const offset = intParam(ctx.params, 'offset', 0);
     const limit = intParam(ctx.params, 'limit', MAX_PAGE, MAX_PAGE);
-    const all = [...this.store.clients.values()].sort((a, b) => (a.createdAt < b.createdAt ? 1 : -1));
+    const all = (await ctx.tx.allClients()).sort((a, b) => (a.createdAt < b.createdAt ? 1 : -1));
     return all.slice(offset, offset + limit).map((c) => this.publicClient(c));
   }
 
   /** "/Room/?offset=&limit=&sort=": the records of a class that the client may read. */
-  classQuery(ctx) {
+  async classQuery(ctx) {
+    const { tx } = ctx;
     const me = ctx.client.clientID;
     const offset = intParam(ctx.params, 'offset', 0);
     const limit = intParam(ctx.params, 'limit', DEFAULT_PAGE, MAX_PAGE);
-    let rows;
+    const { key, desc } = parseSort(ctx.params.get('sort'));
+    const rows = [];
     switch (ctx.args[0]) {
-      case 'Room': rows = this.roomsOf(me).map((r) => this.roomView(r, me)); break;
-      case 'Client': rows = [...this.store.clients.values()].map((c) => this.publicClient(c)); break;
+      case 'Room': for (const r of await this.roomsOf(tx, me)) rows.push(await this.roomView(tx, r, me)); break;
+      case 'Client': for (const c of await tx.allClients()) rows.push(this.publicClient(c)); break;
       case 'Message':
-        rows = [];
-        for (const r of this.roomsOf(me)) for (const m of this.store.messagesOf(r.id)) rows.push(this.messageView(m));
+        for (const r of await this.roomsOf(tx, me)) for (const m of await tx.messagesOf(r.id)) rows.push(await this.messageView(tx, m));
         break;
       case 'File':
-        rows = [...this.store.files.values()].filter((f) => this.canReadFile(f, me)).map((f) => this.fileView(f));
+        for (const f of await tx.allFiles()) if (await this.canReadFile(tx, f, me)) rows.push(this.fileView(f));
         break;
       default: throw fail(404, `unknown class ${ctx.args[0]}`);
     }
-    const { key, desc } = parseSort(ctx.params.get('sort'));
     rows.sort((a, b) => {
-      const x = a[key] ?? '';
-      const y = b[key] ?? '';
+      const [x, y] = [comparable(a[key]), comparable(b[key])];
       const c = x < y ? -1 : x > y ? 1 : 0;
       return desc ? -c : c;
     });
@@ -309,94 +354,96 @@ class ChatService {
 
   // ---- rooms ---------------------------------------------------------------------------------------
 
-  newRoom(d, creator, extraMembers) {
+  async newRoom(ctx, d, extraMembers) {
     const now = isoNow();
     const room = {
-      id: newId(), seq: this.store.nextSeq(), createdAt: now, updatedAt: now, lastMessageTime: now,
+      id: newId(), seq: await ctx.tx.nextSeq(), createdAt: now, updatedAt: now, lastMessageTime: now,
       name: str(d.name, 'name') || '', thumbnail: str(d.thumbnail, 'thumbnail'),
-      isPublic: truthy(d.isPublic), members: [creator], archivedBy: [], readTime: {}, unread: {},
+      isPublic: truthy(d.isPublic), members: [ctx.client.clientID], archivedBy: [], readTime: dict(), unread: dict(),
       lastMessageId: null, agent: null, data: obj(d.data, 'data'),
     };
     for (const id of extraMembers) if (!room.members.includes(id)) room.members.push(id);
     for (const id of room.members) room.unread[id] = 0;
-    this.store.addRoom(room);
+    await ctx.tx.saveRoom(room);
+    await this.pushJoined(ctx, room);
     return room;
   }
 
   /** Members named in a room body's "client" list (dictionaries with "clientID" or "id", or texts). */
-  invited(d) {
+  async invited(tx, d) {
     if (d.client === undefined || d.client === null) return [];
     if (!Array.isArray(d.client)) throw fail(400, 'client must be a list');
     if (d.client.length > 500) throw fail(413, 'too many clients');
-    return d.client.map((entry) => {
+    const ids = [];
+    for (const entry of d.client) {
       const key = isPlainObject(entry) ? entry.clientID ?? entry.id : entry;
-      const c = typeof key === 'string' ? this.findClient(key) : null;
-      if (!c) throw fail(404, `client not found: ${String(key).slice(0, 64)}`);
-      return c.clientID;
-    });
+      const c = typeof key === 'string' ? await this.findClient(tx, key) : null;
+      if (!c) throw fail(404, `client not found: ${shown(key)}`);
+      ids.push(c.clientID);
+    }
+    return ids;
   }
 
-  createRoom(ctx) {
+  async createRoom(ctx) {
     const d = isPlainObject(ctx.data) ? ctx.data : {};
-    const room = this.newRoom(d, ctx.client.clientID, this.invited(d));
-    this.pushJoined(room, ctx.conn);
-    return this.roomView(room, ctx.client.clientID);
+    const room = await this.newRoom(ctx, d, await this.invited(ctx.tx, d));
+    return this.roomView(ctx.tx, room, ctx.client.clientID);
   }
 
   /** A two-member room with another client; an existing one is reused unless "duplicate" or "forceCreate". */
-  createAndJoin(ctx) {
+  async createAndJoin(ctx) {
+    const { tx } = ctx;
     const me = ctx.client.clientID;
     const d = isPlainObject(ctx.data) ? ctx.data : {};
-    const other = this.findClient(ctx.args[0]);
-    if (!other) throw fail(404, `client not found: ${ctx.args[0]}`);
+    const other = await this.findClient(tx, ctx.args[0]);
+    if (!other) throw fail(404, `client not found: ${shown(ctx.args[0])}`);
     if (other.clientID === me) throw fail(400, 'cannot open a room with oneself');
     if (!truthy(d.duplicate) && !truthy(d.forceCreate)) {
-      const existing = this.roomsOf(me).find((r) => r.members.length === 2 && r.members.includes(other.clientID));
-      if (existing) return this.roomView(existing, me);
+      const existing = (await this.roomsOf(tx, me)).find((r) => r.members.length === 2 && r.members.includes(other.clientID));
+      if (existing) return this.roomView(tx, existing, me);
     }
-    const room = this.newRoom(d, me, [other.clientID]);
-    this.pushJoined(room, ctx.conn);
-    return this.roomView(room, me);
+    return this.roomView(tx, await this.newRoom(ctx, d, [other.clientID]), me);
   }
 
   /** Joins a public room (or answers the room to one of its members). */
-  joinRoom(ctx) {
+  async joinRoom(ctx) {
     const d = isPlainObject(ctx.data) ? ctx.data : {};
     const id = str(d.id, 'id', MAX_ID);
     if (!id) throw fail(400, 'room id is required');
-    const room = this.store.rooms.get(id);
+    const room = await ctx.tx.room(id, { lock: true });
     if (!room) throw fail(404, `room not found: ${id}`);
     const me = ctx.client.clientID;
     if (!room.members.includes(me)) {
       if (!room.isPublic) throw fail(403, 'this room is not public');
-      this.addMember(room, me, ctx.conn);
+      await this.addMember(ctx, room, me);
     }
-    return this.roomView(room, me);
+    return this.roomView(ctx.tx, room, me);
   }
 
-  /** A service agent takes a room that has no agent yet. */
-  agentJoin(ctx) {
-    const room = this.store.rooms.get(ctx.args[0]);
-    if (!room) throw fail(404, `room not found: ${ctx.args[0]}`);
+  /** An agent (a client id the server was given) takes a room that asked for one and has none yet. */
+  async agentJoin(ctx) {
+    const room = await ctx.tx.room(ctx.args[0], { lock: true });
+    if (!room) throw fail(404, `room not found: ${shown(ctx.args[0])}`);
     const me = ctx.client.clientID;
+    if (!this.agents.has(me)) throw fail(403, 'only agents take rooms this way');
+    if (!(isPlainObject(room.data) && truthy(room.data.needAgent))) throw fail(403, 'this room did not ask for an agent');
     if (room.agent && room.agent !== me) throw fail(403, 'this room already has an agent');
     room.agent = me;
-    if (!room.members.includes(me)) this.addMember(room, me, ctx.conn);
-    else this.store.saveRoom(room);
-    return this.roomView(room, me);
+    if (!room.members.includes(me)) await this.addMember(ctx, room, me);
+    else await ctx.tx.saveRoom(room);
+    return this.roomView(ctx.tx, room, me);
   }
 
-  addMember(room, clientID, conn) {
+  async addMember(ctx, room, clientID) {
     room.members.push(clientID);
-    this.store.indexMember(room, clientID);
     room.unread[clientID] = 0;
     room.updatedAt = isoNow();
-    this.store.saveRoom(room);
-    this.pushJoined(room, conn);
+    await ctx.tx.saveRoom(room);
+    await this.pushJoined(ctx, room);
   }
 
-  getRoom(ctx) {
-    return this.roomView(this.roomFor(ctx, ctx.args[0]), ctx.client.clientID);
+  async getRoom(ctx) {
+    return this.roomView(ctx.tx, await this.roomFor(ctx, ctx.args[0]), ctx.client.clientID);
   }
 
   /**
@@ -405,26 +452,33 @@ class ChatService {
    * "updatedAt ASC", so a client can walk forward page by page); filtered by the agent values
    * "county", "district", "status", "type" (0 or absent: any).
    */
-  roomList(ctx) {
+  async roomList(ctx) {
     const me = ctx.client.clientID;
     const p = ctx.params;
     const since = parseDate(p.get('lastMessageTime'), 'lastMessageTime');
-    let rooms = this.roomsOf(me).filter((r) => matchesAgentFilter(r, p));
+    const filter = agentFilter(p);
+    let rooms = (await this.roomsOf(ctx.tx, me)).filter(filter);
     if (since) rooms = rooms.filter((r) => r.lastMessageTime > since);
     if (p.has('sort')) {
       const { desc } = parseSort(p.get('sort'));
       rooms = rooms.sort(desc ? newestFirst : (a, b) => -newestFirst(a, b));
     }
-    return this.page(rooms, p).map((r) => this.roomView(r, me));
+    return this.views(ctx, this.page(rooms, p));
   }
 
   /** Rooms that asked for an agent (data.needAgent) and have none yet, newest first. */
-  needAgentList(ctx) {
-    const me = ctx.client.clientID;
-    const rooms = [...this.store.rooms.values()]
-      .filter((r) => !r.agent && r.data && truthy(r.data.needAgent) && matchesAgentFilter(r, ctx.params))
+  async needAgentList(ctx) {
+    const filter = agentFilter(ctx.params);
+    const rooms = (await ctx.tx.allRooms())
+      .filter((r) => !r.agent && isPlainObject(r.data) && truthy(r.data.needAgent) && filter(r))
       .sort(newestFirst);
-    return this.page(rooms, ctx.params).map((r) => this.roomView(r, me, { withContent: r.members.includes(me) }));
+    return this.views(ctx, this.page(rooms, ctx.params), (r) => r.members.includes(ctx.client.clientID));
+  }
+
+  async views(ctx, rooms, withContent = () => true) {
+    const out = [];
+    for (const r of rooms) out.push(await this.roomView(ctx.tx, r, ctx.client.clientID, { withContent: withContent(r) }));
+    return out;
   }
 
   page(list, p) {
@@ -434,31 +488,32 @@ class ChatService {
   }
 
   /** Archives the room for this client; a later message brings it back. */
-  archiveRoom(ctx) {
-    const room = this.roomFor(ctx, ctx.args[0]);
+  async archiveRoom(ctx) {
+    const room = await this.roomFor(ctx, ctx.args[0], true);
     const me = ctx.client.clientID;
     if (!room.archivedBy.includes(me)) room.archivedBy.push(me);
-    this.store.saveRoom(room);
-    this.hub.toClient(me, 'roomDidUpadte', () => this.roomView(room, me), ctx.conn);
-    return this.roomView(room, me);
+    await ctx.tx.saveRoom(room);
+    const view = await this.roomView(ctx.tx, room, me);
+    await this.push(ctx, me, 'roomDidUpadte', () => view, ctx.conn);
+    return view;
   }
 
   /** Records that the client read the room now: its unread count drops to 0. */
-  readReport(ctx) {
-    const room = this.roomFor(ctx, ctx.args[0]);
+  async readReport(ctx) {
+    const room = await this.roomFor(ctx, ctx.args[0], true);
     const me = ctx.client.clientID;
     room.readTime[me] = isoNow();
     room.unread[me] = 0;
-    this.store.saveRoom(room);
+    await ctx.tx.saveRoom(room);
     if (isPlainObject(ctx.data) && truthy(ctx.data.echo)) {
       const payload = { id: room.id, className: 'Room', readTime: { ...room.readTime }, lastMessageTime: room.lastMessageTime };
-      for (const member of room.members) this.hub.toClient(member, 'receive', () => payload, ctx.conn);
+      for (const member of room.members) await this.push(ctx, member, 'receive', () => payload, ctx.conn);
     }
-    return this.roomView(room, me);
+    return this.roomView(ctx.tx, room, me);
   }
 
-  pushJoined(room, except) {
-    for (const member of room.members) this.hub.toClient(member, 'joined', () => this.roomView(room, member), except);
+  async pushJoined(ctx, room) {
+    for (const member of room.members) await this.push(ctx, member, 'joined', () => this.roomView(ctx.tx, room, member), ctx.conn);
   }
 
   // ---- messages ------------------------------------------------------------------------------------
@@ -467,45 +522,50 @@ class ChatService {
    * A page of a room's history: the newest `limit` messages before `offset` (counted from the
    * newest) or before `pinDate`, oldest first.
    */
-  messagePage(ctx) {
+  async messagePage(ctx) {
     const p = ctx.params;
     const roomID = p.get('room');
     if (!roomID) throw fail(400, 'room is required');
-    const room = this.roomFor(ctx, roomID);
+    const room = await this.roomFor(ctx, roomID);
     const limit = intParam(p, 'limit', DEFAULT_PAGE, MAX_PAGE);
     const date = parseDate(p.get('pinDate'), 'pinDate');
     const offset = date ? 0 : intParam(p, 'offset', 0);
-    return this.store.newestMessages(room.id, { limit, offset, date }).map((m) => this.messageView(m));
+    const out = [];
+    for (const m of await ctx.tx.newestMessages(room.id, { limit, offset, date })) out.push(await this.messageView(ctx.tx, m));
+    return out;
   }
 
-  createMessage(ctx) {
+  async createMessage(ctx) {
+    const { tx } = ctx;
     const d = ctx.data;
     if (!isPlainObject(d)) throw fail(400, 'the message record is missing');
     const roomID = isPlainObject(d.room) ? d.room.id : d.room;
     if (typeof roomID !== 'string' || roomID === '') throw fail(400, 'room is required');
-    const room = this.roomFor(ctx, roomID);
-    const me = ctx.client.clientID;
     const messageType = d.messageType === undefined || d.messageType === null ? 'text' : d.messageType;
-    if (!MESSAGE_TYPES.has(messageType) || messageType === 'delete') throw fail(400, `invalid messageType: ${String(messageType).slice(0, 32)}`);
+    if (!MESSAGE_TYPES.has(messageType) || messageType === 'delete') throw fail(400, `invalid messageType: ${shown(messageType, 32)}`);
     let idFromSender = d.idFromSender;
     if (idFromSender !== undefined && idFromSender !== null) {
-      idFromSender = Number(idFromSender);
+      idFromSender = typeof idFromSender === 'number' || typeof idFromSender === 'string' ? Number(idFromSender) : NaN;
       if (!Number.isSafeInteger(idFromSender)) throw fail(400, 'idFromSender must be an integer');
     }
     const text = str(d.message, 'message', MAX_TEXT) ?? '';
-    const resent = idFromSender === undefined || idFromSender === null ? null : this.store.messagesWithSenderId(me, idFromSender)
+    const option = obj(d.option, 'option');
+    const data = obj(d.data, 'data');
+    // The room is locked first, so that a re-send racing its original sees it.
+    const room = await this.roomFor(ctx, roomID, true);
+    const me = ctx.client.clientID;
+    const resent = idFromSender === undefined || idFromSender === null ? null : (await tx.messagesWithSenderId(me, idFromSender))
       .find((m) => m.room === room.id && m.messageType === messageType && m.message === text);
     if (resent) {
       // A re-send after a lost acknowledgement: the others already have it; only the asking socket
       // may have missed its echo, which is what settles the message on the sending device.
-      if (ctx.conn) this.hub.emit(ctx.conn, 'message', this.messagePush(resent, room, me));
-      return this.messageView(resent);
+      if (ctx.conn) ctx.pushes.push({ conn: ctx.conn, event: 'message', payload: await this.messagePush(tx, resent, room, me) });
+      return this.messageView(tx, resent);
     }
     const now = isoNow();
     const m = {
-      id: newId(), seq: this.store.nextSeq(), room: room.id, sender: me, createdAt: now, updatedAt: now,
-      message: text, messageType, idFromSender: idFromSender ?? undefined,
-      option: obj(d.option, 'option'), data: obj(d.data, 'data'),
+      id: newId(), seq: await tx.nextSeq(), room: room.id, sender: me, createdAt: now, updatedAt: now,
+      message: text, messageType, idFromSender: idFromSender ?? undefined, option, data,
     };
     room.lastMessageId = m.id;
     room.lastMessageTime = now;
@@ -518,25 +578,25 @@ class ChatService {
     // The sender has read everything up to its own message.
     room.readTime[me] = now;
     room.unread[me] = 0;
-    this.store.addMessage(m, room);
-    for (const member of room.members) this.hub.toClient(member, 'message', () => this.messagePush(m, room, member));
-    return this.messageView(m);
+    await tx.addMessage(m, room);
+    for (const member of room.members) await this.push(ctx, member, 'message', () => this.messagePush(tx, m, room, member));
+    return this.messageView(tx, m);
   }
 
   /** The "message" push for one member: the room as that member sees it and its badge total. */
-  messagePush(m, room, member) {
-    return { ...this.messageView(m, this.roomView(room, member)), totalBadge: this.totalBadge(member) };
+  async messagePush(tx, m, room, member) {
+    return { ...(await this.messageView(tx, m, await this.roomView(tx, room, member))), totalBadge: await this.totalBadge(tx, member) };
   }
 
   /** Changes a message's text, type, option or data; type "delete" blanks it. Senders only. */
-  updateMessage(ctx) {
-    const m = this.store.message(ctx.args[0]);
-    if (!m) throw fail(404, `message not found: ${ctx.args[0]}`);
-    const room = this.roomFor(ctx, m.room);
+  async updateMessage(ctx) {
+    const m = await ctx.tx.message(ctx.args[0]);
+    if (!m) throw fail(404, `message not found: ${shown(ctx.args[0])}`);
+    const room = await this.roomFor(ctx, m.room);
     if (m.sender !== ctx.client.clientID) throw fail(403, 'only the sender may change a message');
     const d = isPlainObject(ctx.data) ? ctx.data : {};
     if (d.messageType !== undefined && d.messageType !== null) {
-      if (!MESSAGE_TYPES.has(d.messageType)) throw fail(400, `invalid messageType: ${String(d.messageType).slice(0, 32)}`);
+      if (!MESSAGE_TYPES.has(d.messageType)) throw fail(400, `invalid messageType: ${shown(d.messageType, 32)}`);
       if (m.messageType === 'delete' && d.messageType !== 'delete') throw fail(400, 'a deleted message stays deleted');
     }
     const text = str(d.message, 'message', MAX_TEXT);
@@ -548,9 +608,9 @@ class ChatService {
     if (data) m.data = data;
     if (m.messageType === 'delete') m.message = '';
     m.updatedAt = isoNow();
-    this.store.saveMessage(m);
-    const view = this.messageView(m);
-    for (const member of room.members) this.hub.toClient(member, 'didUpdateMessage', () => view);
+    await ctx.tx.saveMessage(m);
+    const view = await this.messageView(ctx.tx, m);
+    for (const member of room.members) await this.push(ctx, member, 'didUpdateMessage', () => view);
     return view;
   }
 
@@ -559,45 +619,57 @@ class ChatService {
   }
 
   /** Messages from others created after `lastSeenDate` and up to `messageDate` (either bound optional). */
-  unseenCount(ctx) {
+  async unseenCount(ctx) {
     const p = ctx.params;
     const roomID = p.get('room');
     if (!roomID) throw fail(400, 'room is required');
-    const room = this.roomFor(ctx, roomID);
+    const room = await this.roomFor(ctx, roomID);
     const upTo = parseDate(p.get('messageDate'), 'messageDate');
     const after = parseDate(p.get('lastSeenDate'), 'lastSeenDate');
-    return { count: this.store.unseenCount(room.id, ctx.client.clientID, after, upTo) };
+    return { count: await ctx.tx.unseenCount(room.id, ctx.client.clientID, after, upTo) };
   }
 
   // ---- files ---------------------------------------------------------------------------------------
 
-  fileBytes(ctx) {
-    const f = this.store.files.get(ctx.args[0]);
-    if (!f) throw fail(404, `file not found: ${ctx.args[0]}`);
-    if (!this.canReadFile(f, ctx.client.clientID)) throw fail(403, 'no access to this file');
-    const bytes = this.store.getFileBytes(f.fileName);
-    if (!bytes) throw fail(404, `file not found: ${ctx.args[0]}`);
-    return bytes;
+  /** The file's bytes if `clientID` (null: nobody signed in) may read it. */
+  async readFile(tx, name, clientID) {
+    const f = await tx.file(name);
+    if (!f) throw fail(404, `file not found: ${shown(name)}`);
+    if (!(await this.canReadFile(tx, f, clientID))) throw fail(clientID ? 403 : 401, clientID ? 'no access to this file' : 'chat in first');
+    const bytes = await tx.getFileBytes(f.fileName);
+    if (!bytes) throw fail(404, `file not found: ${shown(name)}`);
+    return { file: f, bytes };
+  }
+
+  async fileBytes(ctx) {
+    return (await this.readFile(ctx.tx, ctx.args[0], ctx.client.clientID)).bytes;
   }
 
   /** Stores an uploaded file under a name the server makes; answers the file record. */
-  addFile(client, { type, room, isPublic, bytes }) {
+  async addFile(ctx, { type, room, isPublic, bytes }) {
     const roomID = room || '';
-    if (roomID) {
-      const r = this.store.rooms.get(roomID);
-      if (!r) throw fail(404, `room not found: ${roomID}`);
-      if (!r.members.includes(client.clientID)) throw fail(403, 'not a member of this room');
-    }
+    if (roomID) await this.roomFor(ctx, roomID);
     const now = isoNow();
     const f = {
       id: newId(), fileName: `${newId(20)}${extensionOf(bytes)}`, type: type || 'other', size: bytes.length,
-      isPublic: truthy(isPublic), room: roomID, owner: client.clientID, createdAt: now, updatedAt: now,
+      isPublic: truthy(isPublic), room: roomID, owner: ctx.client.clientID, createdAt: now, updatedAt: now,
     };
-    this.store.putFileBytes(f.fileName, bytes);
-    this.store.saveFile(f);
-    this.store.files.set(f.fileName, f);
+    await ctx.tx.addFile(f, bytes);
     return this.fileView(f);
   }
+}
+
+/** The answer for a failed request: its HttpError, or 500 for anything unexpected. */
+function failure(e) {
+  if (e && typeof e.status === 'number') return { statusCode: e.status, body: e.message };
+  console.error('parlo-server: internal error:', e);
+  return { statusCode: 500, body: 'internal error' };
+}
+
+function badgeSum(rooms, clientID) {
+  let total = 0;
+  for (const r of rooms) total += r.unread[clientID] || 0;
+  return total;
 }
 
 function safeDecode(s) {
@@ -626,13 +698,10 @@ function parseSort(text) {
   return { key, desc };
 }
 
-function matchesAgentFilter(room, p) {
-  for (const key of ['county', 'district', 'status', 'type']) {
-    const want = intParam(p, key, 0);
-    if (!want) continue;
-    if (!room.data || Number(room.data[key]) !== want) return false;
-  }
-  return true;
+/** The rooms whose "data" has the query's "county", "district", "status", "type" (0 or absent: any). */
+function agentFilter(p) {
+  const wanted = ['county', 'district', 'status', 'type'].map((key) => [key, intParam(p, key, 0)]).filter(([, v]) => v);
+  return (room) => wanted.every(([key, v]) => isPlainObject(room.data) && Number(comparable(room.data[key])) === v);
 }
 
 function extensionOf(b) {
@@ -642,4 +711,4 @@ function extensionOf(b) {
   return '.bin';
 }
 
-module.exports = { ChatService };
+module.exports = { ChatService, failure };

@@ -6,11 +6,11 @@ const http = require('node:http');
 const crypto = require('node:crypto');
 const { Server: IOServer } = require('socket.io');
 const Busboy = require('busboy');
-const { Store } = require('./store');
+const { openStore } = require('./store');
 const { Hub } = require('./hub');
 const { Faults } = require('./faults');
-const { ChatService } = require('./api');
-const { isPlainObject, once, HttpError } = require('./util');
+const { ChatService, failure } = require('./api');
+const { isPlainObject, HttpError, nestedWithin, shown } = require('./util');
 
 const METHODS = ['get', 'post', 'put', 'delete'];
 
@@ -22,24 +22,31 @@ function decodeSegment(s) {
   }
 }
 const MAX_JSON = 64 * 1024;
+// Objects and arrays nest at most this deep in a request: deeper records could be stored but
+// not encoded again (the encoders recurse), so they are refused on the way in.
+const MAX_DEPTH = 32;
 const SESSION_COOKIE = 'parlo.sid';
 const SESSION_MS = 24 * 3600 * 1000;
 const CONTENT_TYPES = { '.png': 'image/png', '.jpg': 'image/jpeg', '.gif': 'image/gif' };
+const TOO_DEEP = 'the request is nested too deeply';
 
 /**
  * Starts a server. Options: port (0 for any free one), host ('127.0.0.1'), apiKey, clientKey,
- * dataDir (persist there; in memory only when absent), testControl (enable /__control/),
- * maxUploadBytes (10 MiB), quiet. Resolves to { port, url, close(), store, service, io }.
+ * dataDir (persist there; in memory only when absent), db ("postgres://..." to share the state
+ * with other nodes: cluster mode), testControl (enable /__control/), maxUploadBytes (10 MiB),
+ * agents (client ids that may take rooms asking for an agent), strict and identitySecret (sign-up
+ * and HTTP chat-in need an identity token signed with that secret; tokens end at chat-out).
+ * Resolves to { port, url, close(), store, service, io }.
  */
 async function createServer(options = {}) {
   const opts = {
     port: 0, host: '127.0.0.1', apiKey: 'parlo-dev-api-key', clientKey: 'parlo-dev-client-key',
-    dataDir: null, testControl: false, maxUploadBytes: 10 * 1024 * 1024, ...options,
+    dataDir: null, db: null, testControl: false, maxUploadBytes: 10 * 1024 * 1024, agents: [],
+    strict: false, identitySecret: null, ...options,
   };
-  const store = new Store(opts.dataDir);
-  const hub = new Hub((fn) => store.afterCommit(fn));
+  if (opts.strict && !opts.identitySecret) throw new Error('strict mode needs an identity secret');
+  const store = await openStore(opts);
   const faults = new Faults();
-  const service = new ChatService({ store, hub, apiKey: opts.apiKey, clientKey: opts.clientKey });
   const held = new Set(); // HTTP responses held open by a "drop" fault
   const timers = new Set();
 
@@ -54,22 +61,10 @@ async function createServer(options = {}) {
   // ---- plain HTTP --------------------------------------------------------------------------------
 
   const httpServer = http.createServer((req, res) => {
-    // Answers wait for the commit of the changes they report.
-    const send = once((...args) => store.afterCommit((error) => reply(...(error ? [500, 'the state could not be saved'] : args))));
-    const reply = (status, body, headers = {}) => {
-      const isBuf = Buffer.isBuffer(body);
-      const payload = isBuf ? body : typeof body === 'string' ? body : JSON.stringify(body);
-      const type = isBuf ? 'application/octet-stream' : typeof body === 'string' ? 'text/plain; charset=utf-8' : 'application/json';
-      if (res.headersSent || res.destroyed) return;
-      res.writeHead(status, { 'Content-Type': type, 'Content-Length': Buffer.byteLength(payload), ...headers });
-      res.end(payload);
-    };
+    const send = (status, body, headers = {}) => reply(res, status, body, headers);
     const fail = (e) => {
-      if (e instanceof HttpError) send(e.status, e.message, { Connection: 'close' });
-      else {
-        console.error('parlo-server: internal error:', e);
-        send(500, 'internal error', { Connection: 'close' });
-      }
+      const answer = failure(e);
+      send(answer.statusCode, answer.body, { Connection: 'close' });
     };
     try {
       routeHttp(req, res, send, fail);
@@ -79,18 +74,18 @@ async function createServer(options = {}) {
   });
 
   function routeHttp(req, res, send, fail) {
-    const url = new URL(req.url, 'http://localhost');
+    let url;
+    try {
+      url = new URL(req.url, 'http://localhost');
+    } catch {
+      req.resume();
+      throw new HttpError(400, 'malformed request target');
+    }
     const path = url.pathname;
     const method = req.method.toLowerCase();
     if (opts.testControl && path.startsWith('/__control/')) return control(req, path, method, send, fail);
     const rule = faults.match(method, path);
-    const go = () => {
-      try {
-        serveHttp(req, res, path, method, send, fail);
-      } catch (e) {
-        fail(e);
-      }
-    };
+    const go = () => serveHttp(req, path, method, send).catch(fail);
     if (!rule) return go();
     if (rule.action === 'status') return later(rule.ms, () => send(rule.status, rule.body));
     if (rule.action === 'delay') return later(rule.ms, go);
@@ -110,75 +105,50 @@ async function createServer(options = {}) {
     return undefined;
   }
 
-  function serveHttp(req, res, path, method, send, fail) {
+  async function serveHttp(req, path, method, send) {
     let m;
     if (method === 'post' && /^\/client\/setDeviceToken\/?$/.test(path)) {
-      return readJson(req).then((data) => {
-        const ctx = httpCtx(req, data);
-        send(200, service.setDeviceToken(ctx));
-      }).catch(fail);
+      const ctx = httpCtx(req, await readJson(req));
+      return send(200, await service.run(ctx, 'client', service.setDeviceToken));
     }
     if (method === 'post' && (m = /^\/client\/chatin\/([^/]+)\/?$/.exec(path))) {
-      return readJson(req).then(() => {
-        const ctx = httpCtx(req);
+      await readJson(req);
+      const sid = crypto.randomBytes(24).toString('hex');
+      const body = await service.run(httpCtx(req), 'client', async (ctx) => {
         if (decodeSegment(m[1]) !== ctx.client.clientID) throw new HttpError(403, 'clientID does not match the path');
-        const sid = crypto.randomBytes(24).toString('hex');
-        store.putSession(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
-        const body = service.chatIn(ctx);
-        send(200, body, { 'Set-Cookie': `${SESSION_COOKIE}=${sid}; Path=/; HttpOnly; Max-Age=${SESSION_MS / 1000}` });
-      }).catch(fail);
+        await ctx.tx.putSession(sid, { clientID: ctx.client.clientID, expires: Date.now() + SESSION_MS });
+        return service.chatIn(ctx);
+      }, { identity: true });
+      return send(200, body, { 'Set-Cookie': `${SESSION_COOKIE}=${sid}; Path=/; HttpOnly; Max-Age=${SESSION_MS / 1000}` });
     }
     if (method === 'get' && (m = /^\/files\/([^/]+)$/.exec(path))) {
       req.resume();
       const name = decodeSegment(m[1]);
-      const f = store.files.get(name);
-      if (!f) throw new HttpError(404, `file not found: ${name}`);
-      const who = sessionClient(req) || headerClient(req);
-      if (!service.canReadFile(f, who)) {
-        throw new HttpError(who ? 403 : 401, who ? 'no access to this file' : 'chat in first');
-      }
-      const bytes = store.getFileBytes(f.fileName);
-      if (!bytes) throw new HttpError(404, `file not found: ${name}`);
-      const ext = (/\.[a-z]+$/.exec(f.fileName) || [''])[0];
-      res.writeHead(200, { 'Content-Type': CONTENT_TYPES[ext] || 'application/octet-stream', 'Content-Length': bytes.length });
-      res.end(bytes);
-      return undefined;
+      const { file, bytes } = await store.transaction(async (tx) => service.readFile(tx, name, await httpClient(tx, req)));
+      const ext = (/\.[a-z]+$/.exec(file.fileName) || [''])[0];
+      return send(200, bytes, { 'Content-Type': CONTENT_TYPES[ext] || 'application/octet-stream' });
     }
-    if (method === 'post' && /^\/files\/upload\/?$/.test(path)) return upload(req, send, fail);
+    if (method === 'post' && /^\/files\/upload\/?$/.test(path)) return upload(req, send);
     req.resume();
     throw new HttpError(404, `no route for ${req.method} ${path}`);
   }
 
-  /** The signed-in client of an HTTP request, by its four headers; throws 401 otherwise. */
+  /** A request context from an HTTP request's headers (the same names as a virtual request's). */
   function httpCtx(req, data) {
     const h = req.headers;
-    const ctx = {
-      headers: { apiKey: h.apikey, clientKey: h.clientkey, clientID: h.clientid, token: h.token },
+    return {
+      headers: { apiKey: h.apikey, clientKey: h.clientkey, clientID: h.clientid, token: h.token, identityToken: h.identitytoken },
       data, conn: null,
     };
-    service.authenticate(ctx, 'client');
-    return ctx;
   }
 
-  function headerClient(req) {
-    try {
-      return httpCtx(req).client.clientID;
-    } catch {
-      return null;
-    }
-  }
-
-  function sessionClient(req) {
-    const cookie = req.headers.cookie || '';
-    const m = new RegExp(`(?:^|;\\s*)${SESSION_COOKIE.replace('.', '\\.')}=([0-9a-f]+)`).exec(cookie);
-    if (!m) return null;
-    const s = store.sessions.get(m[1]);
-    if (!s) return null;
-    if (s.expires < Date.now()) {
-      store.deleteSession(m[1]);
-      return null;
-    }
-    return store.clients.has(s.clientID) ? s.clientID : null;
+  /** The client an HTTP request reads as: by its cookie session, else by its four headers; or null. */
+  async function httpClient(tx, req) {
+    const m = new RegExp(`(?:^|;\\s*)${SESSION_COOKIE.replace('.', '\\.')}=([0-9a-f]+)`).exec(req.headers.cookie || '');
+    const s = m && await tx.session(m[1]);
+    if (s && await tx.client(s.clientID)) return s.clientID;
+    const ctx = { ...httpCtx(req), tx };
+    return service.authenticate(ctx, 'client').then(() => ctx.client.clientID, () => null);
   }
 
   function readJson(req) {
@@ -204,24 +174,35 @@ async function createServer(options = {}) {
         if (failed) return;
         const text = Buffer.concat(chunks).toString('utf8').trim();
         if (text === '') return resolve(undefined);
+        let data;
         try {
-          return resolve(JSON.parse(text));
+          data = JSON.parse(text);
         } catch {
           return reject(new HttpError(400, 'body is not JSON'));
         }
+        return nestedWithin(data, MAX_DEPTH) ? resolve(data) : reject(new HttpError(400, TOO_DEEP));
       });
     });
   }
 
   /** "/files/upload": multipart form with "type", "room", "isPublic" and one file part. */
-  function upload(req, send, fail) {
-    let ctx;
+  async function upload(req, send) {
+    const ctx = httpCtx(req);
     try {
-      ctx = httpCtx(req);
+      // Checked before the body is read, so that nobody can make the server read it for nothing.
+      await store.transaction((tx) => service.authenticate({ ...ctx, tx }, 'client'));
     } catch (e) {
       req.resume();
       throw e;
     }
+    const { fields, file } = await readForm(req);
+    if (!file) throw new HttpError(400, 'the file part is missing');
+    const { type, room, isPublic } = fields;
+    send(200, await service.run(ctx, 'client', (c) => service.addFile(c, { type, room, isPublic, bytes: file })));
+  }
+
+  /** Reads a multipart form: its text fields (1,024 characters at most each) and its one file. */
+  function readForm(req) {
     let bb;
     try {
       bb = Busboy({ headers: req.headers, limits: { fileSize: opts.maxUploadBytes, files: 1, fields: 20, fieldSize: 1024, parts: 22 } });
@@ -229,47 +210,44 @@ async function createServer(options = {}) {
       req.resume();
       throw new HttpError(400, 'a multipart/form-data body is required');
     }
-    const fields = {};
-    let file = null;
-    let error = null;
-    const stop = (e) => {
-      if (!error) error = e;
-      req.unpipe(bb);
-      req.resume();
-      fail(error);
-    };
-    bb.on('field', (name, value) => {
-      fields[name] = value;
-    });
-    bb.on('file', (name, stream) => {
-      const chunks = [];
-      stream.on('data', (c) => chunks.push(c));
-      stream.on('limit', () => stop(new HttpError(413, `file larger than ${opts.maxUploadBytes} bytes`)));
-      stream.on('error', () => {});
-      stream.on('end', () => {
-        if (!stream.truncated) file = Buffer.concat(chunks);
+    return new Promise((resolve, reject) => {
+      const fields = Object.create(null);
+      let file = null;
+      let error = null;
+      const stop = (e) => {
+        if (error) return;
+        error = e;
+        req.unpipe(bb);
+        req.resume();
+        reject(e);
+      };
+      bb.on('field', (name, value, info) => {
+        if (info.valueTruncated) stop(new HttpError(413, `form field "${shown(name)}" is longer than 1024 characters`));
+        fields[name] = value;
       });
+      bb.on('file', (name, stream) => {
+        const chunks = [];
+        stream.on('data', (c) => chunks.push(c));
+        stream.on('limit', () => stop(new HttpError(413, `file larger than ${opts.maxUploadBytes} bytes`)));
+        stream.on('error', () => {});
+        stream.on('end', () => {
+          if (!stream.truncated) file = Buffer.concat(chunks);
+        });
+      });
+      bb.on('filesLimit', () => stop(new HttpError(400, 'one file per upload')));
+      bb.on('fieldsLimit', () => stop(new HttpError(413, 'too many form fields')));
+      bb.on('partsLimit', () => stop(new HttpError(413, 'too many form parts')));
+      bb.on('error', () => stop(new HttpError(400, 'malformed multipart body')));
+      bb.on('close', () => error || resolve({ fields, file }));
+      req.on('error', () => stop(new HttpError(400, 'request aborted')));
+      req.pipe(bb);
     });
-    bb.on('filesLimit', () => stop(new HttpError(400, 'one file per upload')));
-    bb.on('error', () => stop(new HttpError(400, 'malformed multipart body')));
-    bb.on('close', () => {
-      if (error) return;
-      try {
-        if (!file) throw new HttpError(400, 'the file part is missing');
-        send(200, service.addFile(ctx.client, { type: fields.type, room: fields.room, isPublic: fields.isPublic, bytes: file }));
-      } catch (e) {
-        fail(e);
-      }
-    });
-    req.on('error', () => stop(new HttpError(400, 'request aborted')));
-    req.pipe(bb);
-    return undefined;
   }
 
   // ---- test control ------------------------------------------------------------------------------
 
   function control(req, path, method, send, fail) {
-    readJson(req).then((data) => {
+    readJson(req).then(async (data) => {
       if (path === '/__control/faults' && method === 'post') {
         try {
           return send(200, faults.add(data));
@@ -288,19 +266,16 @@ async function createServer(options = {}) {
       }
       if (path === '/__control/disconnect' && method === 'post') {
         if (!isPlainObject(data)) return send(400, 'a JSON object is required');
-        let conns;
-        if (data.all === true) conns = [...io.sockets.sockets.values()].map((s) => s.data.conn);
-        else if (typeof data.socketId === 'string') conns = [io.sockets.sockets.get(data.socketId)?.data.conn].filter(Boolean);
-        else if (typeof data.clientID === 'string') conns = hub.connectionsOf(data.clientID);
+        if (typeof data.clientID === 'string') return send(200, { disconnected: await hub.disconnect(data.clientID) });
+        let sockets;
+        if (data.all === true) sockets = [...io.sockets.sockets.values()];
+        else if (typeof data.socketId === 'string') sockets = [io.sockets.sockets.get(data.socketId)].filter(Boolean);
         else return send(400, 'clientID, socketId or all is required');
-        for (const conn of conns) conn.socket.disconnect(true);
-        return send(200, { disconnected: conns.length });
+        for (const socket of sockets) socket.disconnect(true);
+        return send(200, { disconnected: sockets.length });
       }
       if (path === '/__control/stats' && method === 'get') {
-        return send(200, {
-          connections: io.engine.clientsCount, clients: store.clients.size, rooms: store.rooms.size,
-          messages: store.messageCount, files: store.files.size,
-        });
+        return send(200, { connections: io.engine.clientsCount, ...(await store.stats()) });
       }
       return send(404, `no control route ${method} ${path}`);
     }).catch(fail);
@@ -309,29 +284,44 @@ async function createServer(options = {}) {
   // ---- Socket.IO -----------------------------------------------------------------------------------
 
   const io = new IOServer(httpServer, { allowEIO3: true, serveClient: false, maxHttpBufferSize: opts.maxHttpBufferSize || 1e6 });
+  if (store.adapter) io.adapter(store.adapter());
+  const hub = new Hub(io, { cluster: !!store.adapter });
+  const identity = opts.strict ? identityVerifier(opts.identitySecret) : null;
+  const service = new ChatService({ store, hub, apiKey: opts.apiKey, clientKey: opts.clientKey, identity, agents: opts.agents });
 
   io.on('connection', (socket) => {
-    const conn = { socket, clientID: null };
+    // A socket's requests are handled one after the other, in the order they came.
+    const conn = { socket, clientID: null, token: null, queue: Promise.resolve() };
     socket.data.conn = conn;
-    socket.on('disconnect', () => hub.unbind(conn));
+    // Every acknowledged event gets an answer, those that name no request method included.
+    socket.onAny((event, ...args) => {
+      const ack = args[args.length - 1];
+      if (!METHODS.includes(event) && typeof ack === 'function') {
+        safeAck(ack, { statusCode: 405, body: `"${shown(event)}" is not a request method (get, post, put, delete)` });
+      }
+    });
     for (const method of METHODS) {
       socket.on(method, (...args) => {
-        const ack = once(typeof args[args.length - 1] === 'function' ? args.pop() : () => {});
+        const ack = typeof args[args.length - 1] === 'function' ? args.pop() : () => {};
+        const answer = (a) => safeAck(ack, a);
         const env = args[0];
         if (!isPlainObject(env) || typeof env.url !== 'string' || !env.url.startsWith('/') || env.url.length > 4096) {
-          return ack({ statusCode: 400, body: 'the request needs an envelope {"url", "headers", "data"}' });
+          return answer({ statusCode: 400, body: 'the request needs an envelope {"url", "headers", "data"}' });
         }
         if (env.headers !== undefined && env.headers !== null && !isPlainObject(env.headers)) {
-          return ack({ statusCode: 400, body: 'headers must be an object' });
+          return answer({ statusCode: 400, body: 'headers must be an object' });
         }
-        const run = () => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn });
-        // An acknowledgement waits for the commit of the changes it reports.
-        const settle = (answer) => store.afterCommit((error) => ack(error ? { statusCode: 500, body: 'the state could not be saved' } : answer));
+        if (!nestedWithin(env, MAX_DEPTH)) return answer({ statusCode: 400, body: TOO_DEEP });
+        // The service answers once the changes it reports are committed.
+        const run = () => {
+          conn.queue = conn.queue.then(() => service.handle({ method, url: env.url, headers: env.headers, data: env.data, conn }));
+          return conn.queue;
+        };
         const rule = faults.match(method, env.url);
-        if (!rule || rule.action === 'truncate') return settle(run()); // nothing to cut in an acknowledgement
-        if (rule.action === 'status') return later(rule.ms, () => ack({ statusCode: rule.status, body: rule.body }));
-        const answer = rule.handle ? run() : null;
-        if (rule.action === 'delay') later(rule.ms, () => settle(answer || run()));
+        if (!rule || rule.action === 'truncate') return run().then(answer); // nothing to cut in an acknowledgement
+        if (rule.action === 'status') return later(rule.ms, () => answer({ statusCode: rule.status, body: rule.body }));
+        const handled = rule.handle ? run() : null;
+        if (rule.action === 'delay') later(rule.ms, () => (handled || run()).then(answer));
         return undefined; // drop: handled (unless told otherwise), never acknowledged
       });
     }
@@ -343,6 +333,9 @@ async function createServer(options = {}) {
       httpServer.off('error', reject);
       resolve();
     });
+  }).catch(async (e) => {
+    await store.close();
+    throw e;
   });
   const { port } = httpServer.address();
   let closing = null;
@@ -366,6 +359,45 @@ async function createServer(options = {}) {
       return closing;
     },
   };
+}
+
+/** Sends an HTTP answer: bytes, text or JSON; an answer that cannot be encoded becomes a 500. */
+function reply(res, status, body, headers) {
+  if (res.headersSent || res.destroyed) return;
+  let type = 'application/json';
+  let payload = body;
+  if (Buffer.isBuffer(body)) type = 'application/octet-stream';
+  else if (typeof body === 'string') type = 'text/plain; charset=utf-8';
+  else {
+    try {
+      payload = JSON.stringify(body);
+    } catch (e) {
+      console.error(`parlo-server: cannot encode an answer: ${e.message}`);
+      [status, type, payload] = [500, 'text/plain; charset=utf-8', 'the answer could not be encoded'];
+    }
+  }
+  res.writeHead(status, { 'Content-Type': type, 'Content-Length': Buffer.byteLength(payload), ...headers });
+  res.end(payload);
+}
+
+/** Acknowledges an event; an answer that cannot be encoded becomes a 500 for that request alone. */
+function safeAck(ack, answer) {
+  try {
+    ack(answer);
+  } catch (e) {
+    console.error(`parlo-server: cannot encode an answer: ${e.message}`);
+    ack({ statusCode: 500, body: 'the answer could not be encoded' });
+  }
+}
+
+/**
+ * Strict mode: identity tokens are JWTs (HS256) that the host's backend signs with the shared
+ * secret; "sub" is the client id and "exp" is required. Resolves to the token's claims.
+ */
+function identityVerifier(secret) {
+  const { jwtVerify } = require('jose');
+  const key = new TextEncoder().encode(secret);
+  return async (token) => (await jwtVerify(token, key, { algorithms: ['HS256'], requiredClaims: ['sub', 'exp'] })).payload;
 }
 
 module.exports = { createServer };

@@ -73,6 +73,35 @@ function splitUrl(url) {
   return { path, params: new URLSearchParams(query) };
 }
 
+/** Whether `v` nests objects and arrays at most `max` levels deep (walked without recursion). */
+function nestedWithin(v, max) {
+  const stack = [[v, 0]];
+  while (stack.length) {
+    const [x, depth] = stack.pop();
+    if (x === null || typeof x !== 'object') continue;
+    if (depth >= max) return false;
+    for (const k in x) stack.push([x[k], depth + 1]);
+  }
+  return true;
+}
+
+/** A short text for an error message, whatever the client sent (objects may have any keys). */
+function shown(v, max = 64) {
+  return typeof v === 'string' || typeof v === 'number' ? String(v).slice(0, max) : `(${v === null ? 'null' : typeof v})`;
+}
+
+/** A value that compares safely with < and >: texts and numbers as they are, anything else as ''. */
+function comparable(v) {
+  return typeof v === 'string' || typeof v === 'number' ? v : '';
+}
+
+/** A null-prototype copy of a map held in a plain object (its keys are client ids, "__proto__" included). */
+function dict(from) {
+  const d = Object.create(null);
+  if (from) for (const k of Object.keys(from)) d[k] = from[k];
+  return d;
+}
+
 function once(fn) {
   let done = false;
   return (...args) => {
@@ -85,4 +114,5 @@ function once(fn) {
 
 module.exports = {
   newId, newToken, HttpError, fail, isPlainObject, isoNow, parseDate, intParam, truthy, splitUrl, once,
+  nestedWithin, shown, comparable, dict,
 };

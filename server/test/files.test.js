@@ -1,26 +1,10 @@
 'use strict';
 const { test, describe, before, after } = require('node:test');
 const assert = require('node:assert/strict');
-const { startServer, KEYS } = require('./helpers');
+const {
+  startServer, KEYS, PNG, BOUNDARY, auth, upload, signal,
+} = require('./helpers');
 
-const BOUNDARY = '---------------------------14737809831466499882746641449';
-const PNG = Buffer.concat([Buffer.from('89504e470d0a1a0a', 'hex'), Buffer.alloc(300, 7)]);
-const signal = () => AbortSignal.timeout(3000);
-const auth = (u) => ({ ...KEYS, clientID: u.clientID, token: u.token });
-
-/** The upload form as the kit's client builds it (no closing line when there are no bytes). */
-function form(fields, bytes) {
-  const text = Object.entries(fields).map(([k, v]) => `--${BOUNDARY}\r\nContent-Disposition: form-data; name="${k}"\r\n\r\n${v}\r\n`).join('');
-  if (!bytes) return Buffer.from(text);
-  const head = `--${BOUNDARY}\r\nContent-Disposition: form-data; name="file"; filename="1"\r\nContent-Type: application/octet-stream\r\n\r\n`;
-  return Buffer.concat([Buffer.from(text + head), bytes, Buffer.from(`\r\n--${BOUNDARY}--\r\n`)]);
-}
-
-async function upload(server, user, fields, bytes, type = `multipart/form-data; boundary=${BOUNDARY}`) {
-  const res = await fetch(`${server.url}/files/upload`, { method: 'POST', headers: { ...auth(user), 'Content-Type': type }, body: form(fields, bytes), signal: signal() });
-  const text = await res.text();
-  return { status: res.status, body: res.headers.get('content-type').includes('json') ? JSON.parse(text) : text };
-}
 
 describe('files', () => {
   let server;
@@ -82,11 +66,11 @@ describe('files', () => {
   test('device tokens register over HTTP and chat-out forgets the one it names', async () => {
     const post = (u, body) => fetch(`${server.url}/client/setDeviceToken/`, { method: 'POST', headers: auth(u), body, signal: signal() });
     assert.equal((await post(a, JSON.stringify({ type: 'ios', token: 'abcdef0123' }))).status, 200);
-    assert.deepEqual(server.store.clients.get('fa').deviceTokens, [{ type: 'ios', token: 'abcdef0123' }]);
+    assert.deepEqual((await server.store.transaction((tx) => tx.client('fa'))).deviceTokens, [{ type: 'ios', token: 'abcdef0123' }]);
     assert.equal((await post(a, '{not json')).status, 400);
     assert.equal((await post({ ...a, token: 'x' }, JSON.stringify({ token: 't' }))).status, 401);
     assert.equal((await post(a, JSON.stringify({ token: 'x'.repeat(70000) }))).status, 413);
     await a.ok('post', '/client/chatout/', { token: 'abcdef0123' });
-    assert.deepEqual(server.store.clients.get('fa').deviceTokens, []);
+    assert.deepEqual((await server.store.transaction((tx) => tx.client('fa'))).deviceTokens, []);
   });
 });

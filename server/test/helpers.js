@@ -24,8 +24,28 @@ async function user(url, clientID, profile = {}, sockets = []) {
   return Object.assign(c, { clientID, token: body.token, id: body.id });
 }
 
+/**
+ * With PARLO_TEST_DB=postgres://... the servers that keep no data folder run on a fresh database
+ * there each (the cluster store), so that the same tests check both stores.
+ */
+async function freshDatabase() {
+  const base = process.env.PARLO_TEST_DB;
+  if (!base) return null;
+  const { Client } = require('pg');
+  const name = `parlo_test_${process.pid}_${(freshDatabase.n = (freshDatabase.n || 0) + 1)}`;
+  const c = new Client({ connectionString: base });
+  await c.connect();
+  await c.query(`DROP DATABASE IF EXISTS ${name}`);
+  await c.query(`CREATE DATABASE ${name}`);
+  await c.end();
+  const url = new URL(base);
+  url.pathname = `/${name}`;
+  return url.toString();
+}
+
 async function startServer(extra = {}) {
-  const server = await createServer({ port: 0, ...KEYS, ...extra });
+  const db = extra.dataDir ? null : await freshDatabase();
+  const server = await createServer({ port: 0, ...KEYS, ...(db && { db }), ...extra });
   const sockets = [];
   server.connect = () => connect(server.url, sockets);
   server.user = (clientID, profile) => user(server.url, clientID, profile, sockets);
@@ -86,4 +106,26 @@ function wrap(socket) {
   return c;
 }
 
-module.exports = { startServer, spawnServer, exited, connect, user, KEYS, sleep };
+const BOUNDARY = '---------------------------14737809831466499882746641449';
+const PNG = Buffer.concat([Buffer.from('89504e470d0a1a0a', 'hex'), Buffer.alloc(300, 7)]);
+const signal = () => AbortSignal.timeout(3000);
+const auth = (u) => ({ ...KEYS, clientID: u.clientID, token: u.token });
+
+/** The upload form as the kit's client builds it (no closing line when there are no bytes). */
+function form(fields, bytes) {
+  const text = Object.entries(fields).map(([k, v]) => `--${BOUNDARY}\r\nContent-Disposition: form-data; name="${k}"\r\n\r\n${v}\r\n`).join('');
+  if (!bytes) return Buffer.from(text);
+  const head = `--${BOUNDARY}\r\nContent-Disposition: form-data; name="file"; filename="1"\r\nContent-Type: application/octet-stream\r\n\r\n`;
+  return Buffer.concat([Buffer.from(text + head), bytes, Buffer.from(`\r\n--${BOUNDARY}--\r\n`)]);
+}
+
+/** Posts an upload form to `server` as `user`; resolves to { status, body }. */
+async function upload(server, user, fields, bytes, type = `multipart/form-data; boundary=${BOUNDARY}`) {
+  const res = await fetch(`${server.url}/files/upload`, { method: 'POST', headers: { ...auth(user), 'Content-Type': type }, body: form(fields, bytes), signal: signal() });
+  const text = await res.text();
+  return { status: res.status, body: res.headers.get('content-type').includes('json') ? JSON.parse(text) : text };
+}
+
+module.exports = {
+  startServer, spawnServer, exited, connect, user, KEYS, sleep, PNG, BOUNDARY, auth, form, upload, signal,
+};

@@ -49,13 +49,18 @@ describe('rooms', () => {
     assert.equal((await c.request('post', '/room/join', { id: 'missing' })).statusCode, 404);
   });
 
-  test('agents take rooms that ask for one; agent filters on the lists', async () => {
-    const s = await startServer();
+  test('agents take rooms that ask for one, and only agents; agent filters on the lists', async () => {
+    const s = await startServer({ agents: ['agent', 'agent2'] });
     try {
       const [cust, agent, other] = [await s.user('cust'), await s.user('agent'), await s.user('agent2')];
       const r1 = await cust.ok('post', '/room', { name: 'help 1', data: { needAgent: true, county: 3 } });
       await cust.ok('post', '/room', { name: 'help 2', data: { needAgent: true, county: 4, type: 5 } });
-      await cust.ok('post', '/room', { name: 'chat', data: { county: 3 } });
+      const chat = await cust.ok('post', '/room', { name: 'chat', data: { county: 3 } });
+      const outsider = await s.user('outsider');
+      for (const [u, r] of [[outsider, r1], [agent, chat]]) {
+        assert.equal((await u.request('post', `/room/agentJoin/${r.id}`)).statusCode, 403);
+      }
+      assert.equal((await outsider.request('get', `/message/?room=${r1.id}`)).statusCode, 403, 'a refused join adds no member');
       const names = async (u, q) => (await u.ok('get', q)).map((r) => r.name);
       assert.deepEqual(await names(agent, '/room/needAgentList'), ['help 2', 'help 1']);
       assert.deepEqual(await names(agent, '/room/needAgentList?county=3&type=0'), ['help 1']);
