@@ -8,7 +8,8 @@
 void LiveCoreTest::SetUp()
 {
     CoreTest::SetUp();
-    server = startReferenceServer({"--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--test-control"});
+    server = startReferenceServer(
+        {"--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--test-control", "--agents", kLiveAgentID});
     ASSERT_TRUE(server->isRunning());
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     parlo->setApiKey(kLiveApiKey);

@@ -12,6 +12,8 @@
 #include <atomic>
 
 inline const QString kLiveApiKey = QStringLiteral("live-api");
+//! The client the server lets take rooms that ask for an agent.
+inline const QString kLiveAgentID = QStringLiteral("agent");
 inline const QString kLiveClientKey = QStringLiteral("live-client");
 
 //! Another user of the server, with the live keys.
