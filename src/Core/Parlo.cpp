@@ -83,6 +83,8 @@ QString Parlo::apiKey() const { return d->transport.apiKey(); }
 void Parlo::setApiKey(const QString &key) { d->transport.setApiKey(key); }
 QString Parlo::clientKey() const { return d->transport.clientKey(); }
 void Parlo::setClientKey(const QString &key) { d->transport.setClientKey(key); }
+QString Parlo::identityToken() const { return d->session.identityToken(); }
+void Parlo::setIdentityToken(const QString &token) { d->session.setIdentityToken(token); }
 bool Parlo::log() const { return d->logger.log(); }
 void Parlo::setLog(bool on) { d->logger.setLog(on); }
 bool Parlo::printLog() const { return d->logger.printLog(); }

@@ -136,6 +136,12 @@ public:
     QString clientKey() const;
     //! Sets the client key.
     void setClientKey(const QString &key);
+    //! The identity token the host's own backend issued for the client (a JWT whose subject is
+    //! the client id; null when none). Servers in strict mode ask for it at sign-up: it is sent as
+    //! the header "identityToken" with signWithClient and chatinHTTPSuccess when set.
+    QString identityToken() const;
+    //! Sets the identity token sent with sign-up and the HTTP chat-in.
+    void setIdentityToken(const QString &token);
     //! Whether log records are kept in the persisted log, newest first (off).
     bool log() const;
     //! Turns the persisted log on or off.

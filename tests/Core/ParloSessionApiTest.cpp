@@ -2,6 +2,10 @@
 #include "IMClient.h"
 #include "LiveFixture.h"
 
+#include <QCryptographicHash>
+#include <QJsonDocument>
+#include <QMessageAuthenticationCode>
+
 TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
 {
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
@@ -157,4 +161,60 @@ TEST_F(LiveCoreTest, SessionFailuresCarryTheServersStatusAndLogoutStillSignsOut)
     ASSERT_TRUE(waitUntil([&] { return parlo->socket()->status() != IMSocket::Status::Connected; }, 5000));
     parlo->logout();
     EXPECT_TRUE(settings->clientID().isNull());
+}
+
+namespace {
+//! An identity token as a host's backend signs it: HS256 over {"sub", "exp"} with `secret`.
+QString identityToken(const QString &subject, const QByteArray &secret, qint64 expiresInSeconds)
+{
+    const auto part = [](const QVariantMap &map) {
+        return QJsonDocument::fromVariant(map).toJson(QJsonDocument::Compact).toBase64(
+            QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    };
+    const QByteArray signedPart = part({{"alg", "HS256"}, {"typ", "JWT"}}) + '.'
+                                  + part({{"sub", subject}, {"exp", QDateTime::currentSecsSinceEpoch() + expiresInSeconds}});
+    const QByteArray signature = QMessageAuthenticationCode::hash(signedPart, secret, QCryptographicHash::Sha256)
+                                     .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    return QString::fromLatin1(signedPart + '.' + signature);
+}
+} // namespace
+
+// A server in strict mode signs up only the client its identity token names; the facade sends the
+// token the host set with sign-up and with the HTTP chat-in.
+TEST_F(LiveCoreTest, StrictServerSignsUpWithTheHostsIdentityToken)
+{
+    const QByteArray secret = "backend-secret";
+    server = startReferenceServer({"--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--strict",
+                                   "--identity-secret", QString::fromLatin1(secret)});
+    ASSERT_TRUE(server->isRunning());
+    url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
+    ASSERT_TRUE(connectFacade());
+    const QString me = uniqueID("strict");
+    auto client = std::make_shared<IMClient>();
+    client->setClientID(me);
+
+    const struct {
+        QString token;
+        int code; // 0: signed up
+    } cases[] = {
+        {QString(), 401},
+        {identityToken(uniqueID("someone-else"), secret, 600), 403},
+        {identityToken(me, secret, -60), 401},
+        {identityToken(me, "another-secret", 600), 401},
+        {identityToken(me, secret, 600), 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.code);
+        parlo->setIdentityToken(c.token);
+        Outcome<IMClientPtr> signUp;
+        parlo->signWithClient(client, signUp.ok(), signUp.fail());
+        if (c.code)
+            EXPECT_TRUE(failsOnceWith(signUp, c.code));
+        else
+            EXPECT_TRUE(succeedsOnce(signUp));
+    }
+    Outcome<IMClientPtr> httpChatIn;
+    parlo->chatinHTTPSuccess(httpChatIn.ok(), httpChatIn.fail());
+    EXPECT_TRUE(succeedsOnce(httpChatIn));
+    EXPECT_EQ(httpChatIn.value->clientID(), me);
 }

@@ -24,6 +24,7 @@ const OptionSpec kOptions[] = {
     {"api-key", Kind::Text, nullptr, "KEY", "application key (default parlo-dev-api-key)"},
     {"client-key", Kind::Text, nullptr, "KEY", "client key (default parlo-dev-client-key)"},
     {"client-id", Kind::Text, nullptr, "ID", "who to be; signs up when the profile holds someone else"},
+    {"identity-token", Kind::Text, nullptr, "JWT", "identity token from the host's backend (servers in strict mode)"},
     {"name", Kind::Text, nullptr, "NAME", "display name used when signing up"},
     {"profile", Kind::Text, nullptr, "DIR", "folder of this user's session, store and cache"},
     {"protocol", Kind::Int, nullptr, "4|3", "Engine.IO revision: 4 (socket.io 3+ servers) or 3 (socket.io 2)"},
@@ -128,6 +129,8 @@ QString apply(Options &o, const OptionSpec &entry, const QString &value)
         o.apiKey = value;
     } else if (name == QLatin1String("client-key")) {
         o.clientKey = value;
+    } else if (name == QLatin1String("identity-token")) {
+        o.identityToken = value;
     } else if (name == QLatin1String("client-id")) {
         if (value.trimmed().isEmpty() || value.size() > 128)
             return QStringLiteral("--client-id wants 1 to 128 characters");
@@ -320,6 +323,7 @@ ParseResult parseArguments(const QStringList &arguments, const QMap<QString, QSt
     fromEnv("PARLO_API_KEY", base.apiKey);
     fromEnv("PARLO_CLIENT_KEY", base.clientKey);
     fromEnv("PARLO_CLIENT_ID", base.clientID);
+    fromEnv("PARLO_IDENTITY_TOKEN", base.identityToken);
     fromEnv("PARLO_PROFILE", base.profile);
     // The address is checked like --url, so it goes through the same reader.
     QStringList args = arguments;
@@ -341,7 +345,7 @@ ParseResult parseShellLine(const QString &line, const Options &base)
     // A line starts from the program's connection options and the defaults of the rest.
     Options start;
     for (auto field : {&Options::url, &Options::apiKey, &Options::clientKey, &Options::clientID, &Options::name,
-                       &Options::profile, &Options::transport})
+                       &Options::identityToken, &Options::profile, &Options::transport})
         start.*field = base.*field;
     start.protocol = base.protocol;
     start.timeout = base.timeout;

@@ -26,6 +26,7 @@ struct Options
     QString apiKey = QStringLiteral("parlo-dev-api-key");
     QString clientKey = QStringLiteral("parlo-dev-client-key");
     QString clientID;
+    QString identityToken; //!< sent with sign-up and the HTTP chat-in when set
     QString name;
     QString profile;  //!< folder of settings, store and cache; empty: the user's standard places
     int protocol = 4; //!< Engine.IO revision: 4 (socket.io 3 and later servers) or 3 (socket.io 2)
@@ -62,7 +63,7 @@ struct ParseResult
 
 //! Reads `arguments` (without the program name). Options may come before or after the command;
 //! "--name value" and "--name=value" both work; "--" ends the options. `environment` gives
-//! defaults for PARLO_URL, PARLO_API_KEY, PARLO_CLIENT_KEY, PARLO_CLIENT_ID and PARLO_PROFILE.
+//! defaults for PARLO_URL, PARLO_API_KEY, PARLO_CLIENT_KEY, PARLO_CLIENT_ID, PARLO_IDENTITY_TOKEN and PARLO_PROFILE.
 ParseResult parseArguments(const QStringList &arguments, const QMap<QString, QString> &environment = {});
 
 //! Reads one line of the interactive mode: a command with its own options, over `base` (the

@@ -76,6 +76,7 @@ void Session::start(Done finished)
     m_finished = std::move(finished);
     m_parlo->setApiKey(m_options.apiKey);
     m_parlo->setClientKey(m_options.clientKey);
+    m_parlo->setIdentityToken(m_options.identityToken);
     m_parlo->setTimeout(qMin<qint64>(m_options.timeout, 30));
     m_parlo->setDelegate(this);
     // The join links of this client: "parlo://parlo.integrate/joinRoom/<id>".

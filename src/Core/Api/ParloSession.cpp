@@ -85,6 +85,12 @@ void ParloSession::signWithClient(const IMClientPtr &client, Parlo::ClientSucces
     settings->setClientID(client->clientID());
     settings->write();
     QVariantMap item = envelope(QStringLiteral("/client/"));
+    if (!m_identityToken.isEmpty()) {
+        // Beside the four headers, only where the host's backend vouches for the client.
+        QVariantMap headers = item.value(QStringLiteral("headers")).toMap();
+        headers.insert(QStringLiteral("identityToken"), m_identityToken);
+        item.insert(QStringLiteral("headers"), headers);
+    }
     item.insert(QStringLiteral("data"), client->toDictionary());
     QPointer<Parlo> facade(m_facade);
     m_transport.emitWithMethod(
@@ -201,7 +207,10 @@ void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failur
 {
     QNetworkAccessManager *http = m_files.urlSession();
     const QString path = QStringLiteral("%1/client/chatin/%2/").arg(m_transport.domainString(), IMUserDefaults::standardUserDefaults()->clientID());
-    QNetworkReply *reply = http->post(plainRequest(path, m_transport.apiKey(), m_transport.clientKey()), QByteArray());
+    QNetworkRequest request = plainRequest(path, m_transport.apiKey(), m_transport.clientKey());
+    if (!m_identityToken.isEmpty())
+        request.setRawHeader("identityToken", m_identityToken.toUtf8());
+    QNetworkReply *reply = http->post(request, QByteArray());
     QObject::connect(reply, &QNetworkReply::finished, reply, [reply, success, failure] {
         reply->deleteLater();
         const QByteArray bytes = reply->readAll();

@@ -22,6 +22,8 @@ public:
 
     QString deviceToken() const { return m_deviceToken; }
     void setDeviceToken(const QString &token) { m_deviceToken = token; }
+    QString identityToken() const { return m_identityToken; }
+    void setIdentityToken(const QString &token) { m_identityToken = token; }
 
     void signWithClient(const IMClientPtr &client, Parlo::ClientSuccess success, Parlo::Failure failure);
     void chatinSuccess(Parlo::ClientSuccess success, Parlo::Failure failure);
@@ -46,4 +48,5 @@ private:
     ParloAnnouncer &m_announcer;
     ParloLogger &m_logger;
     QString m_deviceToken;
+    QString m_identityToken;
 };
