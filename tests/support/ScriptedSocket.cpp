@@ -1,9 +1,14 @@
 #include "ScriptedSocket.h"
 
+#include "IMDispatch.h"
+
 #include <QDateTime>
 #include <QThread>
 
-ScriptedSocket::ScriptedSocket() : m_born(QDateTime::currentMSecsSinceEpoch()) {}
+ScriptedSocket::ScriptedSocket()
+    : m_born(QDateTime::currentMSecsSinceEpoch())
+{
+}
 
 ScriptedSocket::~ScriptedSocket()
 {
@@ -12,20 +17,11 @@ ScriptedSocket::~ScriptedSocket()
         finish(m_pending.begin()->first, {QStringLiteral("NO ACK")});
 }
 
-void ScriptedSocket::connect()
-{
-    ++connectCalls;
-}
+void ScriptedSocket::connect() { ++connectCalls; }
 
-void ScriptedSocket::disconnect()
-{
-    m_status = Status::Disconnected;
-}
+void ScriptedSocket::disconnect() { m_status = Status::Disconnected; }
 
-void ScriptedSocket::reconnect()
-{
-    ++connectCalls;
-}
+void ScriptedSocket::reconnect() { ++connectCalls; }
 
 IMSocket::HandlerId ScriptedSocket::on(const QString &event, Handler handler)
 {
@@ -52,27 +48,30 @@ void ScriptedSocket::emitEvent(const QString &event, const QVariantList &items)
     m_emits.append({event, items, 0, QDateTime::currentMSecsSinceEpoch() - m_born, 0});
 }
 
-void ScriptedSocket::emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                                 AckCallback callback)
+void ScriptedSocket::emitWithAck(
+    const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback)
 {
     // Safe from any thread, as the real client: the emit is handed to the socket's thread.
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this, [=] { emitWithAck(event, items, timeoutSeconds, callback); }, Qt::QueuedConnection);
+        IMDispatchMainAsync(
+            [anchor = std::weak_ptr<ScriptedSocket *>(m_anchor), event, items, timeoutSeconds, callback] {
+                if (const auto socket = anchor.lock())
+                    (*socket)->emitWithAck(event, items, timeoutSeconds, callback);
+            });
         return;
     }
     const quint64 id = m_nextAck++;
     if (m_status != Status::Connected) {
         // Nothing is sent; the acknowledgement times out.
-        QTimer::singleShot(int(timeoutSeconds * timeScale * 1000), this,
-            [callback] { callback({ QStringLiteral("NO ACK") }); });
+        QTimer::singleShot(
+            int(timeoutSeconds * timeScale * 1000), this, [callback] { callback({QStringLiteral("NO ACK")}); });
         return;
     }
     m_emits.append({event, items, timeoutSeconds, QDateTime::currentMSecsSinceEpoch() - m_born, id});
     auto *timer = new QTimer(this);
     timer->setSingleShot(true);
     QObject::connect(timer, &QTimer::timeout, this, [this, id] { finish(id, {QStringLiteral("NO ACK")}); });
-    m_pending[id] = Pending{std::move(callback), timer};
+    m_pending[id] = Pending {std::move(callback), timer};
     if (timeoutSeconds > 0)
         timer->start(int(timeoutSeconds * timeScale * 1000));
     if (autoAnswer) {
@@ -93,10 +92,7 @@ void ScriptedSocket::push(const QString &event, const QVariantList &items)
         h.second(event, items);
 }
 
-void ScriptedSocket::answer(quint64 ackId, const QVariantList &items)
-{
-    finish(ackId, items);
-}
+void ScriptedSocket::answer(quint64 ackId, const QVariantList &items) { finish(ackId, items); }
 
 void ScriptedSocket::answerAll(const QVariantList &items)
 {

@@ -14,15 +14,13 @@
 //! A realtime connection driven by the test: it records what is emitted, lets the test answer
 //! acknowledgements and push events, and times acknowledgements out with real timers, as the
 //! real client does.
-class ScriptedSocket : public QObject, public IMSocket
-{
+class ScriptedSocket : public QObject, public IMSocket {
 public:
-    struct Emit
-    {
+    struct Emit {
         QString event;
         QVariantList items;
         double timeoutSeconds;
-        qint64 atMs;   //!< milliseconds since the socket was made
+        qint64 atMs; //!< milliseconds since the socket was made
         quint64 ackId; //!< 0 when no acknowledgement was asked for
     };
 
@@ -37,8 +35,8 @@ public:
     HandlerId onAny(AnyHandler handler) override;
     void off(HandlerId id) override;
     void emitEvent(const QString &event, const QVariantList &items) override;
-    void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                     AckCallback callback) override;
+    void emitWithAck(
+        const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback) override;
 
     //! Sets the status without any life event.
     void setStatus(Status status) { m_status = status; }
@@ -61,14 +59,13 @@ public:
     double timeScale = 1.0;
 
 private:
-    struct Pending
-    {
+    struct Pending {
         AckCallback callback;
         QTimer *timer;
     };
     void finish(quint64 ackId, const QVariantList &items);
 
-    std::atomic<Status> m_status{Status::NotConnected};
+    std::atomic<Status> m_status {Status::NotConnected};
     QList<QPair<HandlerId, QPair<QString, Handler>>> m_handlers;
     QList<QPair<HandlerId, AnyHandler>> m_anyHandlers;
     std::map<quint64, Pending> m_pending;
@@ -76,4 +73,7 @@ private:
     HandlerId m_nextHandler = 1;
     quint64 m_nextAck = 1;
     qint64 m_born;
+    //! This socket while it lives: emits from other threads reach it through the kit's main queue
+    //! (a hand-over ThreadSanitizer sees) and are dropped once it has gone.
+    std::shared_ptr<ScriptedSocket *> m_anchor = std::make_shared<ScriptedSocket *>(this);
 };
