@@ -31,8 +31,7 @@ bool spinUntil(const std::function<bool()> &done, int ms)
     return done();
 }
 
-struct Stats
-{
+struct Stats {
     double median = 0;
     double p99 = 0;
 };
@@ -40,8 +39,9 @@ struct Stats
 Stats stats(QList<double> samples)
 {
     std::sort(samples.begin(), samples.end());
-    auto at = [&](double q) { return samples[qMin(samples.size() - 1, qsizetype(q * double(samples.size() - 1) + 0.5))]; };
-    return Stats{at(0.5), at(0.99)};
+    auto at
+        = [&](double q) { return samples[qMin(samples.size() - 1, qsizetype(q * double(samples.size() - 1) + 0.5))]; };
+    return Stats {at(0.5), at(0.99)};
 }
 
 // Signs the shared facade up and in, makes a room and measures `count` messages.
@@ -68,7 +68,8 @@ bool measureFacade(const QString &url, int count, QList<double> &samples)
                 [&](const IMClientPtr &) {
                     auto draft = std::make_shared<IMRoom>();
                     draft->setName(QStringLiteral("bench"));
-                    parlo->createRoom(draft, [&](const IMRoomPtr &r) { room = r; }, fail);
+                    parlo->createRoom(
+                        draft, [&](const IMRoomPtr &r) { room = r; }, fail);
                 },
                 fail);
         },
@@ -105,13 +106,14 @@ bool measureNode(int port, int count, QList<double> &samples)
 {
     QProcess node;
     node.start(NodeProcess::nodeExecutable(),
-               {QStringLiteral(PARLO_SOURCE_DIR "/bench/Api/echo_roundtrip.mjs"), QString::number(port), kApiKey,
-                kClientKey, QString::number(count), QString::number(kWarmup)});
+        {QStringLiteral(PARLO_SOURCE_DIR "/bench/Api/echo_roundtrip.mjs"), QString::number(port), kApiKey, kClientKey,
+            QString::number(count), QString::number(kWarmup)});
     if (!node.waitForFinished(180000) || node.exitCode() != 0) {
         std::fprintf(stderr, "node: %s\n", node.readAllStandardError().constData());
         return false;
     }
-    const QVariantList values = QJsonDocument::fromJson(node.readAllStandardOutput()).toVariant().toMap().value("samplesMs").toList();
+    const QVariantList values
+        = QJsonDocument::fromJson(node.readAllStandardOutput()).toVariant().toMap().value("samplesMs").toList();
     for (const QVariant &v : values)
         samples << v.toDouble();
     return samples.size() == count;
@@ -131,8 +133,8 @@ int main(int argc, char **argv)
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.path() + QStringLiteral("/settings.ini"));
 
     NodeProcess server(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
-                       {"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey},
-                       QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+        {"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey},
+        QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
     if (!server.start()) {
         std::fprintf(stderr, "server: %s\n", qPrintable(server.errorText()));
         return 1;

@@ -29,12 +29,12 @@ void fillStore(int rooms)
     QCoreApplication::processEvents(); // the store is re-created from the main queue
     QList<IMRoomPtr> list;
     for (int i = 0; i < rooms; ++i) {
-        auto room = IMRoom::fromDictionary(QVariantMap{
-            {"id", QStringLiteral("room-%1").arg(i)},
-            {"name", QStringLiteral("Room %1").arg(i)},
-            {"lastMessageTime", timeText(i)},
-            {"client", QVariantList{QVariantMap{{"clientID", "me"}}, QVariantMap{{"clientID", QStringLiteral("c%1").arg(i)}}}},
-            {"message", QVariantList{QVariantMap{{"id", QStringLiteral("m-%1").arg(i)}, {"message", "hello"}}}}});
+        auto room = IMRoom::fromDictionary(QVariantMap {{"id", QStringLiteral("room-%1").arg(i)},
+            {"name", QStringLiteral("Room %1").arg(i)}, {"lastMessageTime", timeText(i)},
+            {"client",
+                QVariantList {
+                    QVariantMap {{"clientID", "me"}}, QVariantMap {{"clientID", QStringLiteral("c%1").arg(i)}}}},
+            {"message", QVariantList {QVariantMap {{"id", QStringLiteral("m-%1").arg(i)}, {"message", "hello"}}}}});
         list << room;
     }
     IMDB::sharedInstance()->saveRooms(list);
@@ -54,14 +54,10 @@ double run(int rooms, int events, bool literal)
     for (int e = 0; e < events; ++e) {
         const QString room = QStringLiteral("room-%1").arg(random.bounded(rooms));
         const QString at = timeText(rooms + e);
-        payloads << QVariantList{QVariantMap{{"id", QStringLiteral("n-%1").arg(e)},
-                                             {"message", "new message"},
-                                             {"messageType", "text"},
-                                             {"idFromSender", e},
-                                             {"createdAt", at},
-                                             {"sender", QVariantMap{{"clientID", "other"}}},
-                                             {"room", QVariantMap{{"id", room}, {"lastMessageTime", at}, {"badge", 1}}},
-                                             {"totalBadge", e}}};
+        payloads << QVariantList {
+            QVariantMap {{"id", QStringLiteral("n-%1").arg(e)}, {"message", "new message"}, {"messageType", "text"},
+                {"idFromSender", e}, {"createdAt", at}, {"sender", QVariantMap {{"clientID", "other"}}},
+                {"room", QVariantMap {{"id", room}, {"lastMessageTime", at}, {"badge", 1}}}, {"totalBadge", e}}};
     }
     QElapsedTimer clock;
     clock.start();
@@ -90,7 +86,8 @@ int main(int argc, char **argv)
     IMPlatform::instance()->setDocumentsPath(dir.path() + "/data");
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.path() + "/settings.ini");
     // Back to the standard settings before the folder goes (a later write would make it again).
-    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
+    const auto standardSettings
+        = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setClientID("me");
     qputenv("QT_LOGGING_RULES", "parlo.info=false");
 
@@ -112,7 +109,7 @@ int main(int argc, char **argv)
         }
         const double o = median(ours), b = median(baseline);
         std::printf("| %d | %.0f | %.1f | %.1fx | %s |\n", rooms, o, b, o / b,
-                    rooms == 1000 ? (o >= 2000 ? ">= 2,000/s: met" : ">= 2,000/s: NOT met") : "");
+            rooms == 1000 ? (o >= 2000 ? ">= 2,000/s: met" : ">= 2,000/s: NOT met") : "");
         std::fflush(stdout);
     }
     return 0;

@@ -57,7 +57,7 @@ bool sleepUntil(const std::function<bool()> &done, int ms)
 
 QVariant call(Parlo &parlo, uint method, const QString &path, const QVariantMap &data = {})
 {
-    QVariantMap item{{"url", path}, {"headers", parlo.header()}};
+    QVariantMap item {{"url", path}, {"headers", parlo.header()}};
     if (!data.isEmpty())
         item["data"] = data;
     QVariant result;
@@ -157,11 +157,12 @@ int main(int argc, char **argv)
     IMPlatform::instance()->setTemporaryPath(dir.filePath("cache"));
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath("settings.ini"));
     // Back to the standard settings before the folder goes (a later write would make it again).
-    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
+    const auto standardSettings
+        = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
 
     NodeProcess server(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
-                       {"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--max-upload", "120000000"},
-                       QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+        {"--port", "0", "--api-key", kApiKey, "--client-key", kClientKey, "--max-upload", "120000000"},
+        QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
     if (!server.start()) {
         std::fprintf(stderr, "server: %s\n", qPrintable(server.errorText()));
         return 1;
@@ -193,7 +194,8 @@ int main(int argc, char **argv)
     parlo.cache().setObject(smallName, small);
     timer.start();
     for (int i = 0; i < hits; ++i)
-        parlo.getFileWithName(smallName, true, [&](const QByteArray &b) { sink += b.size(); }, nullptr);
+        parlo.getFileWithName(
+            smallName, true, [&](const QByteArray &b) { sink += b.size(); }, nullptr);
     const double memoryNs = double(timer.nsecsElapsed()) / hits;
     QMutex mutex;
     QCache<QString, QByteArray> bare(1 << 26);
@@ -211,7 +213,8 @@ int main(int argc, char **argv)
     timer.restart();
     for (int i = 0; i < reads; ++i) {
         parlo.cache().removeObject(smallName);
-        parlo.getFileWithName(smallName, true, [&](const QByteArray &b) { sink += b.size(); }, nullptr);
+        parlo.getFileWithName(
+            smallName, true, [&](const QByteArray &b) { sink += b.size(); }, nullptr);
     }
     const double diskUs = timer.nsecsElapsed() / 1e3 / reads;
     const QString path = parlo.filePathWithName(smallName);
@@ -228,8 +231,9 @@ int main(int argc, char **argv)
     for (int i = 0; i < asyncReads; ++i) {
         parlo.cache().removeObject(smallName);
         bool done = false;
-        parlo.getFileWithNameProgress(smallName, nullptr, [&](const QByteArray &b) { sink += b.size(), done = true; },
-                                      [&](const IMError &) { done = true; });
+        parlo.getFileWithNameProgress(
+            smallName, nullptr, [&](const QByteArray &b) { sink += b.size(), done = true; },
+            [&](const IMError &) { done = true; });
         waitUntil([&] { return done; }, 10000);
     }
     const double asyncUs = timer.nsecsElapsed() / 1e3 / asyncReads;
@@ -271,15 +275,15 @@ int main(int argc, char **argv)
     const qint64 peak = procStatusKB("VmHWM:");
 
     std::printf("parlo_files_bench (sink %lld)\n", (long long)sink);
-    std::printf("  memory-cache hit:            %8.0f ns   bare QCache lookup %6.0f ns   ratio %.2f\n", memoryNs, bareNs,
-                memoryNs / bareNs);
+    std::printf("  memory-cache hit:            %8.0f ns   bare QCache lookup %6.0f ns   ratio %.2f\n", memoryNs,
+        bareNs, memoryNs / bareNs);
     std::printf("  disk-cache hit, 100 KB:      %8.1f us   QFile::readAll     %6.1f us   ratio %.2f\n", diskUs, rawUs,
-                diskUs / rawUs);
+        diskUs / rawUs);
     std::printf("  disk-cache hit, HTTP form:   %8.1f us   (read on \"queue\", answered on the main queue)\n", asyncUs);
     std::printf("  HTTP download, 50 MB:        %8.0f MB/s curl to a file     %6.0f MB/s ratio %.2f (median of %d)\n",
-                median(ours), median(theirs), median(ours) / median(theirs), kRounds);
+        median(ours), median(theirs), median(ours) / median(theirs), kRounds);
     if (hugeSeconds > 0 && reset)
         std::printf("  100 MB download:             %8.0f MB/s peak RSS growth %lld MB over %lld MB before\n",
-                    100.0 * 1024 * 1024 / 1e6 / hugeSeconds, (long long)(peak - before) / 1024, (long long)before / 1024);
+            100.0 * 1024 * 1024 / 1e6 / hugeSeconds, (long long)(peak - before) / 1024, (long long)before / 1024);
     return 0;
 }

@@ -15,10 +15,10 @@
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
-#include <functional>
-#include <vector>
 #include <cstdio>
+#include <functional>
 #include <sys/resource.h>
+#include <vector>
 
 namespace {
 
@@ -36,9 +36,9 @@ double cpuMicros()
 
 const QVariantMap &payload()
 {
-    static const QVariantMap p{
-        {"id", "request"},
-        {"body", QVariantMap{{"text", QString::fromUtf8("hello, 世界")}, {"n", 42}, {"list", QVariantList{1, 2, 3}}}}};
+    static const QVariantMap p {{"id", "request"},
+        {"body",
+            QVariantMap {{"text", QString::fromUtf8("hello, 世界")}, {"n", 42}, {"list", QVariantList {1, 2, 3}}}}};
     return p;
 }
 
@@ -73,8 +73,8 @@ bool runRequests(IMSocketIOClient &client, int total, int inflight)
 
 Figures measureKit(int port, int total, int inflight)
 {
-    IMSocketIOClient client(QUrl(QStringLiteral("http://127.0.0.1:%1").arg(port)),
-                            {{"forceWebsockets", true}, {"reconnects", false}});
+    IMSocketIOClient client(
+        QUrl(QStringLiteral("http://127.0.0.1:%1").arg(port)), {{"forceWebsockets", true}, {"reconnects", false}});
     client.connect();
     QDeadlineTimer deadline(10000);
     while (client.status() != IMSocket::Status::Connected && !deadline.hasExpired())
@@ -94,8 +94,8 @@ Figures measureNode(int port, int total, int inflight)
 {
     QProcess node;
     node.start(NodeProcess::nodeExecutable(),
-               {QStringLiteral(PARLO_SOURCE_DIR "/tests/node/bench-client.js"), QString::number(port),
-                QString::number(total), QString::number(inflight)});
+        {QStringLiteral(PARLO_SOURCE_DIR "/tests/node/bench-client.js"), QString::number(port), QString::number(total),
+            QString::number(inflight)});
     if (!node.waitForFinished(180000) || node.exitCode() != 0) {
         std::fprintf(stderr, "node client failed: %s\n", node.readAllStandardError().constData());
         return {};
@@ -127,9 +127,9 @@ int main(int argc, char **argv)
     }
     std::printf("Socket.IO acknowledged requests, WebSocket, %d requests per run, local socket.io 4.8 server, "
                 "medians of %d rounds\n",
-                total, rounds);
+        total, rounds);
     std::printf("%-10s %14s %14s %8s %16s %16s %8s\n", "in flight", "kit req/s", "node req/s", "ratio",
-                "kit CPU us/req", "node CPU us/req", "ratio");
+        "kit CPU us/req", "node CPU us/req", "ratio");
     bool ok = true;
     for (int inflight : {1, 64}) {
         std::vector<double> kitRate, nodeRate, kitCpu, nodeCpu;
@@ -151,7 +151,7 @@ int main(int argc, char **argv)
         const double kitPerSecond = median(kitRate), nodePerSecond = median(nodeRate);
         const double kitMicros = median(kitCpu), nodeMicros = median(nodeCpu);
         std::printf("%-10d %14.0f %14.0f %8.2f %16.1f %16.1f %8.2f\n", inflight, kitPerSecond, nodePerSecond,
-                    kitPerSecond / nodePerSecond, kitMicros, nodeMicros, kitMicros / nodeMicros);
+            kitPerSecond / nodePerSecond, kitMicros, nodeMicros, kitMicros / nodeMicros);
         std::fflush(stdout);
     }
     std::printf("goal: throughput ratio >= 1, CPU ratio <= 0.8 with 1 in flight and <= 0.5 with 64\n");

@@ -33,17 +33,16 @@ QString stamp(qint64 seconds) { return IMDate::toString8601(kEpoch.addSecs(secon
 IMRoomPtr makeRoom(int i, qint64 lastSeconds)
 {
     const QString id = QStringLiteral("room-%1").arg(i, 6, 10, QLatin1Char('0'));
-    QVariantMap member{ { "id", "c1" }, { "clientID", "me" }, { "username", "Me" }, { "photo", "http://img/me.png" } };
-    QVariantMap other{ { "id", QStringLiteral("c-%1").arg(i) }, { "clientID", QStringLiteral("user%1").arg(i) },
-                       { "username", QStringLiteral("User %1").arg(i) }, { "photo", "http://img/u.png" } };
-    QVariantMap latest{ { "id", QStringLiteral("m-%1").arg(i) }, { "message", "See you at the station at six" },
-                        { "messageType", "text" }, { "createdAt", stamp(lastSeconds) }, { "idFromSender", 123456789 } };
-    IMRoomPtr room = IMRoom::fromDictionary(
-            { { "id", id }, { "name", QStringLiteral("Room %1").arg(i) }, { "thumbnail", "http://img/room.png" },
-              { "isPublic", false }, { "createdAt", stamp(0) }, { "updatedAt", stamp(lastSeconds) },
-              { "client", QVariantList{ member, other } }, { "message", QVariantList{ latest } },
-              { "archivedBy", QVariantList{} }, { "readTime", QVariantMap{ { "me", stamp(lastSeconds) } } },
-              { "lastMessageTime", stamp(lastSeconds) }, { "sender", other }, { "badge", i % 7 } });
+    QVariantMap member {{"id", "c1"}, {"clientID", "me"}, {"username", "Me"}, {"photo", "http://img/me.png"}};
+    QVariantMap other {{"id", QStringLiteral("c-%1").arg(i)}, {"clientID", QStringLiteral("user%1").arg(i)},
+        {"username", QStringLiteral("User %1").arg(i)}, {"photo", "http://img/u.png"}};
+    QVariantMap latest {{"id", QStringLiteral("m-%1").arg(i)}, {"message", "See you at the station at six"},
+        {"messageType", "text"}, {"createdAt", stamp(lastSeconds)}, {"idFromSender", 123456789}};
+    IMRoomPtr room = IMRoom::fromDictionary({{"id", id}, {"name", QStringLiteral("Room %1").arg(i)},
+        {"thumbnail", "http://img/room.png"}, {"isPublic", false}, {"createdAt", stamp(0)},
+        {"updatedAt", stamp(lastSeconds)}, {"client", QVariantList {member, other}}, {"message", QVariantList {latest}},
+        {"archivedBy", QVariantList {}}, {"readTime", QVariantMap {{"me", stamp(lastSeconds)}}},
+        {"lastMessageTime", stamp(lastSeconds)}, {"sender", other}, {"badge", i % 7}});
     return room;
 }
 
@@ -67,7 +66,7 @@ double median(std::vector<double> v)
 
 double threadCpuMs()
 {
-    timespec ts{};
+    timespec ts {};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
     return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
@@ -88,8 +87,8 @@ double timeMs(const std::function<void()> &body)
 }
 
 // Times `body` into `wall`, and its CPU time into `cpu`.
-double timeInto(std::vector<double> &wall, std::vector<double> &cpu, const std::function<void()> &body,
-                double divisor = 1)
+double timeInto(
+    std::vector<double> &wall, std::vector<double> &cpu, const std::function<void()> &body, double divisor = 1)
 {
     g_cpu = &cpu;
     const double ms = timeMs(body) / divisor;
@@ -106,7 +105,10 @@ sqlite3 *openRaw(const QString &path)
         std::fprintf(stderr, "cannot open %s\n", qPrintable(path));
         std::exit(1);
     }
-    sqlite3_exec(db, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -32768; PRAGMA mmap_size = 268435456", nullptr, nullptr, nullptr);
+    sqlite3_exec(db,
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA cache_size = -32768; PRAGMA mmap_size = "
+        "268435456",
+        nullptr, nullptr, nullptr);
     return db;
 }
 
@@ -126,8 +128,7 @@ int drain(sqlite3_stmt *stmt)
     return bytes >= 0 ? rows : -1;
 }
 
-struct Figure
-{
+struct Figure {
     std::vector<double> ours, oursCpu, raw, rawCpu;
 };
 
@@ -137,8 +138,8 @@ void row(const char *name, const Figure &f, double goal)
     const double ours = median(f.ours), raw = median(f.raw);
     const double oursCpu = median(f.oursCpu), rawCpu = median(f.rawCpu);
     const double ratio = raw > 0 ? ours / raw : 0.0, cpuRatio = rawCpu > 0 ? oursCpu / rawCpu : 0.0;
-    std::printf("%-48s %9.3f %9.3f %7.2fx | %9.3f %9.3f %7.2fx | %6.2fx  %s\n", name, ours, raw, ratio, oursCpu,
-                rawCpu, cpuRatio, goal, ratio <= goal ? "ok" : (cpuRatio <= goal ? "ok on CPU time" : "OVER"));
+    std::printf("%-48s %9.3f %9.3f %7.2fx | %9.3f %9.3f %7.2fx | %6.2fx  %s\n", name, ours, raw, ratio, oursCpu, rawCpu,
+        cpuRatio, goal, ratio <= goal ? "ok" : (cpuRatio <= goal ? "ok on CPU time" : "OVER"));
 }
 } // namespace
 
@@ -169,7 +170,7 @@ int main(int argc, char **argv)
     db->saveRooms(rooms);
 
     sqlite3 *reader = openRaw(path);
-    double load[3] = { 0, 0, 0 };
+    double load[3] = {0, 0, 0};
     if (FILE *f = std::fopen("/proc/loadavg", "r")) {
         if (std::fscanf(f, "%lf %lf %lf", &load[0], &load[1], &load[2]) != 3)
             load[0] = -1;
@@ -177,7 +178,7 @@ int main(int argc, char **argv)
     }
     std::printf("load average at start: %.2f (2 cores)\n", load[0]);
     std::printf("\n%-48s %9s %9s %8s | %9s %9s %8s | %7s\n", "figure (ms, median)", "IMDB", "raw", "ratio", "IMDB cpu",
-                "raw cpu", "ratio", "goal");
+        "raw cpu", "ratio", "goal");
 
     // 1. getAllRooms. The saved messages also match the room-list query, as in the store.
     {
@@ -216,23 +217,25 @@ int main(int argc, char **argv)
         QTemporaryDir rawDir;
         sqlite3 *writer = openRaw(QDir(rawDir.path()).filePath("raw_db"));
         sqlite3_exec(writer,
-                     "CREATE TABLE \"database\"(rowid INTEGER PRIMARY KEY, collection TEXT NOT NULL, key TEXT NOT NULL,"
-                     " data TEXT NOT NULL);"
-                     "CREATE UNIQUE INDEX \"database_collection_key\" ON \"database\"(collection, key);"
-                     "CREATE TABLE \"secondaryIndex_Message-CreateAt-RoomID\"(rowid INTEGER PRIMARY KEY, createdAt REAL,"
-                     " roomID TEXT, lastMessageTime REAL);"
-                     "CREATE INDEX \"secondaryIndex_lastMessageTime\" ON \"secondaryIndex_Message-CreateAt-RoomID\"(lastMessageTime);"
-                     "CREATE INDEX \"secondaryIndex_roomID_createdAt\" ON \"secondaryIndex_Message-CreateAt-RoomID\"(roomID, createdAt);",
-                     nullptr, nullptr, nullptr);
+            "CREATE TABLE \"database\"(rowid INTEGER PRIMARY KEY, collection TEXT NOT NULL, key TEXT NOT NULL,"
+            " data TEXT NOT NULL);"
+            "CREATE UNIQUE INDEX \"database_collection_key\" ON \"database\"(collection, key);"
+            "CREATE TABLE \"secondaryIndex_Message-CreateAt-RoomID\"(rowid INTEGER PRIMARY KEY, createdAt REAL,"
+            " roomID TEXT, lastMessageTime REAL);"
+            "CREATE INDEX \"secondaryIndex_lastMessageTime\" ON "
+            "\"secondaryIndex_Message-CreateAt-RoomID\"(lastMessageTime);"
+            "CREATE INDEX \"secondaryIndex_roomID_createdAt\" ON \"secondaryIndex_Message-CreateAt-RoomID\"(roomID, "
+            "createdAt);",
+            nullptr, nullptr, nullptr);
         sqlite3_stmt *upsert = nullptr, *index = nullptr;
         sqlite3_prepare_v2(writer,
-                           "INSERT INTO \"database\"(collection, key, data) VALUES(?, ?, ?)"
-                           " ON CONFLICT(collection, key) DO UPDATE SET data = excluded.data RETURNING rowid",
-                           -1, &upsert, nullptr);
+            "INSERT INTO \"database\"(collection, key, data) VALUES(?, ?, ?)"
+            " ON CONFLICT(collection, key) DO UPDATE SET data = excluded.data RETURNING rowid",
+            -1, &upsert, nullptr);
         sqlite3_prepare_v2(writer,
-                           "INSERT OR REPLACE INTO \"secondaryIndex_Message-CreateAt-RoomID\"(rowid, createdAt, roomID,"
-                           " lastMessageTime) VALUES(?, ?, ?, ?)",
-                           -1, &index, nullptr);
+            "INSERT OR REPLACE INTO \"secondaryIndex_Message-CreateAt-RoomID\"(rowid, createdAt, roomID,"
+            " lastMessageTime) VALUES(?, ?, ?, ?)",
+            -1, &index, nullptr);
         // The baseline's file holds the same 10,000 rooms as the store: an insert into a larger
         // tree costs more, and both sides should do the same work.
         const auto writeRaw = [&](const std::vector<QByteArray> &keys, const std::vector<QByteArray> &data,
@@ -255,7 +258,7 @@ int main(int argc, char **argv)
             sqlite3_exec(writer, "COMMIT", nullptr, nullptr, nullptr);
         };
         const auto archive = [](const IMRoomPtr &room, std::vector<QByteArray> &keys, std::vector<QByteArray> &data,
-                                std::vector<double> &times) {
+                                 std::vector<double> &times) {
             keys.push_back(room->objectID().toUtf8());
             data.push_back(QJsonDocument::fromVariant(room->toDictionary()).toJson(QJsonDocument::Compact));
             times.push_back(double(IMDate::toDate(room->lastMessageTime()).toMSecsSinceEpoch()) / 1000.0);
@@ -302,8 +305,8 @@ int main(int argc, char **argv)
     // 3. A page of 40 from a random room before a random moment, averaged over 200 queries a run.
     if (messageCount > 0) {
         sqlite3_stmt *stmt = nullptr;
-        const QByteArray sql =
-                QByteArray(kSelect) + "WHERE createdAt < ? AND roomID = ? ORDER BY createdAt DESC LIMIT ?";
+        const QByteArray sql
+            = QByteArray(kSelect) + "WHERE createdAt < ? AND roomID = ? ORDER BY createdAt DESC LIMIT ?";
         sqlite3_prepare_v2(reader, sql.constData(), -1, &stmt, nullptr);
         constexpr int kQueries = 200;
         Figure f;
@@ -312,20 +315,26 @@ int main(int argc, char **argv)
             std::vector<std::pair<IMRoomPtr, QDateTime>> probes;
             for (int q = 0; q < kQueries; ++q)
                 probes.emplace_back(rooms.at(QRandomGenerator::global()->bounded(1000)),
-                                    kEpoch.addSecs(QRandomGenerator::global()->bounded(messageCount) + 1));
-            timeInto(f.ours, f.oursCpu, [&] {
-                for (const auto &probe : probes)
-                    got += db->queryMessagesForRoom(probe.first, probe.second, 40).size();
-            }, kQueries);
-            timeInto(f.raw, f.rawCpu, [&] {
-                              for (const auto &probe : probes) {
-                                  const QByteArray id = probe.first->objectID().toUtf8();
-                                  sqlite3_bind_double(stmt, 1, double(probe.second.toMSecsSinceEpoch()) / 1000.0);
-                                  sqlite3_bind_text(stmt, 2, id.constData(), int(id.size()), SQLITE_STATIC);
-                                  sqlite3_bind_int64(stmt, 3, 40);
-                                  drain(stmt);
-                              }
-                          }, kQueries);
+                    kEpoch.addSecs(QRandomGenerator::global()->bounded(messageCount) + 1));
+            timeInto(
+                f.ours, f.oursCpu,
+                [&] {
+                    for (const auto &probe : probes)
+                        got += db->queryMessagesForRoom(probe.first, probe.second, 40).size();
+                },
+                kQueries);
+            timeInto(
+                f.raw, f.rawCpu,
+                [&] {
+                    for (const auto &probe : probes) {
+                        const QByteArray id = probe.first->objectID().toUtf8();
+                        sqlite3_bind_double(stmt, 1, double(probe.second.toMSecsSinceEpoch()) / 1000.0);
+                        sqlite3_bind_text(stmt, 2, id.constData(), int(id.size()), SQLITE_STATIC);
+                        sqlite3_bind_int64(stmt, 3, 40);
+                        drain(stmt);
+                    }
+                },
+                kQueries);
         }
         sqlite3_finalize(stmt);
         row("queryMessagesForRoom, 40 of 1,000,000 messages", f, 2);

@@ -9,9 +9,9 @@
 #include <QTemporaryDir>
 
 #include "IMDate.h"
-#include "IMPlatform.h"
 #include "IMMessageViewController.h"
 #include "IMNavigationController.h"
+#include "IMPlatform.h"
 #include "IMUserDefaults.h"
 #include "IMWindow.h"
 #include "Parlo.h"
@@ -21,11 +21,13 @@ namespace {
 IMMessagePtr message(int i, const IMRoomPtr &room, bool picture)
 {
     const QString from = i % 3 ? QStringLiteral("bob") : QStringLiteral("alice");
-    IMMessagePtr m = IMMessage::fromDictionary(
-        {{"id", QStringLiteral("m%1").arg(i)}, {"messageType", picture ? "image" : "text"},
-         {"message", picture ? QStringLiteral("bench-%1.png").arg(i % 4) : QStringLiteral("Message %1: ").arg(i) + QStringLiteral("word ").repeated(i % 12 + 1)},
-         {"sender", QVariantMap{{"clientID", from}, {"username", from}}},
-         {"createdAt", IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(i * 30 - 100000))}});
+    IMMessagePtr m
+        = IMMessage::fromDictionary({{"id", QStringLiteral("m%1").arg(i)}, {"messageType", picture ? "image" : "text"},
+            {"message",
+                picture ? QStringLiteral("bench-%1.png").arg(i % 4)
+                        : QStringLiteral("Message %1: ").arg(i) + QStringLiteral("word ").repeated(i % 12 + 1)},
+            {"sender", QVariantMap {{"clientID", from}, {"username", from}}},
+            {"createdAt", IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(i * 30 - 100000))}});
     m->setRoom(room);
     return m;
 }
@@ -39,7 +41,8 @@ int main(int argc, char **argv)
     QTemporaryDir dir;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
     // Back to the standard settings before the folder goes (a later write would make it again).
-    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
+    const auto standardSettings
+        = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "alice"}});
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
     // Four pictures in the file cache, as after a first visit.
@@ -53,7 +56,7 @@ int main(int argc, char **argv)
         Parlo::shareInstance()->fileSaveWithName(QStringLiteral("bench-%1.png").arg(k), png);
     }
     IMRoomPtr room = IMRoom::fromDictionary({{"id", "r1"}, {"name", "Bench"},
-        {"client", QVariantList{QVariantMap{{"clientID", "alice"}}, QVariantMap{{"clientID", "bob"}}}}});
+        {"client", QVariantList {QVariantMap {{"clientID", "alice"}}, QVariantMap {{"clientID", "bob"}}}}});
     QList<IMMessagePtr> page;
     for (int i = 0; i < 40; ++i)
         page << message(i, room, i % 5 == 4);
@@ -69,11 +72,14 @@ int main(int argc, char **argv)
     double first = 0;
     std::vector<double> appends;
     int next = 1000;
-    uiMeasure(&window, 7, 100, [&] {
-        screen->tableview()->invalidateHeightCache();
-        screen->setDataSource(page);
-        screen->scrollToBottomWithAnimate(false);
-    }, [&](int) { screen->ParloDidReceiveMessageFromOthers(message(next++, room, false)); }, first, appends);
+    uiMeasure(
+        &window, 7, 100,
+        [&] {
+            screen->tableview()->invalidateHeightCache();
+            screen->setDataSource(page);
+            screen->scrollToBottomWithAnimate(false);
+        },
+        [&](int) { screen->ParloDidReceiveMessageFromOthers(message(next++, room, false)); }, first, appends);
 
     QListView list;
     QStandardItemModel model;
@@ -84,22 +90,28 @@ int main(int argc, char **argv)
     double baseFirst = 0;
     std::vector<double> baseAppends;
     int baseNext = 1000;
-    uiMeasure(&list, 7, 100, [&] {
-        model.clear();
-        for (const IMMessagePtr &m : page)
-            model.appendRow(new QStandardItem(m->message()));
-        list.setModel(&model);
-        list.scrollToBottom();
-    }, [&](int) {
-        model.appendRow(new QStandardItem(message(baseNext++, room, false)->message()));
-        list.scrollToBottom();
-    }, baseFirst, baseAppends);
+    uiMeasure(
+        &list, 7, 100,
+        [&] {
+            model.clear();
+            for (const IMMessagePtr &m : page)
+                model.appendRow(new QStandardItem(m->message()));
+            list.setModel(&model);
+            list.scrollToBottom();
+        },
+        [&](int) {
+            model.appendRow(new QStandardItem(message(baseNext++, room, false)->message()));
+            list.scrollToBottom();
+        },
+        baseFirst, baseAppends);
 
-    std::printf("conversation: first frame of 40 rows %.2f ms (QListView %.2f ms); append at the bottom median %.2f / p99 %.2f ms "
-                "(QListView %.2f / %.2f ms)\n", first, baseFirst, uiPercentile(appends, 0.5), uiPercentile(appends, 0.99),
-                uiPercentile(baseAppends, 0.5), uiPercentile(baseAppends, 0.99));
+    std::printf("conversation: first frame of 40 rows %.2f ms (QListView %.2f ms); append at the bottom median %.2f / "
+                "p99 %.2f ms "
+                "(QListView %.2f / %.2f ms)\n",
+        first, baseFirst, uiPercentile(appends, 0.5), uiPercentile(appends, 0.99), uiPercentile(baseAppends, 0.5),
+        uiPercentile(baseAppends, 0.99));
     uiRow("conversation: first frame of 40 mixed rows (baseline QListView)", first, "ms", baseFirst, "<=", 50);
     uiRow("conversation: incoming message at the bottom, p99 (baseline QListView)", uiPercentile(appends, 0.99), "ms",
-          uiPercentile(baseAppends, 0.99), "<=", 16);
+        uiPercentile(baseAppends, 0.99), "<=", 16);
     return 0;
 }

@@ -22,8 +22,7 @@ const int kSteps = 300;
 
 QString lastMessage(int i)
 {
-    return QStringLiteral("Message %1: ").arg(i)
-        + QStringLiteral("see you at seven ").repeated(1 + i % 4);
+    return QStringLiteral("Message %1: ").arg(i) + QStringLiteral("see you at seven ").repeated(1 + i % 4);
 }
 
 QList<IMRoomPtr> makeRooms()
@@ -32,17 +31,17 @@ QList<IMRoomPtr> makeRooms()
     rooms.reserve(kRooms);
     const QDateTime now = QDateTime::currentDateTimeUtc();
     for (int i = 0; i < kRooms; ++i) {
-        IMRoomPtr r = IMRoom::fromDictionary({ { "id", QStringLiteral("room%1").arg(i) } });
-        QVariantList members { QVariantMap { { "clientID", "me" } } };
+        IMRoomPtr r = IMRoom::fromDictionary({{"id", QStringLiteral("room%1").arg(i)}});
+        QVariantList members {QVariantMap {{"clientID", "me"}}};
         // Every third room is one-to-one; the rest are groups of three.
-        members << QVariantMap { { "clientID", QStringLiteral("c%1").arg(i) },
-            { "username", QStringLiteral("Client %1").arg(i) } };
+        members << QVariantMap {
+            {"clientID", QStringLiteral("c%1").arg(i)}, {"username", QStringLiteral("Client %1").arg(i)}};
         if (i % 3)
-            members << QVariantMap { { "clientID", QStringLiteral("d%1").arg(i) } };
+            members << QVariantMap {{"clientID", QStringLiteral("d%1").arg(i)}};
         r->setName(QStringLiteral("Room %1").arg(i));
         r->setClient(members);
         r->setBadge(i % 7 == 0 ? i % 200 : 0);
-        r->setMessage({ QVariantMap { { "messageType", "text" }, { "message", lastMessage(i) } } });
+        r->setMessage({QVariantMap {{"messageType", "text"}, {"message", lastMessage(i)}}});
         r->setLastMessageTime(IMDate::toString8601(now.addSecs(-60 * i)));
         rooms << r;
     }
@@ -59,8 +58,9 @@ int main(int argc, char **argv)
     QTemporaryDir dir;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
     // Back to the standard settings before the folder goes (a later write would make it again).
-    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
-    IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "clientID", "me" } });
+    const auto standardSettings
+        = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}});
     const QList<IMRoomPtr> rooms = makeRooms();
 
     auto *list = new IMRoomViewController;
@@ -102,24 +102,20 @@ int main(int argc, char **argv)
         [&] {
             model.clear();
             for (int i = 0; i < kRooms; ++i)
-                model.appendRow(
-                    new QStandardItem(QStringLiteral("Room %1\n%2").arg(i).arg(lastMessage(i))));
+                model.appendRow(new QStandardItem(QStringLiteral("Room %1\n%2").arg(i).arg(lastMessage(i))));
             view.setModel(&model);
         },
-        [&](int s) {
-            view.verticalScrollBar()->setValue(
-                view.verticalScrollBar()->value() + 40 + (s % 3) * 20);
-        },
+        [&](int s) { view.verticalScrollBar()->setValue(view.verticalScrollBar()->value() + 40 + (s % 3) * 20); },
         baseFirst, baseSteps);
 
     std::printf("room list, %d rooms: first frame %.2f ms (QListView %.2f ms); scroll step median "
                 "%.2f / p99 %.2f ms "
                 "(QListView %.2f / %.2f ms); unread total %d in %.3f ms; row widgets made %d\n",
         kRooms, ourFirst, baseFirst, uiPercentile(ourSteps, 0.5), uiPercentile(ourSteps, 0.99),
-        uiPercentile(baseSteps, 0.5), uiPercentile(baseSteps, 0.99), int(total),
-        uiPercentile(sums, 0.5), list->tableview()->createdCellCount());
-    uiRow("room list: first frame after ParloDidUpdateRooms, 10,000 rooms (baseline QListView)",
-        ourFirst, "ms", baseFirst, "<=", 50);
+        uiPercentile(baseSteps, 0.5), uiPercentile(baseSteps, 0.99), int(total), uiPercentile(sums, 0.5),
+        list->tableview()->createdCellCount());
+    uiRow("room list: first frame after ParloDidUpdateRooms, 10,000 rooms (baseline QListView)", ourFirst, "ms",
+        baseFirst, "<=", 50);
     uiRow("room list: scroll step, median (baseline QListView)", uiPercentile(ourSteps, 0.5), "ms",
         uiPercentile(baseSteps, 0.5));
     uiRow("room list: scroll step, p99 (baseline QListView)", uiPercentile(ourSteps, 0.99), "ms",

@@ -19,13 +19,14 @@ const int kSteps = 300;
 QString textOf(int row)
 {
     // One to four lines of text, so rows differ in height.
-    return QStringLiteral("Row %1: ").arg(row) + QStringLiteral("lorem ipsum dolor sit amet ").repeated(1 + (row * 7) % 9);
+    return QStringLiteral("Row %1: ").arg(row)
+        + QStringLiteral("lorem ipsum dolor sit amet ").repeated(1 + (row * 7) % 9);
 }
 
-class Cell : public IMTableViewCell
-{
+class Cell : public IMTableViewCell {
 public:
-    Cell() : IMTableViewCell(QStringLiteral("Cell"))
+    Cell()
+        : IMTableViewCell(QStringLiteral("Cell"))
     {
         auto *layout = new QVBoxLayout(contentView());
         layout->setContentsMargins(16, 8, 16, 8);
@@ -36,8 +37,7 @@ public:
     QLabel *label;
 };
 
-class Rows : public IMTableViewDataSource, public IMTableViewDelegate
-{
+class Rows : public IMTableViewDataSource, public IMTableViewDelegate {
 public:
     IMTableView *table = nullptr;
     int numberOfRowsInSection(IMTableView *, int) override { return kRows; }
@@ -52,7 +52,7 @@ public:
         // Template rows measured once per distinct length, as the screens do.
         const int kind = (p.row * 7) % 9;
         return t->heightForCellWithIdentifier(QStringLiteral("Cell"), QString::number(kind),
-                                              [&](IMTableViewCell *c) { static_cast<Cell *>(c)->label->setText(textOf(p.row)); });
+            [&](IMTableViewCell *c) { static_cast<Cell *>(c)->label->setText(textOf(p.row)); });
     }
 };
 
@@ -72,9 +72,10 @@ int main(int argc, char **argv)
     table.setDelegate(&rows);
     double ourFirst = 0;
     std::vector<double> ourSteps;
-    uiMeasure(&table, kRounds, kSteps, [&] { table.setDataSource(&rows); }, [&](int s) {
-        table.verticalScrollBar()->setValue(table.verticalScrollBar()->value() + 40 + (s % 3) * 20);
-    }, ourFirst, ourSteps);
+    uiMeasure(
+        &table, kRounds, kSteps, [&] { table.setDataSource(&rows); },
+        [&](int s) { table.verticalScrollBar()->setValue(table.verticalScrollBar()->value() + 40 + (s % 3) * 20); },
+        ourFirst, ourSteps);
 
     QListView list;
     QStandardItemModel model;
@@ -85,21 +86,26 @@ int main(int argc, char **argv)
     list.show();
     double baseFirst = 0;
     std::vector<double> baseSteps;
-    uiMeasure(&list, kRounds, kSteps, [&] {
-        model.clear();
-        for (int i = 0; i < kRows; ++i)
-            model.appendRow(new QStandardItem(textOf(i)));
-        list.setModel(&model);
-    }, [&](int s) {
-        list.verticalScrollBar()->setValue(list.verticalScrollBar()->value() + 40 + (s % 3) * 20);
-    }, baseFirst, baseSteps);
+    uiMeasure(
+        &list, kRounds, kSteps,
+        [&] {
+            model.clear();
+            for (int i = 0; i < kRows; ++i)
+                model.appendRow(new QStandardItem(textOf(i)));
+            list.setModel(&model);
+        },
+        [&](int s) { list.verticalScrollBar()->setValue(list.verticalScrollBar()->value() + 40 + (s % 3) * 20); },
+        baseFirst, baseSteps);
 
     std::printf("table view, %d rows: first frame %.2f ms (QListView %.2f ms); scroll step median %.2f / p99 %.2f ms "
-                "(QListView %.2f / %.2f ms); row widgets made %d\n", kRows, ourFirst, baseFirst,
-                uiPercentile(ourSteps, 0.5), uiPercentile(ourSteps, 0.99), uiPercentile(baseSteps, 0.5),
-                uiPercentile(baseSteps, 0.99), table.createdCellCount());
-    uiRow("table view: first frame after reloadData, 10,000 rows (baseline QListView)", ourFirst, "ms", baseFirst, "<=", 50);
-    uiRow("table view: scroll step, median (baseline QListView)", uiPercentile(ourSteps, 0.5), "ms", uiPercentile(baseSteps, 0.5));
-    uiRow("table view: scroll step, p99 (baseline QListView)", uiPercentile(ourSteps, 0.99), "ms", uiPercentile(baseSteps, 0.99), "<=", 16);
+                "(QListView %.2f / %.2f ms); row widgets made %d\n",
+        kRows, ourFirst, baseFirst, uiPercentile(ourSteps, 0.5), uiPercentile(ourSteps, 0.99),
+        uiPercentile(baseSteps, 0.5), uiPercentile(baseSteps, 0.99), table.createdCellCount());
+    uiRow("table view: first frame after reloadData, 10,000 rows (baseline QListView)", ourFirst, "ms", baseFirst,
+        "<=", 50);
+    uiRow("table view: scroll step, median (baseline QListView)", uiPercentile(ourSteps, 0.5), "ms",
+        uiPercentile(baseSteps, 0.5));
+    uiRow("table view: scroll step, p99 (baseline QListView)", uiPercentile(ourSteps, 0.99), "ms",
+        uiPercentile(baseSteps, 0.99), "<=", 16);
     return 0;
 }

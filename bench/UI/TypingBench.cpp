@@ -18,7 +18,8 @@
 #include "UxTextView.h"
 
 namespace {
-const QString kFiveLines = QStringLiteral("Plan for Saturday:\n1. Meet at the station\n2. Bus to the trailhead\n3. Lunch at the top\n4. ");
+const QString kFiveLines
+    = QStringLiteral("Plan for Saturday:\n1. Meet at the station\n2. Bus to the trailhead\n3. Lunch at the top\n4. ");
 
 // Times `keys` key presses into `editor`, each followed by a frame of `window`.
 std::vector<double> typeInto(QWidget *window, QWidget *editor, int keys)
@@ -51,16 +52,17 @@ int main(int argc, char **argv)
     QTemporaryDir dir;
     IMUserDefaults::standardUserDefaults()->setSettingsFile(dir.filePath(QStringLiteral("settings.ini")));
     // Back to the standard settings before the folder goes (a later write would make it again).
-    const auto standardSettings = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
+    const auto standardSettings
+        = qScopeGuard([] { IMUserDefaults::standardUserDefaults()->setSettingsFile(QString()); });
     IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "alice"}});
     IMRoomPtr room = IMRoom::fromDictionary({{"id", "r1"}, {"name", "Bench"}});
     QList<IMMessagePtr> page;
     for (int i = 0; i < 40; ++i) {
         const QString from = i % 3 ? QStringLiteral("bob") : QStringLiteral("alice");
         page << IMMessage::fromDictionary({{"id", QStringLiteral("m%1").arg(i)}, {"messageType", "text"},
-                                           {"message", QStringLiteral("Message %1: ").arg(i) + QStringLiteral("word ").repeated(i % 12 + 1)},
-                                           {"sender", QVariantMap{{"clientID", from}, {"username", from}}},
-                                           {"createdAt", IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(i * 30 - 100000))}});
+            {"message", QStringLiteral("Message %1: ").arg(i) + QStringLiteral("word ").repeated(i % 12 + 1)},
+            {"sender", QVariantMap {{"clientID", from}, {"username", from}}},
+            {"createdAt", IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(i * 30 - 100000))}});
     }
 
     IMWindow window;
@@ -94,10 +96,12 @@ int main(int argc, char **argv)
     uiFrameMs(&plain);
     const std::vector<double> base = typeInto(&plain, editor, 400);
 
-    std::printf("typing: key to frame median %.2f / p99 %.2f ms with the text view at %d points (bare QPlainTextEdit %.2f / %.2f ms)\n",
-                uiPercentile(ours, 0.5), uiPercentile(ours, 0.99), height, uiPercentile(base, 0.5), uiPercentile(base, 0.99));
-    uiRow("typing: key press in a 5-line text to the next frame, median (baseline bare QPlainTextEdit)", uiPercentile(ours, 0.5), "ms",
-          uiPercentile(base, 0.5), "<=", 8);
-    uiRow("typing: key press to frame, p99 (baseline bare QPlainTextEdit)", uiPercentile(ours, 0.99), "ms", uiPercentile(base, 0.99), "<=", 8);
+    std::printf("typing: key to frame median %.2f / p99 %.2f ms with the text view at %d points (bare QPlainTextEdit "
+                "%.2f / %.2f ms)\n",
+        uiPercentile(ours, 0.5), uiPercentile(ours, 0.99), height, uiPercentile(base, 0.5), uiPercentile(base, 0.99));
+    uiRow("typing: key press in a 5-line text to the next frame, median (baseline bare QPlainTextEdit)",
+        uiPercentile(ours, 0.5), "ms", uiPercentile(base, 0.5), "<=", 8);
+    uiRow("typing: key press to frame, p99 (baseline bare QPlainTextEdit)", uiPercentile(ours, 0.99), "ms",
+        uiPercentile(base, 0.99), "<=", 8);
     return 0;
 }

@@ -32,8 +32,8 @@ inline double uiPercentile(std::vector<double> v, double p)
 // Times `reload` then a frame, `rounds` times (median into `first`), then `steps` scroll steps of
 // one frame each (into `stepTimes`).
 template <typename Reload, typename Scroll>
-void uiMeasure(QWidget *w, int rounds, int steps, Reload reload, Scroll scroll, double &first,
-               std::vector<double> &stepTimes)
+void uiMeasure(
+    QWidget *w, int rounds, int steps, Reload reload, Scroll scroll, double &first, std::vector<double> &stepTimes)
 {
     std::vector<double> firsts;
     for (int r = 0; r < rounds; ++r) {
@@ -53,7 +53,8 @@ void uiMeasure(QWidget *w, int rounds, int steps, Reload reload, Scroll scroll, 
 }
 
 // One row of the bench table: figure, ours, unit, baseline (0: none), goal ("<=" / ">=", value; empty: none).
-inline void uiRow(const char *figure, double ours, const char *unit, double baseline, const char *op = "", double goal = 0)
+inline void uiRow(
+    const char *figure, double ours, const char *unit, double baseline, const char *op = "", double goal = 0)
 {
     std::printf("UIROW|%s|%.3f|%s|%.3f|%s|%.3f\n", figure, ours, unit, baseline, op, goal);
     std::fflush(stdout);

@@ -40,8 +40,8 @@ int main(int argc, char **argv)
             [=](const IMClientPtr &) {
                 parlo->chatinSuccess(
                     [=](const IMClientPtr &) {
-                        std::printf("signed in as %s with %d rooms\n", qPrintable(clientID),
-                                    int(parlo->chatRooms().size()));
+                        std::printf(
+                            "signed in as %s with %d rooms\n", qPrintable(clientID), int(parlo->chatRooms().size()));
                         if (parlo->chatRooms().isEmpty()) {
                             QCoreApplication::quit();
                             return;
@@ -49,7 +49,8 @@ int main(int argc, char **argv)
                         IMMessagePtr hello = IMMessage::initWithRoom(parlo->chatRooms().first());
                         hello->setMessage(QStringLiteral("hello"));
                         hello->setMessageType(kMessageTypeText);
-                        parlo->sendMessage(hello, [](const IMMessagePtr &) {}, fail);
+                        parlo->sendMessage(
+                            hello, [](const IMMessagePtr &) {}, fail);
                         QTimer::singleShot(1000, QCoreApplication::instance(), &QCoreApplication::quit);
                     },
                     fail);

@@ -7,9 +7,9 @@
 #include <ParloSDK/IMBarButtonItem.h>
 #include <ParloSDK/IMBarButtonItemBadge.h>
 #include <ParloSDK/IMChatButton.h>
+#include <ParloSDK/IMDispatch.h>
 #include <ParloSDK/IMNavigationController.h>
 #include <ParloSDK/IMNavigationItem.h>
-#include <ParloSDK/IMDispatch.h>
 #include <ParloSDK/IMNotificationCenter.h>
 #include <ParloSDK/IMViewController.h>
 #include <ParloSDK/Parlo.h>
@@ -18,8 +18,7 @@ namespace {
 const QColor kBrand(36, 113, 163);
 
 // The host's own first screen: a greeting and a status line.
-class HomeScreen : public IMViewController
-{
+class HomeScreen : public IMViewController {
 public:
     QLabel *greeting = nullptr;
     QLabel *status = nullptr;
@@ -40,7 +39,7 @@ protected:
         status->setStyleSheet(QStringLiteral("font-size: 14px; color: #6e6e73;"));
         auto *hint = new QLabel(tr("This window is an ordinary host application. The round button at the bottom right "
                                    "is the kit's chat button: it shows your unread count and opens your chat rooms."),
-                                this);
+            this);
         hint->setWordWrap(true);
         hint->setStyleSheet(QStringLiteral("font-size: 14px; color: #3a3a3c;"));
         layout->addWidget(greeting);
@@ -64,14 +63,16 @@ protected:
         IMViewController::resizeEvent(event);
         if (chatButton) {
             const QSize size(64, 64);
-            chatButton->setGeometry(width() - size.width() - 24, height() - size.height() - 24, size.width(), size.height());
+            chatButton->setGeometry(
+                width() - size.width() - 24, height() - size.height() - 24, size.width(), size.height());
             chatButton->raise();
         }
     }
 };
 } // namespace
 
-ChatWindow::ChatWindow(QWidget *parent) : IMWindow(parent)
+ChatWindow::ChatWindow(QWidget *parent)
+    : IMWindow(parent)
 {
     setWindowTitle(tr("Parlo Chat"));
     auto *home = new HomeScreen;
@@ -86,25 +87,26 @@ ChatWindow::ChatWindow(QWidget *parent) : IMWindow(parent)
     m_chatButton = home->chatButton;
 
     // A bar item that opens the chats too, with the unread count as its badge.
-    m_chatItem = new IMBarButtonItem(tr("Chats"), IMBarButtonItem::Plain, [this] {
-        if (m_chatButton)
-            m_chatButton->click();
-    }, this);
+    m_chatItem = new IMBarButtonItem(
+        tr("Chats"), IMBarButtonItem::Plain,
+        [this] {
+            if (m_chatButton)
+                m_chatButton->click();
+        },
+        this);
     home->navigationItem()->setRightBarButtonItem(m_chatItem);
     IMBarButtonItemBadge::setBadgeValue(m_chatItem, QStringLiteral("0"));
-    IMBarButtonItemBadge::setBadgeValue(m_chatItem, QStringLiteral("0"));  // the first call only builds the badge
+    IMBarButtonItemBadge::setBadgeValue(m_chatItem, QStringLiteral("0")); // the first call only builds the badge
     QPointer<IMBarButtonItem> item(m_chatItem);
-    IMNotificationCenter::defaultCenter()->addObserver(kParloDidUpdateBadge, {}, IMDispatchQueue::mainQueue(), [item](const IMNotification &n) {
-        const IMBadgePtr badge = n.object.value<IMBadgePtr>();
-        if (item)
-            IMBarButtonItemBadge::setBadgeValue(item, QString::number(badge ? qMax(0, badge->total()) : 0));
-    });
+    IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidUpdateBadge, {}, IMDispatchQueue::mainQueue(), [item](const IMNotification &n) {
+            const IMBadgePtr badge = n.object.value<IMBadgePtr>();
+            if (item)
+                IMBarButtonItemBadge::setBadgeValue(item, QString::number(badge ? qMax(0, badge->total()) : 0));
+        });
 }
 
-IMChatButton *ChatWindow::chatButton() const
-{
-    return m_chatButton;
-}
+IMChatButton *ChatWindow::chatButton() const { return m_chatButton; }
 
 void ChatWindow::setStatus(const QString &text)
 {
@@ -117,4 +119,3 @@ void ChatWindow::setUserName(const QString &name)
     if (m_greeting)
         m_greeting->setText(tr("Welcome, %1").arg(name));
 }
-

@@ -12,8 +12,7 @@ class QLabel;
 
 // The host application's window: a home screen in a navigation bar, with the kit's chat button
 // floating at the bottom right and a bar item that carries the unread count.
-class ChatWindow : public IMWindow
-{
+class ChatWindow : public IMWindow {
     Q_OBJECT
 public:
     explicit ChatWindow(QWidget *parent = nullptr);

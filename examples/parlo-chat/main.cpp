@@ -11,15 +11,15 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QDir>
-#include <QElapsedTimer>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QDir>
+#include <QElapsedTimer>
 #include <QFormLayout>
 #include <QLineEdit>
-#include <QUrl>
 #include <QScreen>
 #include <QTimer>
+#include <QUrl>
 
 #include "ChatWindow.h"
 
@@ -42,12 +42,17 @@ void signIn(const QString &clientID, const QString &name, ChatWindow *window)
     auto me = std::make_shared<IMClient>();
     me->setClientID(clientID);
     me->setUsername(name);
-    parlo->signWithClient(me, [parlo, window](const IMClientPtr &) {
-        parlo->chatinSuccess([window](const IMClientPtr &client) {
-            qInfo("parlo-chat: signed in as %s", qPrintable(client->clientID()));
-            window->setStatus(QObject::tr("Signed in as %1.").arg(client->clientID()));
-        }, [window](const IMError &e) { window->setStatus(QObject::tr("Chat-in failed: %1").arg(e.info())); });
-    }, [window](const IMError &e) { window->setStatus(QObject::tr("Sign-up failed: %1").arg(e.info())); });
+    parlo->signWithClient(
+        me,
+        [parlo, window](const IMClientPtr &) {
+            parlo->chatinSuccess(
+                [window](const IMClientPtr &client) {
+                    qInfo("parlo-chat: signed in as %s", qPrintable(client->clientID()));
+                    window->setStatus(QObject::tr("Signed in as %1.").arg(client->clientID()));
+                },
+                [window](const IMError &e) { window->setStatus(QObject::tr("Chat-in failed: %1").arg(e.info())); });
+        },
+        [window](const IMError &e) { window->setStatus(QObject::tr("Sign-up failed: %1").arg(e.info())); });
 }
 
 // Asks for the server's address and who to sign in as; false when cancelled.
@@ -67,7 +72,8 @@ bool askForSignIn(QString *url, QString *clientID)
     QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     user->setFocus();
     user->selectAll();
-    if (dialog.exec() != QDialog::Accepted || user->text().trimmed().isEmpty() || !QUrl(server->text().trimmed()).isValid())
+    if (dialog.exec() != QDialog::Accepted || user->text().trimmed().isEmpty()
+        || !QUrl(server->text().trimmed()).isValid())
         return false;
     *url = server->text().trimmed();
     *clientID = user->text().trimmed();
@@ -86,19 +92,19 @@ void runSelfTest(ChatWindow *window, const QString &dir)
         QTimer::singleShot(300, window, [window, dir] {
             window->chatButton()->click();
             QTimer::singleShot(1200, window, [window, dir] {
-                const bool open = window->findChild<IMUIViewController *>(QStringLiteral("IMRoomViewController")) ||
-                                  [window] {
-                                      for (auto *vc : window->findChildren<IMUIViewController *>())
-                                          if (QLatin1String(vc->metaObject()->className()) == QLatin1String("IMRoomViewController"))
-                                              return true;
-                                      return false;
-                                  }();
+                const bool open
+                    = window->findChild<IMUIViewController *>(QStringLiteral("IMRoomViewController")) || [window] {
+                          for (auto *vc : window->findChildren<IMUIViewController *>())
+                              if (QLatin1String(vc->metaObject()->className()) == QLatin1String("IMRoomViewController"))
+                                  return true;
+                          return false;
+                      }();
                 QDir().mkpath(dir);
                 const QString path = QDir(dir).filePath(QStringLiteral("parlo-chat.png"));
                 QScreen *screen = window->screen();
                 const bool saved = screen && screen->grabWindow(window->winId()).save(path);
                 qInfo("parlo-chat: room list %s; window picture %s", open ? "shown" : "missing",
-                      saved ? qPrintable(path) : "not saved");
+                    saved ? qPrintable(path) : "not saved");
                 window->close();
                 QCoreApplication::exit(open && saved ? 0 : 1);
             });
@@ -128,48 +134,61 @@ void runTour(ChatWindow *window, const QString &dir)
                 return i;
         return -1;
     };
-    *steps << [=] { save(QStringLiteral("1-home")); window->chatButton()->click(); }
-           << [=] { save(QStringLiteral("2-room-list"));
-                    auto *rooms = window->chatButton()->roomController();
-                    if (rooms && !rooms->dataSource().isEmpty())
-                        rooms->enterRoom(rooms->dataSource().first(), false); }
-           << [=] { if (auto *screen = conversation()) {
-                        save(QStringLiteral("3-conversation"));
-                        screen->inputTextView->setFocus();
-                        screen->inputTextView->setText(QStringLiteral("Great, see you at noon!\nI'll bring the map 🗺️"));
-                        screen->inputTextView->moveCursor(QTextCursor::End);
-                    } }
-           << [=] { if (auto *screen = conversation()) {
-                        save(QStringLiteral("4-composing"));
-                        screen->sendMessageBtnPressed();
-                    } }
-           << [=] { if (auto *screen = conversation())
-                        screen->longPressForMessageAtRowOfIndexPath(IMIndexPath::indexPathForRow(rowOf(screen, QStringLiteral("text")))); }
-           << [=] { save(QStringLiteral("5-message-menu"));
-                    if (auto *sheet = UxAlertController::current())
-                        sheet->choose(-1);
-                    auto *screen = conversation();
-                    const int row = screen ? rowOf(screen, QStringLiteral("image")) : -1;
-                    if (row >= 0) {
-                        const IMIndexPath path = IMIndexPath::indexPathForRow(row);
-                        screen->tableview()->scrollToRowAtIndexPath(path, IMTableView::ScrollPositionMiddle, false);
-                        screen->IMMessageTableViewCellImageViewDidPressed(
-                            qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(path)));
-                    } }
-           << [=] { auto *screen = conversation();
-                    if (screen && screen->imageViewBackgroundView) {
-                        save(QStringLiteral("6-picture-viewer"));
-                        delete screen->imageViewBackgroundView;
-                    }
-                    if (auto *rooms = window->chatButton()->roomController()) {
-                        if (rooms->navigationController())
-                            rooms->navigationController()->popToRootViewControllerAnimated(false);
-                        rooms->createRoomItemPressed();
-                    } }
-           << [=] { save(QStringLiteral("7-create-choice"));
-                    if (auto *sheet = UxAlertController::current())
-                        sheet->choose(0); }
-           << [=] { save(QStringLiteral("8-create-room")); QCoreApplication::exit(0); };
+    *steps << [=] {
+        save(QStringLiteral("1-home"));
+        window->chatButton()->click();
+    } << [=] {
+        save(QStringLiteral("2-room-list"));
+        auto *rooms = window->chatButton()->roomController();
+        if (rooms && !rooms->dataSource().isEmpty())
+            rooms->enterRoom(rooms->dataSource().first(), false);
+    } << [=] {
+        if (auto *screen = conversation()) {
+            save(QStringLiteral("3-conversation"));
+            screen->inputTextView->setFocus();
+            screen->inputTextView->setText(QStringLiteral("Great, see you at noon!\nI'll bring the map 🗺️"));
+            screen->inputTextView->moveCursor(QTextCursor::End);
+        }
+    } << [=] {
+        if (auto *screen = conversation()) {
+            save(QStringLiteral("4-composing"));
+            screen->sendMessageBtnPressed();
+        }
+    } << [=] {
+        if (auto *screen = conversation())
+            screen->longPressForMessageAtRowOfIndexPath(
+                IMIndexPath::indexPathForRow(rowOf(screen, QStringLiteral("text"))));
+    } << [=] {
+        save(QStringLiteral("5-message-menu"));
+        if (auto *sheet = UxAlertController::current())
+            sheet->choose(-1);
+        auto *screen = conversation();
+        const int row = screen ? rowOf(screen, QStringLiteral("image")) : -1;
+        if (row >= 0) {
+            const IMIndexPath path = IMIndexPath::indexPathForRow(row);
+            screen->tableview()->scrollToRowAtIndexPath(path, IMTableView::ScrollPositionMiddle, false);
+            screen->IMMessageTableViewCellImageViewDidPressed(
+                qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(path)));
+        }
+    } << [=] {
+        auto *screen = conversation();
+        if (screen && screen->imageViewBackgroundView) {
+            save(QStringLiteral("6-picture-viewer"));
+            delete screen->imageViewBackgroundView;
+        }
+        if (auto *rooms = window->chatButton()->roomController()) {
+            if (rooms->navigationController())
+                rooms->navigationController()->popToRootViewControllerAnimated(false);
+            rooms->createRoomItemPressed();
+        }
+    } << [=] {
+        save(QStringLiteral("7-create-choice"));
+        if (auto *sheet = UxAlertController::current())
+            sheet->choose(0);
+    } << [=] {
+        save(QStringLiteral("8-create-room"));
+        QCoreApplication::exit(0);
+    };
     auto next = std::make_shared<std::function<void()>>();
     *next = [steps, next] {
         if (steps->isEmpty())
@@ -177,9 +196,8 @@ void runTour(ChatWindow *window, const QString &dir)
         steps->takeFirst()();
         QTimer::singleShot(900, qApp, *next);
     };
-    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChatIn, [next](const IMNotification &) {
-        QTimer::singleShot(600, qApp, *next);
-    });
+    IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidChatIn, [next](const IMNotification &) { QTimer::singleShot(600, qApp, *next); });
     QTimer::singleShot(40000, qApp, [] {
         qCritical("parlo-chat: tour timed out");
         QCoreApplication::exit(1);
@@ -197,20 +215,21 @@ int main(int argc, char **argv)
     parser.setApplicationDescription(QStringLiteral("A chat window on the ParloSDK screens."));
     parser.addHelpOption();
     const QCommandLineOption urlOption(QStringLiteral("url"), QStringLiteral("server address"), QStringLiteral("URL"),
-                                       QStringLiteral("http://127.0.0.1:3000"));
+        QStringLiteral("http://127.0.0.1:3000"));
     const QCommandLineOption idOption(QStringLiteral("client-id"), QStringLiteral("who to be"), QStringLiteral("ID"));
     const QCommandLineOption nameOption(QStringLiteral("name"), QStringLiteral("display name"), QStringLiteral("NAME"));
-    const QCommandLineOption profileOption(QStringLiteral("profile"), QStringLiteral("folder of this user's session"),
-                                           QStringLiteral("DIR"));
-    const QCommandLineOption apiKeyOption(QStringLiteral("api-key"), QStringLiteral("application key"), QStringLiteral("KEY"),
-                                          QStringLiteral("parlo-dev-api-key"));
-    const QCommandLineOption clientKeyOption(QStringLiteral("client-key"), QStringLiteral("client key"), QStringLiteral("KEY"),
-                                             QStringLiteral("parlo-dev-client-key"));
-    const QCommandLineOption tourOption(QStringLiteral("tour"), QStringLiteral("walk the screens, save a picture of each, quit"),
-                                        QStringLiteral("DIR"));
-    const QCommandLineOption selfTestOption(QStringLiteral("self-test"), QStringLiteral("open the room list, save a picture, quit"),
-                                            QStringLiteral("DIR"));
-    parser.addOptions({urlOption, idOption, nameOption, profileOption, apiKeyOption, clientKeyOption, selfTestOption, tourOption});
+    const QCommandLineOption profileOption(
+        QStringLiteral("profile"), QStringLiteral("folder of this user's session"), QStringLiteral("DIR"));
+    const QCommandLineOption apiKeyOption(QStringLiteral("api-key"), QStringLiteral("application key"),
+        QStringLiteral("KEY"), QStringLiteral("parlo-dev-api-key"));
+    const QCommandLineOption clientKeyOption(QStringLiteral("client-key"), QStringLiteral("client key"),
+        QStringLiteral("KEY"), QStringLiteral("parlo-dev-client-key"));
+    const QCommandLineOption tourOption(QStringLiteral("tour"),
+        QStringLiteral("walk the screens, save a picture of each, quit"), QStringLiteral("DIR"));
+    const QCommandLineOption selfTestOption(
+        QStringLiteral("self-test"), QStringLiteral("open the room list, save a picture, quit"), QStringLiteral("DIR"));
+    parser.addOptions(
+        {urlOption, idOption, nameOption, profileOption, apiKeyOption, clientKeyOption, selfTestOption, tourOption});
     parser.process(app);
 
     QString clientID = parser.value(idOption);
@@ -239,24 +258,25 @@ int main(int argc, char **argv)
     parlo->setClientKey(parser.value(clientKeyOption));
     // Sign in at the first connection, and show the connection's state as it changes.
     auto signedIn = std::make_shared<bool>(false);
-    IMNotificationCenter::defaultCenter()->addObserver(kParloDidChangeConnectStatus, [&, signedIn](const IMNotification &n) {
-        const int status = n.userInfo.value(QStringLiteral("status")).toInt();
-        if (status == ParloConnectStatusConnected && !*signedIn) {
-            *signedIn = true;
-            signIn(clientID, name, &window);
-        } else if (status != 0) {
-            window.setStatus(QObject::tr("Offline (status %1); reconnecting…").arg(status));
-        }
-    });
+    IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidChangeConnectStatus, [&, signedIn](const IMNotification &n) {
+            const int status = n.userInfo.value(QStringLiteral("status")).toInt();
+            if (status == ParloConnectStatusConnected && !*signedIn) {
+                *signedIn = true;
+                signIn(clientID, name, &window);
+            } else if (status != 0) {
+                window.setStatus(QObject::tr("Offline (status %1); reconnecting…").arg(status));
+            }
+        });
     // Says once when the first message arrives, and how long after the start (the demo reports it).
     QElapsedTimer sinceStart;
     sinceStart.start();
     auto firstMessage = std::make_shared<IMNotificationCenter::Token>();
-    *firstMessage = IMNotificationCenter::defaultCenter()->addObserver(kParloDidReceiveMessage, {}, IMDispatchQueue::mainQueue(),
-                                                                     [firstMessage, &sinceStart](const IMNotification &) {
-        qInfo("parlo-chat: first message after %lld ms", sinceStart.elapsed());
-        IMNotificationCenter::defaultCenter()->removeObserver(*firstMessage);
-    });
+    *firstMessage = IMNotificationCenter::defaultCenter()->addObserver(
+        kParloDidReceiveMessage, {}, IMDispatchQueue::mainQueue(), [firstMessage, &sinceStart](const IMNotification &) {
+            qInfo("parlo-chat: first message after %lld ms", sinceStart.elapsed());
+            IMNotificationCenter::defaultCenter()->removeObserver(*firstMessage);
+        });
     if (parser.isSet(selfTestOption))
         runSelfTest(&window, parser.value(selfTestOption));
     if (parser.isSet(tourOption))

@@ -19,7 +19,8 @@
 #include "ParloNotifications.h"
 #include "UxLabel.h"
 
-IMChatButton::IMChatButton(QWidget *parent) : UxButton(parent)
+IMChatButton::IMChatButton(QWidget *parent)
+    : UxButton(parent)
 {
     setObjectName(QStringLiteral("IMChatButton"));
     setMinimumSize(44, 44);
@@ -79,9 +80,17 @@ IMRoomViewController *IMChatButton::roomController() const { return m_roomContro
 bool IMChatButton::stausBarLight() const { return m_light; }
 void IMChatButton::setStausBarLight(bool light) { m_light = light; }
 QColor IMChatButton::primaryColor() const { return m_primary; }
-void IMChatButton::setPrimaryColor(const QColor &color) { m_primary = color; update(); }
+void IMChatButton::setPrimaryColor(const QColor &color)
+{
+    m_primary = color;
+    update();
+}
 QColor IMChatButton::secondColor() const { return m_second; }
-void IMChatButton::setSecondColor(const QColor &color) { m_second = color; update(); }
+void IMChatButton::setSecondColor(const QColor &color)
+{
+    m_second = color;
+    update();
+}
 bool IMChatButton::disableWhenDisconnect() const { return m_disableWhenDisconnect; }
 void IMChatButton::setDisableWhenDisconnect(bool disable) { m_disableWhenDisconnect = disable; }
 quint64 IMChatButton::badgeNumber() const { return m_badgeNumber; }
@@ -103,7 +112,8 @@ UxLabel *IMChatButton::badgeLabel()
         label->setAlignment(Qt::AlignCenter);
         label->setTextColor(Qt::white);
         // A red pill: 21 high, at least 21 wide, flush with the top-right corner.
-        label->setStyleSheet(QStringLiteral("background: #ff3b30; color: white; border-radius: 10px; padding: 0 5px; font-size: 13px;"));
+        label->setStyleSheet(
+            QStringLiteral("background: #ff3b30; color: white; border-radius: 10px; padding: 0 5px; font-size: 13px;"));
         label->hide();
         m_badgeLabel = label;
         layoutBadge();
@@ -144,7 +154,7 @@ void IMChatButton::pressed()
     }
     IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("IMMain"));
     auto *rooms = board ? qobject_cast<IMRoomViewController *>(
-                              board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomViewController")))
+                      board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomViewController")))
                         : nullptr;
     if (!rooms) {
         IM_LOG(QStringLiteral("IMMain.storyboard or IMRoomViewController is not exists"));
@@ -152,8 +162,8 @@ void IMChatButton::pressed()
     }
     m_roomController = rooms;
     auto *nav = new IMNavigationController(rooms);
-    rooms->navigationItem()->setLeftBarButtonItem(
-        new IMBarButtonItem(IMImage::named(QStringLiteral("expand_arrow")), IMBarButtonItem::Plain, [this] { dismiss(); }));
+    rooms->navigationItem()->setLeftBarButtonItem(new IMBarButtonItem(
+        IMImage::named(QStringLiteral("expand_arrow")), IMBarButtonItem::Plain, [this] { dismiss(); }));
     if (m_light)
         nav->setUIStatusBarStyleLight(true);
     if (m_primary.isValid())
@@ -190,7 +200,8 @@ void IMChatButton::paintEvent(QPaintEvent *event)
     p.drawEllipse(circle.translated(0, 2));
     p.setBrush(fill);
     p.drawEllipse(circle);
-    QImage glyph = IMImage::named(QStringLiteral("Combined Shape")).convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    QImage glyph
+        = IMImage::named(QStringLiteral("Combined Shape")).convertToFormat(QImage::Format_ARGB32_Premultiplied);
     {
         QPainter g(&glyph);
         g.setCompositionMode(QPainter::CompositionMode_SourceIn);

@@ -13,8 +13,7 @@ class UxLabel;
 //! The one control a host drops into a screen (in Designer or in code) to give its users the chat:
 //! it shows the total unread count, follows the connection, and a click presents the room list in a
 //! navigation controller coloured by `primaryColor` / `secondColor`.
-class IMChatButton : public UxButton
-{
+class IMChatButton : public UxButton {
     Q_OBJECT
     Q_PROPERTY(bool stausBarLight READ stausBarLight WRITE setStausBarLight)
     Q_PROPERTY(QColor primaryColor READ primaryColor WRITE setPrimaryColor)

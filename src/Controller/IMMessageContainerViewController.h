@@ -4,8 +4,7 @@
 #include "IMUIViewController.h"
 
 //! A holder screen that a layout embeds and hands a room to; it does nothing else.
-class IMMessageContainerViewController : public IMUIViewController
-{
+class IMMessageContainerViewController : public IMUIViewController {
     Q_OBJECT
 public:
     //! An empty holder.
@@ -14,6 +13,7 @@ public:
     IMRoomPtr room() const;
     //! Keeps `room`.
     void setRoom(const IMRoomPtr &room);
+
 private:
     IMRoomPtr m_room;
 };

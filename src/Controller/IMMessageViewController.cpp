@@ -6,15 +6,15 @@
 #include <cmath>
 #include <limits>
 
+#include "IMAnimation.h"
 #include "IMBarButtonItem.h"
 #include "IMBubbleView.h"
 #include "IMClient.h"
 #include "IMColor.h"
 #include "IMDispatch.h"
-#include "IMAnimation.h"
 #include "IMGestureRecognizer.h"
-#include "IMLayoutConstraint.h"
 #include "IMImage.h"
+#include "IMLayoutConstraint.h"
 #include "IMLog.h"
 #include "IMMessageContainerViewController.h"
 #include "IMNavigationBar.h"
@@ -41,9 +41,9 @@ QImage shareIcon(const QColor &color)
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(QPen(color, 4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    p.drawPolyline(QPolygonF{{18, 22}, {10, 22}, {10, 50}, {46, 50}, {46, 22}, {38, 22}});
+    p.drawPolyline(QPolygonF {{18, 22}, {10, 22}, {10, 50}, {46, 50}, {46, 22}, {38, 22}});
     p.drawLine(QPointF(28, 34), QPointF(28, 6));
-    p.drawPolyline(QPolygonF{{19, 14}, {28, 5}, {37, 14}});
+    p.drawPolyline(QPolygonF {{19, 14}, {28, 5}, {37, 14}});
     return image;
 }
 
@@ -54,7 +54,8 @@ QString currentClientID()
 }
 } // namespace
 
-IMMessageViewController::IMMessageViewController(QWidget *parent) : IMViewController(parent)
+IMMessageViewController::IMMessageViewController(QWidget *parent)
+    : IMViewController(parent)
 {
     setObjectName(QStringLiteral("IMMessageViewController"));
 }
@@ -170,7 +171,7 @@ void IMMessageViewController::loadView()
     connect(ui.moreShareBtn, &QPushButton::clicked, this, [this] { shareRoomWithURLSchemeLastObjectBtnPressed(); });
     ui.morePictureBtn->setIcon(QIcon(QPixmap::fromImage(IMImage::named(QStringLiteral("camera")))));
     ui.moreShareBtn->setIcon(QIcon(QPixmap::fromImage(shareIcon(QColor(0x3a, 0x3a, 0x3c)))));
-    inputTextView->document()->setDocumentMargin(4);  // with the frame and padding: 13 points around the lines
+    inputTextView->document()->setDocumentMargin(4); // with the frame and padding: 13 points around the lines
     connect(inputTextView, &QPlainTextEdit::textChanged, this, [this] { textViewDidChange(inputTextView); });
     inputTextView->installEventFilter(this);
     // Every row is measured, so the content height after a page is exact for the offset arithmetic.
@@ -229,19 +230,22 @@ void IMMessageViewController::moveInputBar(qreal keyboardTop, qreal keyboardHeig
 {
     const bool atBottom = isTableViewAtBottom();
     QPointer<IMMessageViewController> self(this);
-    IMAnimate(duration, [this, keyboardTop, keyboardHeight] {
-        const qreal overlap = height() - keyboardTop;
-        if (overlap < keyboardHeight)
-            inputViewToBottomDistance->setConstant(keyboardHeight);
-        else if (overlap <= 0)
-            inputViewToBottomDistance->setConstant(0);
-        else
-            inputViewToBottomDistance->setConstant(overlap);
-        layout()->activate();
-    }, [self, atBottom](bool) {
-        if (self && atBottom)
-            self->scrollToBottomWithAnimate(true);
-    });
+    IMAnimate(
+        duration,
+        [this, keyboardTop, keyboardHeight] {
+            const qreal overlap = height() - keyboardTop;
+            if (overlap < keyboardHeight)
+                inputViewToBottomDistance->setConstant(keyboardHeight);
+            else if (overlap <= 0)
+                inputViewToBottomDistance->setConstant(0);
+            else
+                inputViewToBottomDistance->setConstant(overlap);
+            layout()->activate();
+        },
+        [self, atBottom](bool) {
+            if (self && atBottom)
+                self->scrollToBottomWithAnimate(true);
+        });
 }
 
 void IMMessageViewController::ParloDidChatIn()
@@ -261,31 +265,34 @@ void IMMessageViewController::ParloDidChatIn()
 void IMMessageViewController::loadMessageComplete(const std::function<void()> &complete)
 {
     QPointer<IMMessageViewController> self(this);
-    Parlo::shareInstance()->messageWithRoom(m_room, 0, kPageSize, [self, complete](const QList<IMMessagePtr> &messages) {
-        if (!self)
-            return;
-        if (messages.size() < kPageSize)
-            self->isLoadEnd = true;
-        // Messages written here while the page was on its way, and not stored yet, stay at the bottom.
-        QList<IMMessagePtr> rows = messages;
-        for (const IMMessagePtr &m : std::as_const(self->m_dataSource))
-            if (m && m->objectID().isEmpty())
-                rows << m;
-        self->setDataSource(rows);
-        self->isLoadingMore = false;
-        Parlo::shareInstance()->updateReadTimeWithRoom(self->m_room, self->echoReadToRoom);
-        if (complete)
-            complete();
-    }, [self, complete](const IMError &) {
-        if (!self)
-            return;
-        self->isLoadingMore = false;
-        // Retried each second for as long as someone is signed in.
-        IMDispatchAfter(1.0, [self, complete] {
-            if (self && !currentClientID().isEmpty())
-                self->loadMessageComplete(complete);
+    Parlo::shareInstance()->messageWithRoom(
+        m_room, 0, kPageSize,
+        [self, complete](const QList<IMMessagePtr> &messages) {
+            if (!self)
+                return;
+            if (messages.size() < kPageSize)
+                self->isLoadEnd = true;
+            // Messages written here while the page was on its way, and not stored yet, stay at the bottom.
+            QList<IMMessagePtr> rows = messages;
+            for (const IMMessagePtr &m : std::as_const(self->m_dataSource))
+                if (m && m->objectID().isEmpty())
+                    rows << m;
+            self->setDataSource(rows);
+            self->isLoadingMore = false;
+            Parlo::shareInstance()->updateReadTimeWithRoom(self->m_room, self->echoReadToRoom);
+            if (complete)
+                complete();
+        },
+        [self, complete](const IMError &) {
+            if (!self)
+                return;
+            self->isLoadingMore = false;
+            // Retried each second for as long as someone is signed in.
+            IMDispatchAfter(1.0, [self, complete] {
+                if (self && !currentClientID().isEmpty())
+                    self->loadMessageComplete(complete);
+            });
         });
-    });
 }
 
 void IMMessageViewController::loadOlderPage()
@@ -293,26 +300,29 @@ void IMMessageViewController::loadOlderPage()
     isLoadingMore = true;
     QPointer<IMMessageViewController> self(this);
     const qint64 offset = m_dataSource.size();
-    Parlo::shareInstance()->messageWithRoom(m_room, offset, kPageSize, [self](const QList<IMMessagePtr> &messages) {
-        IMDispatchMainAsync([self, messages] {
-            if (!self)
-                return;
-            self->m_dataSource = messages + self->m_dataSource;
-            // The rows that were on screen stay in view: the offset becomes the height added above
-            // them (the current offset is deliberately not added).
-            IMTableView *table = self->tableview();
-            const qreal oldHeight = table->contentSize().height();
-            const qreal oldX = table->contentOffset().x();
-            table->reloadData();
-            table->setContentOffset(QPointF(oldX, table->contentSize().height() - oldHeight));
-            self->isLoadingMore = false;
-            if (messages.size() < kPageSize)
-                self->isLoadEnd = true;
+    Parlo::shareInstance()->messageWithRoom(
+        m_room, offset, kPageSize,
+        [self](const QList<IMMessagePtr> &messages) {
+            IMDispatchMainAsync([self, messages] {
+                if (!self)
+                    return;
+                self->m_dataSource = messages + self->m_dataSource;
+                // The rows that were on screen stay in view: the offset becomes the height added above
+                // them (the current offset is deliberately not added).
+                IMTableView *table = self->tableview();
+                const qreal oldHeight = table->contentSize().height();
+                const qreal oldX = table->contentOffset().x();
+                table->reloadData();
+                table->setContentOffset(QPointF(oldX, table->contentSize().height() - oldHeight));
+                self->isLoadingMore = false;
+                if (messages.size() < kPageSize)
+                    self->isLoadEnd = true;
+            });
+        },
+        [self](const IMError &) {
+            if (self)
+                self->isLoadingMore = false;
         });
-    }, [self](const IMError &) {
-        if (self)
-            self->isLoadingMore = false;
-    });
 }
 
 void IMMessageViewController::scrollToBottomWithAnimate(bool animated)
@@ -321,8 +331,8 @@ void IMMessageViewController::scrollToBottomWithAnimate(bool animated)
         return;
     // (The phone screen also switched view animations back on here; in this kit that switch belongs
     // to the host and the tests, so the screen leaves it alone.)
-    tableview()->scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(m_dataSource.size() - 1), IMTableView::ScrollPositionBottom,
-                                        animated);
+    tableview()->scrollToRowAtIndexPath(
+        IMIndexPath::indexPathForRow(m_dataSource.size() - 1), IMTableView::ScrollPositionBottom, animated);
 }
 
 bool IMMessageViewController::isTableViewAtBottom() const
@@ -360,7 +370,8 @@ void IMMessageViewController::ParloDidReceiveMessageFromOthers(const IMMessagePt
         return;
     const bool atBottom = isTableViewAtBottom();
     m_dataSource.append(message);
-    tableview()->insertRowsAtIndexPaths({IMIndexPath::indexPathForRow(m_dataSource.size() - 1)}, IMTableView::RowAnimationNone);
+    tableview()->insertRowsAtIndexPaths(
+        {IMIndexPath::indexPathForRow(m_dataSource.size() - 1)}, IMTableView::RowAnimationNone);
     if (atBottom)
         scrollToBottomWithAnimate(true);
 }
@@ -384,7 +395,8 @@ void IMMessageViewController::ParloDidChangeMessageSendingType(const IMMessagePt
     const int index = m_dataSource.indexOf(message);
     if (index < 0)
         return;
-    if (auto *cell = qobject_cast<IMMessageTableViewCell *>(tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(index))))
+    if (auto *cell = qobject_cast<IMMessageTableViewCell *>(
+            tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(index))))
         cell->setMessage(message);
 }
 
@@ -416,8 +428,8 @@ QString IMMessageViewController::cellIDForMessage(const IMMessagePtr &message)
     return IMMessageTableViewCell::cellIDForMessage(message, currentClientID());
 }
 
-IMMessageTableViewCell *IMMessageViewController::customCellWithIdentifier(const QString &identifier, const IMMessagePtr &message,
-                                                                          IMMessageTableViewCell *cell, const IMIndexPath &indexPath)
+IMMessageTableViewCell *IMMessageViewController::customCellWithIdentifier(
+    const QString &identifier, const IMMessagePtr &message, IMMessageTableViewCell *cell, const IMIndexPath &indexPath)
 {
     if (!cell)
         return cell;
@@ -427,13 +439,14 @@ IMMessageTableViewCell *IMMessageViewController::customCellWithIdentifier(const 
     cell->setDelegate(this);
     if (identifier == CellRight && cell->bubbleView() && navigationController()) {
         // The layout's default blue takes the bar's colour.
-        if (cell->bubbleView()->bubbleColor().name(QColor::HexArgb) == QColor::fromRgbF(0, 122 / 255.0, 1, 1).name(QColor::HexArgb)) {
+        if (cell->bubbleView()->bubbleColor().name(QColor::HexArgb)
+            == QColor::fromRgbF(0, 122 / 255.0, 1, 1).name(QColor::HexArgb)) {
             IMNavigationBar *bar = navigationController()->navigationBar();
             cell->bubbleView()->setBubbleColor(bar->barTintColor().isValid() ? bar->barTintColor() : bar->tintColor());
         }
     }
     if (indexPath.row == 0)
-        cell->setShowDate(false);  // the first message carries no date header
+        cell->setShowDate(false); // the first message carries no date header
     else if (message && !message->createdAt().isEmpty())
         cell->setShowDate(message->isDifferentDateWithMessage(m_dataSource.value(indexPath.row - 1)));
     return cell;
@@ -455,7 +468,8 @@ qreal IMMessageViewController::heightForRowAtIndexPath(IMTableView *tableView, c
     if (!message || message->messageType() == kMessageTypeDelete)
         return 0;
     const QString id = cellIDForMessage(message);
-    const QString key = QStringLiteral("%1%2").arg(message->message(), message->sender() ? message->sender()->clientID() : QString());
+    const QString key
+        = QStringLiteral("%1%2").arg(message->message(), message->sender() ? message->sender()->clientID() : QString());
     return tableView->heightForCellWithIdentifier(id, key, [&](IMTableViewCell *cell) {
         customCellWithIdentifier(id, message, qobject_cast<IMMessageTableViewCell *>(cell), indexPath);
     });
@@ -483,7 +497,8 @@ void IMMessageViewController::prepareForSegue(const QString &identifier, IMUIVie
     }
 }
 
-bool IMMessageViewController::handleRemoteNotificationAppdelegateWindow(IMWindow *window, const QVariantMap &launchOptions)
+bool IMMessageViewController::handleRemoteNotificationAppdelegateWindow(
+    IMWindow *window, const QVariantMap &launchOptions)
 {
     const QVariantMap payload = launchOptions.value(kIMLaunchOptionsRemoteNotificationKey).toMap();
     if (!window || payload.isEmpty() || !payload.contains(QStringLiteral("IMRoom")))
@@ -491,7 +506,7 @@ bool IMMessageViewController::handleRemoteNotificationAppdelegateWindow(IMWindow
     const IMRoomPtr room = IMRoom::fromDictionary(payload.value(QStringLiteral("IMRoom")).toMap());
     IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("IMMain"));
     auto *screen = board ? qobject_cast<IMMessageViewController *>(
-                               board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController")))
+                       board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController")))
                          : nullptr;
     if (!room || !screen) {
         delete screen;
@@ -504,11 +519,11 @@ bool IMMessageViewController::handleRemoteNotificationAppdelegateWindow(IMWindow
     screen->window = window;
     window->setRootViewController(nav);
     QPointer<IMMessageViewController> guard(screen);
-    screen->navigationItem()->setLeftBarButtonItem(new IMBarButtonItem(IMImage::named(QStringLiteral("expand_arrow")),
-                                                                       IMBarButtonItem::Plain, [guard] {
-        if (guard)
-            guard->dismissFromRemoteNotification();
-    }));
+    screen->navigationItem()->setLeftBarButtonItem(
+        new IMBarButtonItem(IMImage::named(QStringLiteral("expand_arrow")), IMBarButtonItem::Plain, [guard] {
+            if (guard)
+                guard->dismissFromRemoteNotification();
+        }));
     return true;
 }
 
@@ -517,4 +532,3 @@ void IMMessageViewController::dismissFromRemoteNotification()
     if (auto *host = qobject_cast<IMWindow *>(window); host && tempViewController)
         host->setRootViewController(tempViewController);
 }
-

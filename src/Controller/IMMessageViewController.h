@@ -5,11 +5,11 @@
 #include <QVariantMap>
 #include <functional>
 
+#include "IMImagePickerController.h"
 #include "IMMessage.h"
 #include "IMMessageTableViewCell.h"
 #include "IMRoom.h"
 #include "IMTableView.h"
-#include "IMImagePickerController.h"
 #include "IMViewController.h"
 #include "ParloDelegate.h"
 
@@ -34,8 +34,7 @@ class IMMessageViewController : public IMViewController,
                                 public IMTableViewDataSource,
                                 public IMTableViewDelegate,
                                 public IMMessageTableViewCellDelegate,
-                                public IMImagePickerControllerDelegate
-{
+                                public IMImagePickerControllerDelegate {
     Q_OBJECT
 public:
     //! Messages per page, for the first page and every older one.
@@ -58,40 +57,40 @@ public:
     //! Replaces the messages and reloads the table.
     void setDataSource(const QList<IMMessagePtr> &messages);
 
-    bool isLoadEnd = false;                   //!< no older messages remain on the server
-    bool isLoadingMore = false;               //!< a page request is in flight
-    bool stopOnce = false;                    //!< arms the older-page trigger (row 3 shows)
-    bool echoReadToRoom = false;              //!< report the read time to the room and show read markers
-    bool isCustomizedChatroomTitle = false;   //!< the host sets the title (set after the screen loaded)
-    bool disableTintColor = false;            //!< do not tint the input bar from the navigation bar
-    bool showMoreOptionBtn = false;           //!< show the more-actions button in the input bar
-    QVariantMap heightCache;                  //!< reserved; heights are cached by the table
-    qint32 editingIndex = -1;                 //!< row being edited, -1 for none
-    QPointer<IMMessageContainerViewController> contrinaer;  //!< the embedded holder screen (name as spelled)
-    QPointer<QWidget> window;                 //!< the window hosting the picture viewer, or the one opened from a push notification
-    QPointer<IMUIViewController> tempViewController;  //!< the root put back by `dismissFromRemoteNotification`
+    bool isLoadEnd = false; //!< no older messages remain on the server
+    bool isLoadingMore = false; //!< a page request is in flight
+    bool stopOnce = false; //!< arms the older-page trigger (row 3 shows)
+    bool echoReadToRoom = false; //!< report the read time to the room and show read markers
+    bool isCustomizedChatroomTitle = false; //!< the host sets the title (set after the screen loaded)
+    bool disableTintColor = false; //!< do not tint the input bar from the navigation bar
+    bool showMoreOptionBtn = false; //!< show the more-actions button in the input bar
+    QVariantMap heightCache; //!< reserved; heights are cached by the table
+    qint32 editingIndex = -1; //!< row being edited, -1 for none
+    QPointer<IMMessageContainerViewController> contrinaer; //!< the embedded holder screen (name as spelled)
+    QPointer<QWidget> window; //!< the window hosting the picture viewer, or the one opened from a push notification
+    QPointer<IMUIViewController> tempViewController; //!< the root put back by `dismissFromRemoteNotification`
 
     // The input bar (its composing behaviour is the sending half of the screen).
-    UxTextView *inputTextView = nullptr;                   //!< the text being typed
-    UxButton *sendMessageBtn = nullptr;                    //!< sends (tinted from the bar)
-    UxButton *moreOptionBtn = nullptr;                     //!< opens the more panel (shown with `showMoreOptionBtn`)
-    UxButton *pictureBtn = nullptr;                        //!< picks a picture
-    UxButton *cancelBtn = nullptr;                         //!< ends an edit; shown while editing
-    QWidget *moreActionContenterView = nullptr;            //!< the panel under the bar (name as spelled)
-    IMLayoutConstraint *inputTextViewHeight = nullptr;     //!< the text view's height (30 for one line)
-    IMLayoutConstraint *inputTextViewLeadingDistance = nullptr;  //!< 60 when the more button is not shown
-    IMLayoutConstraint *inputViewToBottomDistance = nullptr;     //!< the bar's distance from the bottom
-    IMLayoutConstraint *cancelBtnLeadingDistance = nullptr;      //!< 8 while editing; the button is out otherwise
-    IMLayoutConstraint *cancelBtnWidth = nullptr;          //!< the cancel button's width (fixed)
-    IMLayoutConstraint *pictureBtnWidth = nullptr;         //!< the picture button's width (fixed)
-    IMLayoutConstraint *optionViewWidth = nullptr;         //!< the more button's width (fixed)
-    quint64 inputType = 0;                                 //!< reserved for hosts; the screen never reads it
-    bool sendsOnReturn = true;                             //!< Return sends and Shift+Return starts a line (desktop habit)
+    UxTextView *inputTextView = nullptr; //!< the text being typed
+    UxButton *sendMessageBtn = nullptr; //!< sends (tinted from the bar)
+    UxButton *moreOptionBtn = nullptr; //!< opens the more panel (shown with `showMoreOptionBtn`)
+    UxButton *pictureBtn = nullptr; //!< picks a picture
+    UxButton *cancelBtn = nullptr; //!< ends an edit; shown while editing
+    QWidget *moreActionContenterView = nullptr; //!< the panel under the bar (name as spelled)
+    IMLayoutConstraint *inputTextViewHeight = nullptr; //!< the text view's height (30 for one line)
+    IMLayoutConstraint *inputTextViewLeadingDistance = nullptr; //!< 60 when the more button is not shown
+    IMLayoutConstraint *inputViewToBottomDistance = nullptr; //!< the bar's distance from the bottom
+    IMLayoutConstraint *cancelBtnLeadingDistance = nullptr; //!< 8 while editing; the button is out otherwise
+    IMLayoutConstraint *cancelBtnWidth = nullptr; //!< the cancel button's width (fixed)
+    IMLayoutConstraint *pictureBtnWidth = nullptr; //!< the picture button's width (fixed)
+    IMLayoutConstraint *optionViewWidth = nullptr; //!< the more button's width (fixed)
+    quint64 inputType = 0; //!< reserved for hosts; the screen never reads it
+    bool sendsOnReturn = true; //!< Return sends and Shift+Return starts a line (desktop habit)
 
     // The picture viewer over the window.
-    QPointer<UxImageView> imageView;                       //!< the full-screen picture, while shown
-    QPointer<QWidget> imageViewBackgroundView;             //!< the dimmed backdrop holding it
-    QPointF panPoint;                                      //!< the last finger position of a drag, in backdrop coordinates
+    QPointer<UxImageView> imageView; //!< the full-screen picture, while shown
+    QPointer<QWidget> imageViewBackgroundView; //!< the dimmed backdrop holding it
+    QPointF panPoint; //!< the last finger position of a drag, in backdrop coordinates
 
     //! Grows the text view with its text: 17 points a line plus 13, at most 98 (five lines); posted.
     void textViewDidChange(UxTextView *textView);
@@ -165,7 +164,7 @@ public:
     virtual QString cellIDForMessage(const IMMessagePtr &message);
     //! Hook: dresses `cell` for `message` at `indexPath`.
     virtual IMMessageTableViewCell *customCellWithIdentifier(const QString &identifier, const IMMessagePtr &message,
-                                                             IMMessageTableViewCell *cell, const IMIndexPath &indexPath);
+        IMMessageTableViewCell *cell, const IMIndexPath &indexPath);
 
     // The facade's calls.
     void ParloDidChatIn() override;

@@ -26,11 +26,11 @@ bool isOwnMessage(const IMMessagePtr &message)
 void showMenu(IMMessageViewController *screen, const QStringList &buttons, const std::function<void(int)> &chosen)
 {
     QPointer<IMMessageViewController> self(screen);
-    UxAlertController::showWithController(screen, IMMessageViewController::tr("取消"), 0, QString(), QString(), buttons,
-                                          [self, chosen](int index) {
-        if (self)
-            chosen(index);
-    });
+    UxAlertController::showWithController(
+        screen, IMMessageViewController::tr("取消"), 0, QString(), QString(), buttons, [self, chosen](int index) {
+            if (self)
+                chosen(index);
+        });
 }
 } // namespace
 
@@ -54,7 +54,7 @@ void IMMessageViewController::longPressForMessageAtRowOfIndexPath(const IMIndexP
 
 void IMMessageViewController::didLongPressOnTextMessage(const IMMessagePtr &message, const IMIndexPath &indexPath)
 {
-    QStringList buttons{tr("複製文字")};
+    QStringList buttons {tr("複製文字")};
     if (isOwnMessage(message))
         buttons << tr("編輯訊息") << tr("刪除訊息");
     showMenu(this, buttons, [this, message, indexPath](int index) {
@@ -69,17 +69,20 @@ void IMMessageViewController::didLongPressOnTextMessage(const IMMessagePtr &mess
 
 void IMMessageViewController::didLongPressOnImageMessage(const IMMessagePtr &message, const IMIndexPath &indexPath)
 {
-    QStringList buttons{tr("存到相簿"), tr("分享照片")};
+    QStringList buttons {tr("存到相簿"), tr("分享照片")};
     if (isOwnMessage(message))
         buttons << tr("刪除訊息");
     showMenu(this, buttons, [this, message, indexPath](int index) {
         if (index == 0) {
             // Saved as downloaded; a failure is silent.
-            Parlo::shareInstance()->getFileWithNameProgress(message->message(), {}, [](const QByteArray &data) {
-                const QImage image = QImage::fromData(data);
-                if (!image.isNull())
-                    IMPlatform::instance()->saveImageToPhotoAlbum(image);
-            }, [](const IMError &) {});
+            Parlo::shareInstance()->getFileWithNameProgress(
+                message->message(), {},
+                [](const QByteArray &data) {
+                    const QImage image = QImage::fromData(data);
+                    if (!image.isNull())
+                        IMPlatform::instance()->saveImageToPhotoAlbum(image);
+                },
+                [](const IMError &) {});
         } else if (index == 1) {
             IMMessageTableViewCell *cell = rowAt(indexPath.row);
             const QImage image = cell && cell->pictureImageView() ? cell->pictureImageView()->image() : QImage();
@@ -102,9 +105,12 @@ void IMMessageViewController::didChooseDeleteMessage(const IMMessagePtr &message
         return;
     // The row stays: it collapses when the server's update comes back through the delegate.
     message->setMessageWithType(7);
-    Parlo::shareInstance()->updateMessage(message, [](const IMMessagePtr &done) {
-        IM_LOG(QStringLiteral("success  %1").arg(done ? done->objectID() : QString()));
-    }, [](const IMError &error) { IM_LOG(QStringLiteral("err  %1").arg(error.description())); });
+    Parlo::shareInstance()->updateMessage(
+        message,
+        [](const IMMessagePtr &done) {
+            IM_LOG(QStringLiteral("success  %1").arg(done ? done->objectID() : QString()));
+        },
+        [](const IMError &error) { IM_LOG(QStringLiteral("err  %1").arg(error.description())); });
 }
 
 void IMMessageViewController::IMMessageTableViewCellImageViewDidPressed(IMMessageTableViewCell *cell)
@@ -184,11 +190,14 @@ void IMMessageViewController::closePictureViewer()
         return;
     imageViewBackgroundView = nullptr;
     imageView = nullptr;
-    IMAnimate(0.2, [backdrop] {
-        if (backdrop)
-            IMViewSetAlpha(backdrop, 0);
-    }, [backdrop](bool) {
-        if (backdrop)
-            backdrop->deleteLater();
-    });
+    IMAnimate(
+        0.2,
+        [backdrop] {
+            if (backdrop)
+                IMViewSetAlpha(backdrop, 0);
+        },
+        [backdrop](bool) {
+            if (backdrop)
+                backdrop->deleteLater();
+        });
 }

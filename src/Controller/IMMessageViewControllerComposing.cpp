@@ -1,11 +1,11 @@
 // The conversation's input bar: typing, sending, editing, re-sending, pictures and the share link.
 #include <QBuffer>
-#include <QResizeEvent>
-#include <cmath>
 #include <QKeyEvent>
 #include <QLayout>
 #include <QPointer>
+#include <QResizeEvent>
 #include <QUrl>
+#include <cmath>
 
 #include "IMAnimation.h"
 #include "IMClient.h"
@@ -54,8 +54,9 @@ void setPushPreview(const IMMessagePtr &message, const QString &preview)
 
 IMMessageTableViewCell *IMMessageViewController::rowAt(int row) const
 {
-    return tableview() ? qobject_cast<IMMessageTableViewCell *>(tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(row)))
-                       : nullptr;
+    return tableview()
+        ? qobject_cast<IMMessageTableViewCell *>(tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(row)))
+        : nullptr;
 }
 
 void IMMessageViewController::redrawRow(int row)
@@ -83,7 +84,8 @@ bool IMMessageViewController::eventFilter(QObject *watched, QEvent *event)
     if (tableview() && watched == tableview()->viewport() && event->type() == QEvent::Resize) {
         const QSize old = static_cast<QResizeEvent *>(event)->oldSize();
         const IMTableView *table = tableview();
-        if (old.isValid() && std::abs(old.height() - (table->contentSize().height() - table->contentOffset().y())) < 120) {
+        if (old.isValid()
+            && std::abs(old.height() - (table->contentSize().height() - table->contentOffset().y())) < 120) {
             QPointer<IMMessageViewController> self(this);
             IMDispatchMainAsync([self] {
                 if (self)
@@ -140,8 +142,8 @@ void IMMessageViewController::sendMessageBtnPressed()
         if (text.size() > kMaxTextLength) {
             // Kept in the text view: the server would refuse a packet this large and drop the connection.
             IM_LOG(QStringLiteral("text too long: %1 characters, at most %2").arg(text.size()).arg(kMaxTextLength));
-            UxAlertController::showWithController(this, tr("好"), 1, tr("訊息太長"),
-                                                  tr("一則訊息最多 %1 個字").arg(kMaxTextLength), {}, {});
+            UxAlertController::showWithController(
+                this, tr("好"), 1, tr("訊息太長"), tr("一則訊息最多 %1 個字").arg(kMaxTextLength), {}, {});
             return;
         }
         const IMMessagePtr message = outgoingMessage(m_room, kMessageTypeText, text);
@@ -172,9 +174,8 @@ void IMMessageViewController::resendBtnPressed(QWidget *button)
     }
     if (auto *messageRow = qobject_cast<IMMessageTableViewCell *>(cell))
         messageRow->setCellType(1);
-    Parlo::shareInstance()->sendMessage(message, [](const IMMessagePtr &) {}, [](const IMError &error) {
-        IM_LOG(error.description());
-    });
+    Parlo::shareInstance()->sendMessage(
+        message, [](const IMMessagePtr &) {}, [](const IMError &error) { IM_LOG(error.description()); });
 }
 
 void IMMessageViewController::moreButtonDidPressed()
@@ -182,14 +183,17 @@ void IMMessageViewController::moreButtonDidPressed()
     endEditing();
     const bool atBottom = isTableViewAtBottom();
     QPointer<IMMessageViewController> self(this);
-    IMAnimate(0.3, [this] {
-        const qreal panel = moreActionContenterView->height();
-        inputViewToBottomDistance->setConstant(inputViewToBottomDistance->constant() != panel ? panel : 0);
-        layout()->activate();
-    }, [self, atBottom](bool) {
-        if (self && atBottom)
-            self->scrollToBottomWithAnimate(true);
-    });
+    IMAnimate(
+        0.3,
+        [this] {
+            const qreal panel = moreActionContenterView->height();
+            inputViewToBottomDistance->setConstant(inputViewToBottomDistance->constant() != panel ? panel : 0);
+            layout()->activate();
+        },
+        [self, atBottom](bool) {
+            if (self && atBottom)
+                self->scrollToBottomWithAnimate(true);
+        });
 }
 
 IMImagePickerController *IMMessageViewController::imagePickerController()
@@ -204,14 +208,15 @@ IMImagePickerController *IMMessageViewController::imagePickerController()
 void IMMessageViewController::cameraBtnPressed()
 {
     QPointer<IMMessageViewController> self(this);
-    UxAlertController::showWithController(this, tr("取消"), 0, tr("照片來自"), QString(), {tr("照相機"), tr("相片圖庫")},
-                                          [self](int index) {
-        if (!self || (index != 0 && index != 1))
-            return;
-        IMImagePickerController *picker = self->imagePickerController();
-        picker->setSourceType(index == 0 ? IMImagePickerController::SourceTypeCamera : IMImagePickerController::SourceTypePhotoLibrary);
-        picker->presentOver(self);
-    });
+    UxAlertController::showWithController(
+        this, tr("取消"), 0, tr("照片來自"), QString(), {tr("照相機"), tr("相片圖庫")}, [self](int index) {
+            if (!self || (index != 0 && index != 1))
+                return;
+            IMImagePickerController *picker = self->imagePickerController();
+            picker->setSourceType(index == 0 ? IMImagePickerController::SourceTypeCamera
+                                             : IMImagePickerController::SourceTypePhotoLibrary);
+            picker->presentOver(self);
+        });
 }
 
 void IMMessageViewController::imagePickerController(IMImagePickerController *picker, const QVariantMap &info)
@@ -243,8 +248,8 @@ void IMMessageViewController::uploadPicture(const IMMessagePtr &message, const Q
     // Scaling and encoding a large picture takes long enough to stall typing: done off the main thread.
     IMDispatchQueue::globalQueue()->async([self, message, image, room, failed] {
         const QImage sent = qMax(image.width(), image.height()) > kMaxPictureSide
-                                ? image.scaled(kMaxPictureSide, kMaxPictureSide, Qt::KeepAspectRatio, Qt::SmoothTransformation)
-                                : image;
+            ? image.scaled(kMaxPictureSide, kMaxPictureSide, Qt::KeepAspectRatio, Qt::SmoothTransformation)
+            : image;
         QByteArray jpeg;
         QBuffer buffer(&jpeg);
         buffer.open(QIODevice::WriteOnly);
@@ -254,18 +259,24 @@ void IMMessageViewController::uploadPicture(const IMMessagePtr &message, const Q
                 failed(QStringLiteral("the picture could not be encoded"));
                 return;
             }
-            Parlo::shareInstance()->uploadFileWithData(jpeg, kMessageTypeImage, room, false, [self, message](double fraction) {
-                // The row is found afresh at each report; one scrolled out of view is not updated.
-                if (!self)
-                    return;
-                if (IMMessageTableViewCell *cell = self->rowAt(self->m_dataSource.indexOf(message)); cell && cell->timeLabel())
-                    cell->timeLabel()->setText(QStringLiteral("%1 %").arg(int(fraction * 100)));
-            }, [message](const IMFilePtr &file) {
-                message->setMessage(file ? file->fileName() : QString());
-                setPushPreview(message, QStringLiteral("%1 %2").arg(currentUsername(), tr("傳送一張照片")));
-                Parlo::shareInstance()->sendMessage(message, [message](const IMMessagePtr &) { message->setTemp(QVariant()); },
-                                                    [](const IMError &error) { IM_LOG(error.description()); });
-            }, [failed](const IMError &error) { failed(error.description()); });
+            Parlo::shareInstance()->uploadFileWithData(
+                jpeg, kMessageTypeImage, room, false,
+                [self, message](double fraction) {
+                    // The row is found afresh at each report; one scrolled out of view is not updated.
+                    if (!self)
+                        return;
+                    if (IMMessageTableViewCell *cell = self->rowAt(self->m_dataSource.indexOf(message));
+                        cell && cell->timeLabel())
+                        cell->timeLabel()->setText(QStringLiteral("%1 %").arg(int(fraction * 100)));
+                },
+                [message](const IMFilePtr &file) {
+                    message->setMessage(file ? file->fileName() : QString());
+                    setPushPreview(message, QStringLiteral("%1 %2").arg(currentUsername(), tr("傳送一張照片")));
+                    Parlo::shareInstance()->sendMessage(
+                        message, [message](const IMMessagePtr &) { message->setTemp(QVariant()); },
+                        [](const IMError &error) { IM_LOG(error.description()); });
+                },
+                [failed](const IMError &error) { failed(error.description()); });
         });
     });
 }
@@ -310,7 +321,8 @@ void IMMessageViewController::shareRoomWithURLSchemeLastObjectBtnPressed()
         IM_LOG(QStringLiteral("url type not found"));
         return;
     }
-    const QString link = QStringLiteral("%1/%2?urlType=%3&appID=%4&action=joinRoom")
-                             .arg(parlo->urlStringForScheme(), m_room ? m_room->objectID() : QString(), type, parlo->appIDOnStore());
+    const QString link
+        = QStringLiteral("%1/%2?urlType=%3&appID=%4&action=joinRoom")
+              .arg(parlo->urlStringForScheme(), m_room ? m_room->objectID() : QString(), type, parlo->appIDOnStore());
     IMPlatform::instance()->presentShareSheet({QUrl(link)}, this);
 }

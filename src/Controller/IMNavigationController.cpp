@@ -22,10 +22,7 @@ void IMNavigationController::setUp()
         navigationBar()->setTintColor(m_tint);
 }
 
-void IMNavigationController::prepareForInterfaceBuilder()
-{
-    setUp();
-}
+void IMNavigationController::prepareForInterfaceBuilder() { setUp(); }
 
 IMStatusBarStyle IMNavigationController::preferredStatusBarStyle() const
 {

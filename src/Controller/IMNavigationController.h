@@ -9,8 +9,7 @@ enum IMStatusBarStyle { IMStatusBarStyleDefault = 0, IMStatusBarStyleLightConten
 
 //! The kit's navigation controller: bar colours and status-bar style set as properties (from Designer
 //! or code) and applied to the bar when it loads.
-class IMNavigationController : public IMUINavigationController
-{
+class IMNavigationController : public IMUINavigationController {
     Q_OBJECT
     Q_PROPERTY(bool UIStatusBarStyleLight READ UIStatusBarStyleLight WRITE setUIStatusBarStyleLight)
     Q_PROPERTY(QColor barTintColor READ barTintColor WRITE setBarTintColor)

@@ -2,10 +2,10 @@
 
 #include <QBuffer>
 #include <QJsonDocument>
-#include <QPainter>
-#include <QPainterPath>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
+#include <QPainterPath>
 #include <QVBoxLayout>
 
 #include "IMActivityIndicator.h"
@@ -37,11 +37,14 @@ void IMRoomInviteDelegate::inviteClientWithIndex(quint64, quint64, const InviteC
 }
 
 namespace {
-const char *kBorderless = "border: 1px solid transparent; border-radius: 10px; background: white; padding: 0 12px; font-size: 16px;";
-const char *kRedBorder = "border: 1px solid red; border-radius: 10px; background: white; padding: 0 12px; font-size: 16px;";
+const char *kBorderless
+    = "border: 1px solid transparent; border-radius: 10px; background: white; padding: 0 12px; font-size: 16px;";
+const char *kRedBorder
+    = "border: 1px solid red; border-radius: 10px; background: white; padding: 0 12px; font-size: 16px;";
 } // namespace
 
-IMRoomCreateViewController::IMRoomCreateViewController(QWidget *parent) : IMViewController(parent)
+IMRoomCreateViewController::IMRoomCreateViewController(QWidget *parent)
+    : IMViewController(parent)
 {
     setObjectName(QStringLiteral("IMRoomCreateViewController"));
 }
@@ -68,7 +71,8 @@ void IMRoomCreateViewController::viewDidLoad()
     if (title().isEmpty())
         setTitle(tr("建立聊天室"));
     setRoomThumbnail(QImage());
-    navigationItem()->setLeftBarButtonItem(new IMBarButtonItem(tr("取消"), IMBarButtonItem::Plain, [this] { cancelItemPressed(); }));
+    navigationItem()->setLeftBarButtonItem(
+        new IMBarButtonItem(tr("取消"), IMBarButtonItem::Plain, [this] { cancelItemPressed(); }));
     m_doneItem = new IMBarButtonItem(tr("完成"), IMBarButtonItem::Done, [this] { doneItemPressed(); });
     navigationItem()->setRightBarButtonItem(m_doneItem);
 }
@@ -95,7 +99,7 @@ void IMRoomCreateViewController::setRoomThumbnail(const QImage &image)
     } else {
         const QSizeF s = QSizeF(side, side).scaled(QSizeF(image.size()), Qt::KeepAspectRatio);
         p.drawImage(QRectF(0, 0, side, side), image,
-                    QRectF((image.width() - s.width()) / 2, (image.height() - s.height()) / 2, s.width(), s.height()));
+            QRectF((image.width() - s.width()) / 2, (image.height() - s.height()) / 2, s.width(), s.height()));
     }
     p.end();
     m_thumbnailBtn->setIcon(QIcon(QPixmap::fromImage(shown)));
@@ -147,15 +151,15 @@ void IMRoomCreateViewController::cancelItemPressed()
 void IMRoomCreateViewController::roomThumbnailBtnPressed()
 {
     QPointer<IMRoomCreateViewController> self(this);
-    UxAlertController::showWithController(this, tr("取消"), 0, QString(), tr("照片來自"), {tr("照相機"), tr("照片圖庫")},
-                                          [self](int index) {
-        if (!self || (index != 0 && index != 1))
-            return;
-        IMPlatform::instance()->pickImage(index == 0 ? 0 : 1, self, [self](const QImage &image) {
-            if (self && !image.isNull())
-                self->setRoomThumbnail(image);
+    UxAlertController::showWithController(
+        this, tr("取消"), 0, QString(), tr("照片來自"), {tr("照相機"), tr("照片圖庫")}, [self](int index) {
+            if (!self || (index != 0 && index != 1))
+                return;
+            IMPlatform::instance()->pickImage(index == 0 ? 0 : 1, self, [self](const QImage &image) {
+                if (self && !image.isNull())
+                    self->setRoomThumbnail(image);
+            });
         });
-    });
 }
 
 void IMRoomCreateViewController::doneItemPressed()
@@ -173,7 +177,7 @@ void IMRoomCreateViewController::doneItemPressed()
     if (m_delegate && m_delegate->respondsToInviteClientWithIndex()) {
         IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("IMMain"));
         auto *invite = board ? qobject_cast<IMRoomInviteViewController *>(
-                                   board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomInviteViewController")))
+                           board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomInviteViewController")))
                              : nullptr;
         if (!invite)
             return;
@@ -198,25 +202,44 @@ void IMRoomCreateViewController::doneItemPressed()
     m_thumbnail.save(&buffer, "JPEG", 40);
     QPointer<IMRoomCreateViewController> self(this);
     Parlo *parlo = Parlo::shareInstance();
-    parlo->uploadFileWithData(jpeg, kMessageTypeImage, nullptr, true, [self](double fraction) {
-        if (self)
-            self->progressLabel()->setText(progressText(fraction));
-    }, [self, room, parlo](const IMFilePtr &file) {
-        IM_LOG(QString::fromUtf8(QJsonDocument::fromVariant(file->toDictionary()).toJson(QJsonDocument::Compact)));
-        room->setThumbnail(file->fileName());
-        parlo->createRoom(room, [self, parlo](const IMRoomPtr &created) {
-            parlo->joinRoom(created, [self](const IMRoomPtr &) {
-                if (!self)
-                    return;
-                if (self->m_doneItem)
-                    self->m_doneItem->setEnabled(true);
-                if (self->navigationController())
-                    self->navigationController()->dismissViewControllerAnimated(true);
-                else
-                    self->dismissViewControllerAnimated(true);
-            }, [self](const IMError &e) { if (self) self->fail(e.description()); });
-        }, [self](const IMError &e) { if (self) self->fail(e.description()); });
-    }, [self](const IMError &e) { if (self) self->fail(e.description()); });
+    parlo->uploadFileWithData(
+        jpeg, kMessageTypeImage, nullptr, true,
+        [self](double fraction) {
+            if (self)
+                self->progressLabel()->setText(progressText(fraction));
+        },
+        [self, room, parlo](const IMFilePtr &file) {
+            IM_LOG(QString::fromUtf8(QJsonDocument::fromVariant(file->toDictionary()).toJson(QJsonDocument::Compact)));
+            room->setThumbnail(file->fileName());
+            parlo->createRoom(
+                room,
+                [self, parlo](const IMRoomPtr &created) {
+                    parlo->joinRoom(
+                        created,
+                        [self](const IMRoomPtr &) {
+                            if (!self)
+                                return;
+                            if (self->m_doneItem)
+                                self->m_doneItem->setEnabled(true);
+                            if (self->navigationController())
+                                self->navigationController()->dismissViewControllerAnimated(true);
+                            else
+                                self->dismissViewControllerAnimated(true);
+                        },
+                        [self](const IMError &e) {
+                            if (self)
+                                self->fail(e.description());
+                        });
+                },
+                [self](const IMError &e) {
+                    if (self)
+                        self->fail(e.description());
+                });
+        },
+        [self](const IMError &e) {
+            if (self)
+                self->fail(e.description());
+        });
 }
 
 void IMRoomCreateViewController::fail(const QString &text)

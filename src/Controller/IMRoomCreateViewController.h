@@ -13,8 +13,7 @@ class QLabel;
 class UxButton;
 
 //! What the host offers the create and invite screens: candidates to invite, page by page.
-class IMRoomInviteDelegate
-{
+class IMRoomInviteDelegate {
 public:
     using InviteComplete = std::function<void(const QList<IMInviteClientPtr> &clients)>;
     virtual ~IMRoomInviteDelegate();
@@ -25,14 +24,11 @@ public:
 };
 
 //! The room-creation screen's delegate: the same questions as the invite screen's.
-class IMRoomCreateDelegate : public IMRoomInviteDelegate
-{
-};
+class IMRoomCreateDelegate : public IMRoomInviteDelegate {};
 
 //! Asks for a room name and picture, then creates the room (upload, create, join, close), or, when
 //! the host offers invite candidates, goes on to the invite list.
-class IMRoomCreateViewController : public IMViewController
-{
+class IMRoomCreateViewController : public IMViewController {
     Q_OBJECT
 public:
     //! An unloaded screen (normally made by the storyboard "IMMain").

@@ -14,7 +14,8 @@
 
 IM_STORYBOARD_SCREEN(IMRoomInviteViewController);
 
-IMRoomInviteViewController::IMRoomInviteViewController(QWidget *parent) : IMViewController(parent)
+IMRoomInviteViewController::IMRoomInviteViewController(QWidget *parent)
+    : IMViewController(parent)
 {
     setObjectName(QStringLiteral("IMRoomInviteViewController"));
 }
@@ -28,7 +29,8 @@ void IMRoomInviteViewController::loadView()
     Ui::IMRoomInviteViewController ui;
     ui.setupUi(this);
     setTableview(ui.tableview);
-    ui.tableview->registerCell(QStringLiteral("Cell"), [] { return new IMRoomInviteTableViewCell(QStringLiteral("Cell")); });
+    ui.tableview->registerCell(
+        QStringLiteral("Cell"), [] { return new IMRoomInviteTableViewCell(QStringLiteral("Cell")); });
 }
 
 void IMRoomInviteViewController::viewDidLoad()
@@ -36,24 +38,27 @@ void IMRoomInviteViewController::viewDidLoad()
     IMViewController::viewDidLoad();
     if (title().isEmpty())
         setTitle(tr("邀請"));
-    navigationItem()->setRightBarButtonItem(new IMBarButtonItem(tr("完成"), IMBarButtonItem::Done, [this] { doneBtnPressed(); }));
+    navigationItem()->setRightBarButtonItem(
+        new IMBarButtonItem(tr("完成"), IMBarButtonItem::Done, [this] { doneBtnPressed(); }));
     tableview()->setRowHeight(60);
     tableview()->setDelegate(this);
     tableview()->setDataSource(this);
     // Row -1 is "the last delivered row" of an empty list: this asks for the first page.
-    didEndDisplayingCell(tableview(), nullptr, IMIndexPath{0, -1});
+    didEndDisplayingCell(tableview(), nullptr, IMIndexPath {0, -1});
 }
 
 int IMRoomInviteViewController::numberOfRowsInSection(IMTableView *, int) { return dataSource.size(); }
 
 IMTableViewCell *IMRoomInviteViewController::cellForRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath)
 {
-    auto *cell = qobject_cast<IMRoomInviteTableViewCell *>(tableView->dequeueReusableCellWithIdentifier(QStringLiteral("Cell"), indexPath));
+    auto *cell = qobject_cast<IMRoomInviteTableViewCell *>(
+        tableView->dequeueReusableCellWithIdentifier(QStringLiteral("Cell"), indexPath));
     const IMInviteClientPtr item = dataSource.value(indexPath.row);
     if (!cell || !item)
         return cell;
     cell->titleLabel()->setText(item->name());
-    cell->photoImageView()->setImageWithURL(QUrl(item->pictureURLString()), IMImage::named(QStringLiteral("placeholder")));
+    cell->photoImageView()->setImageWithURL(
+        QUrl(item->pictureURLString()), IMImage::named(QStringLiteral("placeholder")));
     cell->setChecked(inviteList.contains(item));
     return cell;
 }
@@ -74,7 +79,8 @@ void IMRoomInviteViewController::didEndDisplayingCell(IMTableView *, IMTableView
 {
     // The count is unsigned, so an empty list's last row is -1; the guards are kept as they are.
     const qint64 last = qint64(inviteList.size()) - 1;
-    if (indexPath.row != last || isloadingEnd || isloadingMore || !m_delegate || !m_delegate->respondsToInviteClientWithIndex())
+    if (indexPath.row != last || isloadingEnd || isloadingMore || !m_delegate
+        || !m_delegate->respondsToInviteClientWithIndex())
         return;
     isloadingMore = true;
     QPointer<IMRoomInviteViewController> self(this);
@@ -87,7 +93,7 @@ void IMRoomInviteViewController::didEndDisplayingCell(IMTableView *, IMTableView
                 self->tableview()->reloadData();
             self->isloadingEnd = false;
         } else {
-            self->isloadingEnd = true;  // a short last page is dropped
+            self->isloadingEnd = true; // a short last page is dropped
         }
     });
 }

@@ -10,8 +10,7 @@
 class IMRoomInviteDelegate;
 
 //! A checklist of invite candidates that the host delivers page by page (10 at a time).
-class IMRoomInviteViewController : public IMViewController, public IMTableViewDataSource, public IMTableViewDelegate
-{
+class IMRoomInviteViewController : public IMViewController, public IMTableViewDataSource, public IMTableViewDelegate {
     Q_OBJECT
 public:
     //! An unloaded screen (normally made by the storyboard "IMMain").
@@ -20,12 +19,12 @@ public:
     IMRoomInviteDelegate *delegate() const;
     //! Sets the delegate.
     void setDelegate(IMRoomInviteDelegate *delegate);
-    QList<IMInviteClientPtr> dataSource;  //!< the rows; the host sets them
-    QList<IMInviteClientPtr> inviteList;  //!< the delivered pages, and the checked candidates
-    QString roomName;                     //!< from the create screen
-    QImage roomThumbnail;                 //!< from the create screen
-    bool isloadingMore = false;           //!< a page was asked for (never reset: one page per screen)
-    bool isloadingEnd = false;            //!< the last page arrived
+    QList<IMInviteClientPtr> dataSource; //!< the rows; the host sets them
+    QList<IMInviteClientPtr> inviteList; //!< the delivered pages, and the checked candidates
+    QString roomName; //!< from the create screen
+    QImage roomThumbnail; //!< from the create screen
+    bool isloadingMore = false; //!< a page was asked for (never reset: one page per screen)
+    bool isloadingEnd = false; //!< the last page arrived
     //! Hook: the done button; does nothing here (a host subclass invites the checked candidates).
     virtual void doneBtnPressed();
 

@@ -23,7 +23,8 @@ IM_STORYBOARD_SCREEN(IMRoomViewController);
 IMRoomViewControllerDelegate::~IMRoomViewControllerDelegate() = default;
 void IMRoomViewControllerDelegate::IMRoomViewControllerDidPop() {}
 
-IMRoomViewController::IMRoomViewController(QWidget *parent) : IMViewController(parent)
+IMRoomViewController::IMRoomViewController(QWidget *parent)
+    : IMViewController(parent)
 {
     setObjectName(QStringLiteral("IMRoomViewController"));
 }
@@ -61,8 +62,8 @@ void IMRoomViewController::viewDidLoad()
     IMViewController::viewDidLoad();
     if (title().isEmpty())
         setTitle(tr("聊天室"));
-    navigationItem()->setRightBarButtonItem(new IMBarButtonItem(QStringLiteral("＋"), IMBarButtonItem::Done,
-                                                                [this] { createRoomItemPressed(); }));
+    navigationItem()->setRightBarButtonItem(
+        new IMBarButtonItem(QStringLiteral("＋"), IMBarButtonItem::Done, [this] { createRoomItemPressed(); }));
     tableview()->setDelegate(this);
     tableview()->setDataSource(this);
 }
@@ -80,10 +81,11 @@ void IMRoomViewController::ParloDidChatIn()
     if (Parlo::shareInstance()->connectStatus() != ParloConnectStatusConnected)
         return;
     QPointer<IMRoomViewController> self(this);
-    Parlo::shareInstance()->roomListKeepUpdateingToNewestComplete([self](const IMError &, const QList<IMRoomPtr> &rooms) {
-        if (self)
-            self->doActionAfterUpdateRoomDoneWithTotalBadgeNumber(getAllUnreadNumber(rooms));
-    });
+    Parlo::shareInstance()->roomListKeepUpdateingToNewestComplete(
+        [self](const IMError &, const QList<IMRoomPtr> &rooms) {
+            if (self)
+                self->doActionAfterUpdateRoomDoneWithTotalBadgeNumber(getAllUnreadNumber(rooms));
+        });
 }
 
 void IMRoomViewController::doActionAfterUpdateRoomDoneWithTotalBadgeNumber(int) {}
@@ -103,10 +105,7 @@ bool IMRoomViewController::isArchivedBy(const IMRoomPtr &room, const QString &cl
     return room && room->archivedBy().contains(clientID);
 }
 
-void IMRoomViewController::ParloDidUpdateRooms(const QList<IMRoomPtr> &rooms)
-{
-    setDataSource(rooms);
-}
+void IMRoomViewController::ParloDidUpdateRooms(const QList<IMRoomPtr> &rooms) { setDataSource(rooms); }
 
 void IMRoomViewController::ParloDidUpdateRoom(const IMRoomPtr &room)
 {
@@ -120,20 +119,22 @@ void IMRoomViewController::ParloDidUpdateRoom(const IMRoomPtr &room)
 void IMRoomViewController::createRoomItemPressed()
 {
     QPointer<IMRoomViewController> self(this);
-    UxAlertController::showWithController(this, tr("取消"), 0, QString(), QString(), {tr("建立聊天室")}, [self](int index) {
-        if (!self || index == -1)
-            return;
-        IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("IMMain"));
-        auto *create = board ? qobject_cast<IMRoomCreateViewController *>(
-                                   board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomCreateViewController")))
-                             : nullptr;
-        if (!create)
-            return;
-        create->setDelegate(dynamic_cast<IMRoomCreateDelegate *>(self->m_delegate));
-        auto *nav = new IMNavigationController(create);
-        // Shown over the list, as a whole, like the phone's show-detail presentation.
-        self->presentViewController(nav, true);
-    });
+    UxAlertController::showWithController(
+        this, tr("取消"), 0, QString(), QString(), {tr("建立聊天室")}, [self](int index) {
+            if (!self || index == -1)
+                return;
+            IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("IMMain"));
+            auto *create = board
+                ? qobject_cast<IMRoomCreateViewController *>(
+                    board->instantiateViewControllerWithIdentifier(QStringLiteral("IMRoomCreateViewController")))
+                : nullptr;
+            if (!create)
+                return;
+            create->setDelegate(dynamic_cast<IMRoomCreateDelegate *>(self->m_delegate));
+            auto *nav = new IMNavigationController(create);
+            // Shown over the list, as a whole, like the phone's show-detail presentation.
+            self->presentViewController(nav, true);
+        });
 }
 
 void IMRoomViewController::enterRoom(const IMRoomPtr &room, bool animated)
@@ -151,11 +152,13 @@ IMUIViewController *IMRoomViewController::IMRoomControllerToPushWithRoom(const I
     if (!board)
         return nullptr;
     // The first instance only proves the screen exists.
-    IMUIViewController *probe = board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController"));
+    IMUIViewController *probe
+        = board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController"));
     if (!probe)
         return nullptr;
     delete probe;
-    IMUIViewController *screen = board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController"));
+    IMUIViewController *screen
+        = board->instantiateViewControllerWithIdentifier(QStringLiteral("IMMessageViewController"));
     if (screen)
         QMetaObject::invokeMethod(screen, "setRoom", Q_ARG(IMRoomPtr, room));
     return screen;
@@ -163,9 +166,8 @@ IMUIViewController *IMRoomViewController::IMRoomControllerToPushWithRoom(const I
 
 void IMRoomViewController::loadRoomsWithPage(int, bool)
 {
-    Parlo::shareInstance()->roomListSuccess([](const QList<IMRoomPtr> &) {}, [](const IMError &error) {
-        IM_LOG(QStringLiteral("load room fail %1").arg(error.description()));
-    });
+    Parlo::shareInstance()->roomListSuccess([](const QList<IMRoomPtr> &) {},
+        [](const IMError &error) { IM_LOG(QStringLiteral("load room fail %1").arg(error.description())); });
 }
 
 void IMRoomViewController::tableViewDisableFor1second()
@@ -182,8 +184,8 @@ void IMRoomViewController::tableViewDisableFor1second()
 
 QString IMRoomViewController::cellIDForRoom(const IMRoomPtr &) { return QStringLiteral("Cell"); }
 
-IMRoomTableViewCell *IMRoomViewController::customCellWithIdentifier(const QString &, const IMRoomPtr &room,
-                                                                    IMRoomTableViewCell *cell)
+IMRoomTableViewCell *IMRoomViewController::customCellWithIdentifier(
+    const QString &, const IMRoomPtr &room, IMRoomTableViewCell *cell)
 {
     if (!cell)
         return cell;
@@ -194,8 +196,8 @@ IMRoomTableViewCell *IMRoomViewController::customCellWithIdentifier(const QStrin
         return cell;
     const QColor text = badge->textColor();
     const QColor background = badge->property("backgroundColor").value<QColor>();
-    if (text.name(QColor::HexArgb) == QColor::fromRgbF(0, 128 / 255.0, 1, 1).name(QColor::HexArgb) &&
-        background.name(QColor::HexArgb) == QColor(0, 0, 0, 0).name(QColor::HexArgb) && navigationController()) {
+    if (text.name(QColor::HexArgb) == QColor::fromRgbF(0, 128 / 255.0, 1, 1).name(QColor::HexArgb)
+        && background.name(QColor::HexArgb) == QColor(0, 0, 0, 0).name(QColor::HexArgb) && navigationController()) {
         IMNavigationBar *bar = navigationController()->navigationBar();
         const QColor tint = bar->tintColor();
         const QColor fill = bar->barTintColor().isValid() ? bar->barTintColor() : QColor(255, 59, 48);
@@ -217,7 +219,8 @@ int IMRoomViewController::numberOfRowsInSection(IMTableView *, int) { return m_d
 IMTableViewCell *IMRoomViewController::cellForRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath)
 {
     const IMRoomPtr room = m_dataSource.value(indexPath.row);
-    auto *cell = qobject_cast<IMRoomTableViewCell *>(tableView->dequeueReusableCellWithIdentifier(cellIDForRoom(room), indexPath));
+    auto *cell = qobject_cast<IMRoomTableViewCell *>(
+        tableView->dequeueReusableCellWithIdentifier(cellIDForRoom(room), indexPath));
     return customCellWithIdentifier(cellIDForRoom(room), room, cell);
 }
 
@@ -246,10 +249,11 @@ void IMRoomViewController::didSelectRowAtIndexPath(IMTableView *, const IMIndexP
 QList<IMTableViewRowAction *> IMRoomViewController::editActionsForRowAtIndexPath(IMTableView *, const IMIndexPath &)
 {
     QPointer<IMRoomViewController> self(this);
-    return {new IMTableViewRowAction(IMTableViewRowAction::Default, tr("隱藏"), [self](IMTableViewRowAction *, const IMIndexPath &path) {
-        if (self)
-            self->hideRoomAt(path.row);
-    })};
+    return {new IMTableViewRowAction(
+        IMTableViewRowAction::Default, tr("隱藏"), [self](IMTableViewRowAction *, const IMIndexPath &path) {
+            if (self)
+                self->hideRoomAt(path.row);
+        })};
 }
 
 void IMRoomViewController::hideRoomAt(int row)
@@ -258,18 +262,21 @@ void IMRoomViewController::hideRoomAt(int row)
     if (!room)
         return;
     QPointer<IMRoomViewController> self(this);
-    Parlo::shareInstance()->archiveRoom(room, [self, row](const IMRoomPtr &) {
-        IMDispatchMainAsync([self, row] {
-            if (!self || row >= self->m_dataSource.size())
-                return;
-            self->m_dataSource.removeAt(row);
-            self->tableview()->reloadData();
+    Parlo::shareInstance()->archiveRoom(
+        room,
+        [self, row](const IMRoomPtr &) {
+            IMDispatchMainAsync([self, row] {
+                if (!self || row >= self->m_dataSource.size())
+                    return;
+                self->m_dataSource.removeAt(row);
+                self->tableview()->reloadData();
+            });
+        },
+        [self](const IMError &error) {
+            IM_LOG(QStringLiteral("archiveRoom fail %1").arg(error.description()));
+            IMDispatchMainAsync([self] {
+                if (self && self->tableview())
+                    self->tableview()->setEditing(false);
+            });
         });
-    }, [self](const IMError &error) {
-        IM_LOG(QStringLiteral("archiveRoom fail %1").arg(error.description()));
-        IMDispatchMainAsync([self] {
-            if (self && self->tableview())
-                self->tableview()->setEditing(false);
-        });
-    });
 }

@@ -10,8 +10,7 @@
 class IMRoomTableViewCell;
 
 //! Hears from the room list. All optional.
-class IMRoomViewControllerDelegate
-{
+class IMRoomViewControllerDelegate {
 public:
     virtual ~IMRoomViewControllerDelegate();
     //! The room list is being destroyed (the user left it).
@@ -24,8 +23,7 @@ public:
 class IMRoomViewController : public IMViewController,
                              public ParloDelegate,
                              public IMTableViewDataSource,
-                             public IMTableViewDelegate
-{
+                             public IMTableViewDelegate {
     Q_OBJECT
 public:
     //! An unloaded room list (normally made by the storyboard "IMMain").
@@ -41,8 +39,8 @@ public:
     IMRoomViewControllerDelegate *delegate() const;
     //! Sets the delegate; also handed to the create screen.
     void setDelegate(IMRoomViewControllerDelegate *delegate);
-    bool isLoadingMore = false;   //!< declared for paging; unused by the screen
-    bool isLoadMoreEnd = false;   //!< declared for paging; unused by the screen
+    bool isLoadingMore = false; //!< declared for paging; unused by the screen
+    bool isLoadMoreEnd = false; //!< declared for paging; unused by the screen
 
     //! Hook: the rooms were brought up to date; `total` is their unread sum. Empty here.
     virtual void doActionAfterUpdateRoomDoneWithTotalBadgeNumber(int total);
@@ -63,8 +61,8 @@ public:
     //! Hook: the row kind for `room` ("Cell").
     virtual QString cellIDForRoom(const IMRoomPtr &room);
     //! Hook: dresses `cell` for `room` (and restyles a badge that still has its designed colours).
-    virtual IMRoomTableViewCell *customCellWithIdentifier(const QString &identifier, const IMRoomPtr &room,
-                                                          IMRoomTableViewCell *cell);
+    virtual IMRoomTableViewCell *customCellWithIdentifier(
+        const QString &identifier, const IMRoomPtr &room, IMRoomTableViewCell *cell);
 
     // The facade's calls.
     void ParloDidChatIn() override;
@@ -77,7 +75,8 @@ public:
     bool canEditRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath) override;
     qreal heightForRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath) override;
     void didSelectRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath) override;
-    QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath) override;
+    QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(
+        IMTableView *tableView, const IMIndexPath &indexPath) override;
 
 protected:
     void loadView() override;

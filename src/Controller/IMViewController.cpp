@@ -8,7 +8,8 @@
 #include "IMUINavigationController.h"
 #include "UxLabel.h"
 
-IMViewController::IMViewController(QWidget *parent) : IMUIViewController(parent)
+IMViewController::IMViewController(QWidget *parent)
+    : IMUIViewController(parent)
 {
     IMKeyboard::install();
 }
@@ -63,10 +64,7 @@ void IMViewController::viewDidDisappear(bool animated)
     }
 }
 
-int IMViewController::keyboardObserverCount() const
-{
-    return m_keyboardTokens.size();
-}
+int IMViewController::keyboardObserverCount() const { return m_keyboardTokens.size(); }
 
 void IMViewController::setNavigationBarTitle(const QString &title)
 {

@@ -10,8 +10,7 @@ class IMTableView;
 
 //! The base of the kit's screens: an empty table footer, a bare back arrow for the next screen, the
 //! title drawn in the bar's tint colour, and a keyboard hook.
-class IMViewController : public IMUIViewController
-{
+class IMViewController : public IMUIViewController {
     Q_OBJECT
 public:
     //! An unloaded screen.
@@ -44,5 +43,5 @@ protected:
 
 private:
     QPointer<IMTableView> m_tableview;
-    QList<QPair<QString, IMNotificationCenter::Token>> m_keyboardTokens;  // (name, token)
+    QList<QPair<QString, IMNotificationCenter::Token>> m_keyboardTokens; // (name, token)
 };

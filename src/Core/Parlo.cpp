@@ -38,10 +38,7 @@ Parlo::Parlo(QObject *parent)
     qRegisterMetaType<IMError>();
 }
 
-Parlo::~Parlo()
-{
-    d->transport.close();
-}
+Parlo::~Parlo() { d->transport.close(); }
 
 Parlo::Block Parlo::onConnectBlock() const { return d->transport.onConnectBlock(); }
 void Parlo::setOnConnectBlock(Block block) { d->transport.setOnConnectBlock(std::move(block)); }
@@ -104,7 +101,10 @@ void Parlo::connectWithURL(const QString &url, const QVariantMap &options, Block
 }
 
 void Parlo::reconnect() { d->transport.reconnect(); }
-void Parlo::didChangeConnectStatus(int status, const QVariantList &data) { d->transport.didChangeConnectStatus(status, data); }
+void Parlo::didChangeConnectStatus(int status, const QVariantList &data)
+{
+    d->transport.didChangeConnectStatus(status, data);
+}
 QVariantMap Parlo::header() const { return d->transport.header(); }
 
 void Parlo::emitWithMethod(uint method, const QVariantMap &item, Success success, Failure failure)

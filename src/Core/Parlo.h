@@ -26,8 +26,7 @@
 //! IMNotificationCenter::defaultCenter()). Use it from the main thread; its callbacks and
 //! announcements run there unless a member says otherwise. It holds no logic of its own: each
 //! member forwards to the part of the kit that owns what it touches.
-class Parlo : public QObject
-{
+class Parlo : public QObject {
     Q_OBJECT
 public:
     using Block = std::function<void()>;
@@ -228,8 +227,8 @@ public:
     void clientsListWithOffset(qint64 offset, ClientsSuccess success, Failure failure);
     //! Queries a server class: `className` without its two-letter prefix ("IMMessage" asks for
     //! "/Message/?offset=..&limit=..&sort=.."); `success` gets the body as it is. Main queue.
-    void queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
-                        Success success, Failure failure);
+    void queryWithClass(
+        const QString &className, qint64 offset, qint64 limit, const QString &sort, Success success, Failure failure);
     //! Chats in over plain HTTP ("<domainString>/client/chatin/<clientID>/"); `success` gets the
     //! client of the answer and nothing else changes. A transfer error fails with its
     //! QNetworkReply code (domain "QNetworkReply"), a failure status with that status (domain
@@ -251,8 +250,8 @@ public:
     void createRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
     //! Creates or reuses the two-member room with `clientID` (get
     //! "/room/createAndJoinWithClient/<clientID>" with the room's dictionary and "duplicate").
-    void createRoom(const IMRoomPtr &room, const QString &clientID, bool duplicate, RoomSuccess success,
-                    Failure failure);
+    void createRoom(
+        const IMRoomPtr &room, const QString &clientID, bool duplicate, RoomSuccess success, Failure failure);
     //! The same without "duplicate".
     void createRoom(const IMRoomPtr &room, const QString &clientID, RoomSuccess success, Failure failure);
     //! The same with "forceCreate" set: always a new room.
@@ -275,8 +274,8 @@ public:
     //! page, then it is appended to chatRooms, stored, chatRooms is reloaded from the store (one
     //! record per room, newest first) and ParloDidUpdateRooms is announced. On failure
     //! `failure`, then `complete`. Main queue.
-    void roomListWithOffset(int offset, int limit, RoomsSuccess success, Failure failure,
-                            RoomsComplete complete = nullptr);
+    void roomListWithOffset(
+        int offset, int limit, RoomsSuccess success, Failure failure, RoomsComplete complete = nullptr);
     //! The page after the rooms held (offset = chatRooms' size, 30 rooms).
     void roomListSuccess(RoomsSuccess success, Failure failure);
     //! roomListSuccess with blocks that do nothing.
@@ -285,7 +284,7 @@ public:
     //! sent as "(null)"), oldest first: the page is stored, chatRooms reloaded from the store,
     //! then `success`, `complete` and ParloDidUpdateRooms. Main queue.
     void roomListLastMessageTime(const QDateTime &lastMessageTime, int offset, int limit, RoomsSuccess success,
-                                 Failure failure, RoomsComplete complete = nullptr);
+        Failure failure, RoomsComplete complete = nullptr);
     //! Walks the room list forward from the newest room held, roomCountLimit rooms a page, until
     //! a page is not full; `complete` then gets that page (or the error). Setting
     //! isPausedLoadingRoomData stops the walk after the page in flight without calling `complete`.
@@ -293,12 +292,12 @@ public:
     //! Rooms waiting for an agent (get "/room/needAgentList" with the query of `params`: "county",
     //! "district", "status", "type", "limit", "skip"; "type" is sent, even 0, once any value is
     //! set), merged like roomListWithOffset.
-    void needAgentListForTovoAgentWithParames(const QVariantMap &params, RoomsSuccess success, Failure failure,
-                                              RoomsComplete complete = nullptr);
+    void needAgentListForTovoAgentWithParames(
+        const QVariantMap &params, RoomsSuccess success, Failure failure, RoomsComplete complete = nullptr);
     //! The agent's rooms (get "/room/list" with the query of `params`; only values that are not
     //! 0 are sent), merged like roomListWithOffset.
-    void roomListForTovoAgentWithParams(const QVariantMap &params, RoomsSuccess success, Failure failure,
-                                        RoomsComplete complete = nullptr);
+    void roomListForTovoAgentWithParams(
+        const QVariantMap &params, RoomsSuccess success, Failure failure, RoomsComplete complete = nullptr);
     //! Archives `room` for the signed-in client (put "/rooms/<id>/archive"); chatRooms and the
     //! store are left as they are. Blocks run on the main queue.
     void archiveRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure);
@@ -318,8 +317,8 @@ public:
     //! ParloDidEndLoadingMessageWithRoom.
     void messageWithRoom(const IMRoomPtr &room, qint64 offset, int limit, MessagesSuccess success, Failure failure);
     //! The same for the messages before `pinDate` (timestamp text, sent as given).
-    void messageWithRoom(const IMRoomPtr &room, const QString &pinDate, int limit, MessagesSuccess success,
-                         Failure failure);
+    void messageWithRoom(
+        const IMRoomPtr &room, const QString &pinDate, int limit, MessagesSuccess success, Failure failure);
     //! Sends `message` (post "/message/" with its dictionary, "room" = the room's id, "sender" =
     //! the current client's id, no "sendingType") and keeps it in sendingMessages until its echo
     //! settles it (state 0). Success: the server's record is copied onto `message`, which
@@ -342,7 +341,7 @@ public:
     //! Counts others' messages in `room` after `lastSeenDate` up to `messageDate` (texts sent as
     //! given); `success` gets "count". Main queue.
     void unseenCountAfterLastSeenDate(const QString &lastSeenDate, const QString &messageDate, const IMRoomPtr &room,
-                                      CountSuccess success, Failure failure);
+        CountSuccess success, Failure failure);
 
     // URL scheme (ParloScheme.cpp)
     //! True when the host's information dictionary names a URL scheme (element 0 of the last
@@ -360,7 +359,7 @@ public:
     //! the URL's scheme equals urlType (case-sensitive; QUrl lower-cases schemes, so register a
     //! lower-case one), false for another host. `application` and the rest are not used.
     bool application(QObject *application, const QUrl &openURL, const QString &sourceApplication = QString(),
-                     const QVariant &annotation = QVariant());
+        const QVariant &annotation = QVariant());
 
     // Files and the file cache (ParloFiles.cpp)
     //! Receives a file's bytes.
@@ -373,8 +372,7 @@ public:
     //! Receives the server's record of an uploaded file.
     using FileSuccess = std::function<void(const IMFilePtr &file)>;
     //! A multipart upload: the request (URL, header fields) and the whole body.
-    struct UploadRequest
-    {
+    struct UploadRequest {
         QNetworkRequest request;
         QByteArray body;
     };
@@ -382,8 +380,7 @@ public:
     //! The memory cache of file bytes by file name, costed in bytes (64 MiB unless changed);
     //! it may drop entries to stay under its limit. Safe to use from any thread. A null
     //! QByteArray is the null marker: storing it is allowed and it reads as absent.
-    class FileCache
-    {
+    class FileCache {
     public:
         FileCache();
         ~FileCache();
@@ -449,8 +446,7 @@ public:
     //! in memory and moved into the disk cache on the serial queue "QUEUE". An error status fails
     //! with that status ("info" the body), a cut download with the network error; neither is
     //! cached. Every block runs asynchronously on the main queue, exactly one of success/failure.
-    void getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
-                         Failure failure);
+    void getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success, Failure failure);
     //! getFileWithName(name, true, progress, success, failure). Named apart from the
     //! four-argument fetch, which a lambda in second place would make ambiguous.
     void getFileWithNameProgress(const QString &name, Progress progress, DataSuccess success, Failure failure);
@@ -462,15 +458,14 @@ public:
     //! Blocks run asynchronously on the main queue, exactly one of success/failure. Returns the
     //! transfer (owned by urlSession; abort() ends it with a failure), null when refused.
     QPointer<QNetworkReply> uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                               bool isPublic, Progress progress, FileSuccess success,
-                                               Failure failure);
+        bool isPublic, Progress progress, FileSuccess success, Failure failure);
     //! uploadFileWithData without progress reports.
     QPointer<QNetworkReply> uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                               bool isPublic, FileSuccess success, Failure failure);
+        bool isPublic, FileSuccess success, Failure failure);
     //! Uploads `image` as PNG (lossless, unscaled) with type kMessageTypeImage. A null image
     //! fails with code 400 (main queue, asynchronously) and returns null.
-    QPointer<QNetworkReply> uploadFileWithImage(const QImage &image, const IMRoomPtr &room, bool isPublic,
-                                                FileSuccess success, Failure failure);
+    QPointer<QNetworkReply> uploadFileWithImage(
+        const QImage &image, const IMRoomPtr &room, bool isPublic, FileSuccess success, Failure failure);
     //! The multipart upload request for "<domainString>/files/upload": header fields apiKey,
     //! clientKey, and the current client's clientID and token; the fixed boundary
     //! "---------------------------14737809831466499882746641449"; one part per field of `dict`

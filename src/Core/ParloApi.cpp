@@ -21,8 +21,14 @@ void Parlo::chatOutSuccess(Success success, Failure failure)
 }
 
 void Parlo::logout() { d->session.logout(); }
-void Parlo::updateDeviceTokenIfPossiable(const QByteArray &deviceToken) { d->session.updateDeviceTokenIfPossiable(deviceToken); }
-void Parlo::badgeSuccess(BadgeSuccess success, Failure failure) { d->session.badgeSuccess(std::move(success), std::move(failure)); }
+void Parlo::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
+{
+    d->session.updateDeviceTokenIfPossiable(deviceToken);
+}
+void Parlo::badgeSuccess(BadgeSuccess success, Failure failure)
+{
+    d->session.badgeSuccess(std::move(success), std::move(failure));
+}
 
 void Parlo::badgeTotalSuccess(BadgeSuccess success, Failure failure)
 {
@@ -35,8 +41,8 @@ void Parlo::clientsListWithOffset(qint64, ClientsSuccess success, Failure failur
     d->session.clientsListWithOffset(std::move(success), std::move(failure));
 }
 
-void Parlo::queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
-                           Success success, Failure failure)
+void Parlo::queryWithClass(
+    const QString &className, qint64 offset, qint64 limit, const QString &sort, Success success, Failure failure)
 {
     d->session.queryWithClass(className, offset, limit, sort, std::move(success), std::move(failure));
 }
@@ -53,11 +59,11 @@ void Parlo::createRoom(const IMRoomPtr &room, RoomSuccess success, Failure failu
     d->roomRequests.createRoom(room, std::move(success), std::move(failure));
 }
 
-void Parlo::createRoom(const IMRoomPtr &room, const QString &clientID, bool duplicate, RoomSuccess success,
-                       Failure failure)
+void Parlo::createRoom(
+    const IMRoomPtr &room, const QString &clientID, bool duplicate, RoomSuccess success, Failure failure)
 {
-    d->roomRequests.createRoomWithClient(room, clientID, {{QStringLiteral("duplicate"), duplicate ? 1 : 0}},
-                                         std::move(success), std::move(failure));
+    d->roomRequests.createRoomWithClient(
+        room, clientID, {{QStringLiteral("duplicate"), duplicate ? 1 : 0}}, std::move(success), std::move(failure));
 }
 
 void Parlo::createRoom(const IMRoomPtr &room, const QString &clientID, RoomSuccess success, Failure failure)
@@ -67,8 +73,8 @@ void Parlo::createRoom(const IMRoomPtr &room, const QString &clientID, RoomSucce
 
 void Parlo::forceCreateRoom(const IMRoomPtr &room, const QString &clientID, RoomSuccess success, Failure failure)
 {
-    d->roomRequests.createRoomWithClient(room, clientID, {{QStringLiteral("forceCreate"), true}}, std::move(success),
-                                         std::move(failure));
+    d->roomRequests.createRoomWithClient(
+        room, clientID, {{QStringLiteral("forceCreate"), true}}, std::move(success), std::move(failure));
 }
 
 void Parlo::joinRoom(const IMRoomPtr &room, RoomSuccess success, Failure failure)
@@ -102,10 +108,10 @@ void Parlo::roomListSuccess(RoomsSuccess success, Failure failure)
 void Parlo::roomListInBackground() { d->roomRequests.roomListSuccess(nullptr, nullptr); }
 
 void Parlo::roomListLastMessageTime(const QDateTime &lastMessageTime, int offset, int limit, RoomsSuccess success,
-                                    Failure failure, RoomsComplete complete)
+    Failure failure, RoomsComplete complete)
 {
-    d->roomRequests.roomListLastMessageTime(lastMessageTime, offset, limit, std::move(success), std::move(failure),
-                                            std::move(complete));
+    d->roomRequests.roomListLastMessageTime(
+        lastMessageTime, offset, limit, std::move(success), std::move(failure), std::move(complete));
 }
 
 void Parlo::roomListKeepUpdateingToNewestComplete(RoomsComplete complete)
@@ -113,14 +119,14 @@ void Parlo::roomListKeepUpdateingToNewestComplete(RoomsComplete complete)
     d->roomRequests.keepUpdatingRooms(std::move(complete));
 }
 
-void Parlo::needAgentListForTovoAgentWithParames(const QVariantMap &params, RoomsSuccess success, Failure failure,
-                                                 RoomsComplete complete)
+void Parlo::needAgentListForTovoAgentWithParames(
+    const QVariantMap &params, RoomsSuccess success, Failure failure, RoomsComplete complete)
 {
     d->roomRequests.needAgentList(params, std::move(success), std::move(failure), std::move(complete));
 }
 
-void Parlo::roomListForTovoAgentWithParams(const QVariantMap &params, RoomsSuccess success, Failure failure,
-                                           RoomsComplete complete)
+void Parlo::roomListForTovoAgentWithParams(
+    const QVariantMap &params, RoomsSuccess success, Failure failure, RoomsComplete complete)
 {
     d->roomRequests.agentRoomList(params, std::move(success), std::move(failure), std::move(complete));
 }
@@ -135,18 +141,18 @@ void Parlo::archiveRoom(const IMRoomPtr &room, RoomSuccess success, Failure fail
 void Parlo::messageWithRoom(const IMRoomPtr &room, qint64 offset, int limit, MessagesSuccess success, Failure failure)
 {
     const QString id = room ? room->objectID() : QString();
-    d->messageRequests.loadPage(
-        room, QStringLiteral("/message/?room=%1&offset=%2&limit=%3").arg(id, QString::number(offset), QString::number(limit)),
+    d->messageRequests.loadPage(room,
+        QStringLiteral("/message/?room=%1&offset=%2&limit=%3").arg(id, QString::number(offset), QString::number(limit)),
         std::move(success), std::move(failure));
 }
 
-void Parlo::messageWithRoom(const IMRoomPtr &room, const QString &pinDate, int limit, MessagesSuccess success,
-                            Failure failure)
+void Parlo::messageWithRoom(
+    const IMRoomPtr &room, const QString &pinDate, int limit, MessagesSuccess success, Failure failure)
 {
     const QString id = room ? room->objectID() : QString();
     d->messageRequests.loadPage(room,
-                                QStringLiteral("/message/?room=%1&pinDate=%2&limit=%3").arg(id, pinDate, QString::number(limit)),
-                                std::move(success), std::move(failure));
+        QStringLiteral("/message/?room=%1&pinDate=%2&limit=%3").arg(id, pinDate, QString::number(limit)),
+        std::move(success), std::move(failure));
 }
 
 void Parlo::sendMessage(const IMMessagePtr &message, MessageSuccess success, Failure failure)
@@ -166,8 +172,8 @@ void Parlo::updateReadTimeWithRoom(const IMRoomPtr &room, bool echoToRoom)
     d->messageRequests.updateReadTimeWithRoom(room, echoToRoom);
 }
 
-void Parlo::unseenCountAfterLastSeenDate(const QString &lastSeenDate, const QString &messageDate,
-                                         const IMRoomPtr &room, CountSuccess success, Failure failure)
+void Parlo::unseenCountAfterLastSeenDate(const QString &lastSeenDate, const QString &messageDate, const IMRoomPtr &room,
+    CountSuccess success, Failure failure)
 {
     d->messageRequests.unseenCount(lastSeenDate, messageDate, room, std::move(success), std::move(failure));
 }
@@ -181,7 +187,10 @@ bool Parlo::isScehemeWorks() const { return d->scheme.isScehemeWorks(); }
 QString Parlo::urlType() const { return d->scheme.urlType(); }
 QString Parlo::urlStringForScheme() const { return d->scheme.urlStringForScheme(); }
 QString Parlo::appIDOnStore() const { return d->scheme.appIDOnStore(); }
-bool Parlo::application(QObject *, const QUrl &openURL, const QString &, const QVariant &) { return d->scheme.open(openURL); }
+bool Parlo::application(QObject *, const QUrl &openURL, const QString &, const QVariant &)
+{
+    return d->scheme.open(openURL);
+}
 
 // Files
 
@@ -191,16 +200,22 @@ Parlo::FileCache &Parlo::cache() { return d->files.cache(); }
 QString Parlo::filePathWithName(const QString &name) { return d->files.filePathWithName(name); }
 bool Parlo::isFileExistsWithName(const QString &name) { return d->files.isFileExistsWithName(name); }
 QByteArray Parlo::fileWithName(const QString &name) { return d->files.fileWithName(name); }
-bool Parlo::fileSaveWithName(const QString &name, const QByteArray &data) { return d->files.fileSaveWithName(name, data); }
-void Parlo::getFileWithName(const QString &name, FileComplete complete) { d->files.getFileWithName(name, std::move(complete)); }
+bool Parlo::fileSaveWithName(const QString &name, const QByteArray &data)
+{
+    return d->files.fileSaveWithName(name, data);
+}
+void Parlo::getFileWithName(const QString &name, FileComplete complete)
+{
+    d->files.getFileWithName(name, std::move(complete));
+}
 
 void Parlo::getFileWithName(const QString &name, bool fromCache, DataSuccess success, Failure failure)
 {
     d->files.getFileWithName(name, fromCache, std::move(success), std::move(failure));
 }
 
-void Parlo::getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
-                            Failure failure)
+void Parlo::getFileWithName(
+    const QString &name, bool fromCache, Progress progress, DataSuccess success, Failure failure)
 {
     d->files.getFileWithName(name, fromCache, std::move(progress), std::move(success), std::move(failure));
 }
@@ -211,22 +226,21 @@ void Parlo::getFileWithNameProgress(const QString &name, Progress progress, Data
 }
 
 QPointer<QNetworkReply> Parlo::uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                                  bool isPublic, Progress progress, FileSuccess success,
-                                                  Failure failure)
+    bool isPublic, Progress progress, FileSuccess success, Failure failure)
 {
-    return d->files.uploadFileWithData(data, type, room, isPublic, std::move(progress), std::move(success),
-                                       std::move(failure));
+    return d->files.uploadFileWithData(
+        data, type, room, isPublic, std::move(progress), std::move(success), std::move(failure));
 }
 
 QPointer<QNetworkReply> Parlo::uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                                  bool isPublic, FileSuccess success, Failure failure)
+    bool isPublic, FileSuccess success, Failure failure)
 {
-    return d->files.uploadFileWithData(data, type, room, isPublic, [](double) {}, std::move(success),
-                                       std::move(failure));
+    return d->files.uploadFileWithData(
+        data, type, room, isPublic, [](double) {}, std::move(success), std::move(failure));
 }
 
-QPointer<QNetworkReply> Parlo::uploadFileWithImage(const QImage &image, const IMRoomPtr &room, bool isPublic,
-                                                   FileSuccess success, Failure failure)
+QPointer<QNetworkReply> Parlo::uploadFileWithImage(
+    const QImage &image, const IMRoomPtr &room, bool isPublic, FileSuccess success, Failure failure)
 {
     return d->files.uploadFileWithImage(image, room, isPublic, std::move(success), std::move(failure));
 }

@@ -10,8 +10,7 @@
 //! Receives the facade's announcements, each before the matching notification is posted.
 //! Every method is optional: the defaults do nothing. The facade holds its delegate without
 //! owning it; a delegate that is destroyed stops being the delegate.
-class ParloDelegate
-{
+class ParloDelegate {
 public:
     virtual ~ParloDelegate();
 

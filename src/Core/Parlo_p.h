@@ -15,8 +15,7 @@
 #include "ParloTransport.h"
 #include "ParloURLScheme.h"
 
-struct Parlo::Private
-{
+struct Parlo::Private {
     explicit Private(Parlo *q);
 
     ParloLogger logger;
@@ -38,7 +37,6 @@ struct Parlo::Private
 };
 
 //! Reaches a facade's owners, for the kit's own tests and benchmarks.
-struct ParloInternals
-{
+struct ParloInternals {
     static Parlo::Private &of(Parlo *parlo) { return *parlo->d; }
 };

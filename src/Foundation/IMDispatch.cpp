@@ -47,8 +47,7 @@ void orderReleased([[maybe_unused]] std::mutex *mutex)
 }
 
 //! A lock on a queue's mutex that also tells ThreadSanitizer about the order it gives.
-class QueueLock
-{
+class QueueLock {
 public:
     explicit QueueLock(std::mutex &mutex)
         : m_lock(mutex)
@@ -81,8 +80,7 @@ private:
     std::unique_lock<std::mutex> m_lock;
 };
 
-class MainWaker : public QObject
-{
+class MainWaker : public QObject {
 public:
     std::function<void()> drain;
 
@@ -91,18 +89,17 @@ protected:
 };
 } // namespace
 
-struct IMDispatchQueue::Private
-{
+struct IMDispatchQueue::Private {
     Kind kind;
     QString label;
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<Block> pending;
     std::multimap<Clock::time_point, Block> timed; // serial and global queues
-    bool wakePosted = false;                        // main queue
-    bool stopping = false;                          // serial queue
-    MainWaker *waker = nullptr;                     // main queue
-    std::vector<std::thread> threads;               // one for a serial queue, a pool for the global one
+    bool wakePosted = false; // main queue
+    bool stopping = false; // serial queue
+    MainWaker *waker = nullptr; // main queue
+    std::vector<std::thread> threads; // one for a serial queue, a pool for the global one
     std::vector<std::thread::id> threadIds;
 
     // Runs queued blocks on a worker thread until the queue stops (serial) or for ever (global).
@@ -129,9 +126,7 @@ struct IMDispatchQueue::Private
             if (timed.empty())
                 lock.wait([this](std::unique_lock<std::mutex> &l) { wake.wait(l); });
             else
-                lock.wait([this](std::unique_lock<std::mutex> &l) {
-                    wake.wait_until(l, timed.begin()->first);
-                });
+                lock.wait([this](std::unique_lock<std::mutex> &l) { wake.wait_until(l, timed.begin()->first); });
         }
     }
 
@@ -148,7 +143,8 @@ struct IMDispatchQueue::Private
     }
 };
 
-IMDispatchQueue::IMDispatchQueue(Kind kind, const QString &label) : d(new Private)
+IMDispatchQueue::IMDispatchQueue(Kind kind, const QString &label)
+    : d(new Private)
 {
     d->kind = kind;
     d->label = label;
@@ -168,7 +164,8 @@ IMDispatchQueue::IMDispatchQueue(Kind kind, const QString &label) : d(new Privat
     }
 }
 
-IMDispatchQueue::IMDispatchQueue(const QString &label) : d(new Private)
+IMDispatchQueue::IMDispatchQueue(const QString &label)
+    : d(new Private)
 {
     d->kind = Kind::Serial;
     d->label = label;
@@ -204,10 +201,7 @@ IMDispatchQueue *IMDispatchQueue::mainQueue()
 
 // The main queue is made on the main thread as the application starts, so a worker thread's first
 // post never builds the object the main thread then reads.
-static void makeMainQueueOnTheMainThread()
-{
-    IMDispatchQueue::mainQueue();
-}
+static void makeMainQueueOnTheMainThread() { IMDispatchQueue::mainQueue(); }
 Q_COREAPP_STARTUP_FUNCTION(makeMainQueueOnTheMainThread)
 
 IMDispatchQueue *IMDispatchQueue::globalQueue()
@@ -280,15 +274,9 @@ bool IMDispatchQueue::isCurrent() const
     return std::find(d->threadIds.begin(), d->threadIds.end(), me) != d->threadIds.end();
 }
 
-QString IMDispatchQueue::label() const
-{
-    return d->label;
-}
+QString IMDispatchQueue::label() const { return d->label; }
 
-void IMDispatchMainAsync(IMDispatchQueue::Block block)
-{
-    IMDispatchQueue::mainQueue()->async(std::move(block));
-}
+void IMDispatchMainAsync(IMDispatchQueue::Block block) { IMDispatchQueue::mainQueue()->async(std::move(block)); }
 
 void IMDispatchAfter(double seconds, IMDispatchQueue::Block block)
 {

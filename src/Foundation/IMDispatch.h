@@ -6,8 +6,7 @@
 
 //! A queue that runs blocks: the main queue (the Qt main thread's event loop), the global
 //! queue (a pool of worker threads) or a serial queue with a thread of its own.
-class IMDispatchQueue
-{
+class IMDispatchQueue {
 public:
     using Block = std::function<void()>;
 

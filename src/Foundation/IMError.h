@@ -8,8 +8,7 @@
 inline const QString kParlo = QStringLiteral("Parlo");
 
 //! An error record: a domain, an integer code and a user-info dictionary. A value type.
-class IMError
-{
+class IMError {
 public:
     //! A null error (no domain, code 0); `isNull()` is true.
     IMError() = default;

@@ -7,8 +7,7 @@
 #include <vector>
 
 namespace {
-struct Observer
-{
+struct Observer {
     IMNotificationCenter::Token token;
     QString name;
     QVariant object;
@@ -19,14 +18,16 @@ struct Observer
 };
 } // namespace
 
-struct IMNotificationCenter::Private
-{
+struct IMNotificationCenter::Private {
     QMutex mutex;
     Token nextToken = 1;
     std::vector<Observer> observers;
 };
 
-IMNotificationCenter::IMNotificationCenter() : d(new Private) {}
+IMNotificationCenter::IMNotificationCenter()
+    : d(new Private)
+{
+}
 IMNotificationCenter::~IMNotificationCenter() = default;
 
 IMNotificationCenter *IMNotificationCenter::defaultCenter()
@@ -35,13 +36,13 @@ IMNotificationCenter *IMNotificationCenter::defaultCenter()
     return &center;
 }
 
-IMNotificationCenter::Token IMNotificationCenter::addObserver(const QString &name, const QVariant &object,
-                                                              IMDispatchQueue *queue, Block block)
+IMNotificationCenter::Token IMNotificationCenter::addObserver(
+    const QString &name, const QVariant &object, IMDispatchQueue *queue, Block block)
 {
     QMutexLocker lock(&d->mutex);
     const Token token = d->nextToken++;
     d->observers.push_back(
-        Observer{token, name, object, queue, std::move(block), std::make_shared<std::atomic<bool>>(true)});
+        Observer {token, name, object, queue, std::move(block), std::make_shared<std::atomic<bool>>(true)});
     return token;
 }
 
@@ -92,5 +93,5 @@ void IMNotificationCenter::post(const IMNotification &notification)
 
 void IMNotificationCenter::post(const QString &name, const QVariant &object, const QVariantMap &userInfo)
 {
-    post(IMNotification{name, object, userInfo});
+    post(IMNotification {name, object, userInfo});
 }

@@ -9,16 +9,14 @@
 class IMDispatchQueue;
 
 //! A named notification with an object and a user-info dictionary.
-struct IMNotification
-{
-    QString name;          //!< the notification's name
-    QVariant object;       //!< the object it is about (may be null)
-    QVariantMap userInfo;  //!< extra values
+struct IMNotification {
+    QString name; //!< the notification's name
+    QVariant object; //!< the object it is about (may be null)
+    QVariantMap userInfo; //!< extra values
 };
 
 //! Named notifications delivered to observers. Thread-safe: post and observe from any thread.
-class IMNotificationCenter
-{
+class IMNotificationCenter {
 public:
     using Block = std::function<void(const IMNotification &)>;
     //! Identifies one observer, for removal. 0 is never a valid token.

@@ -5,16 +5,16 @@
 #include <QClipboard>
 #include <QDateTime>
 #include <QDir>
-#include <QGuiApplication>
-#include <QMutex>
 #include <QFile>
+#include <QGuiApplication>
 #include <QJsonDocument>
+#include <QMutex>
 #include <QStandardPaths>
 #include <atomic>
 #include <memory>
 
 namespace {
-std::atomic<IMPlatform *> g_platform{nullptr};
+std::atomic<IMPlatform *> g_platform {nullptr};
 
 QMutex g_dialogsLock;
 IMPlatform::Dialogs &dialogs()
@@ -58,15 +58,14 @@ qint64 IMPlatform::applicationIconBadgeNumber() const { return m_badgeNumber; }
 
 QString IMPlatform::documentsPath() const
 {
-    return ensured(m_documentsPath.isNull()
-                       ? QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation)
-                       : m_documentsPath);
+    return ensured(m_documentsPath.isNull() ? QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation)
+                                            : m_documentsPath);
 }
 
 QString IMPlatform::temporaryPath() const
 {
-    return ensured(m_temporaryPath.isNull() ? QStandardPaths::writableLocation(QStandardPaths::CacheLocation)
-                                            : m_temporaryPath);
+    return ensured(
+        m_temporaryPath.isNull() ? QStandardPaths::writableLocation(QStandardPaths::CacheLocation) : m_temporaryPath);
 }
 
 void IMPlatform::setDocumentsPath(const QString &path) { m_documentsPath = path; }
@@ -112,7 +111,8 @@ QString IMPlatform::saveImageToPhotoAlbum(const QImage &image)
         folder = QDir::home().filePath(QStringLiteral("Pictures"));
     ensured(folder);
     // A name per second, made unique within the second, so nothing already saved is overwritten.
-    const QString stem = QStringLiteral("Parlo %1").arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH.mm.ss")));
+    const QString stem
+        = QStringLiteral("Parlo %1").arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH.mm.ss")));
     QString path = QDir(folder).filePath(stem + QStringLiteral(".png"));
     for (int i = 2; QFile::exists(path); ++i)
         path = QDir(folder).filePath(QStringLiteral("%1 (%2).png").arg(stem).arg(i));
@@ -136,10 +136,7 @@ void IMPlatform::presentShareSheet(const QVariantList &items, QObject *window)
         IM_LOG(QStringLiteral("no share sheet: %1 item(s) not shared").arg(items.size()));
 }
 
-bool IMPlatform::isCameraAvailable() const
-{
-    return false;
-}
+bool IMPlatform::isCameraAvailable() const { return false; }
 
 void IMPlatform::pickImage(int sourceType, QObject *window, const std::function<void(const QImage &)> &done)
 {

@@ -10,8 +10,7 @@ class QObject;
 
 //! Services of the host platform that the kit uses. A host replaces them by installing a
 //! subclass with `setInstance`; the defaults work on a desktop.
-class IMPlatform
-{
+class IMPlatform {
 public:
     virtual ~IMPlatform();
 
@@ -61,10 +60,10 @@ public:
     virtual void pickImage(int sourceType, QObject *window, const std::function<void(const QImage &)> &done);
 
     //! The desktop dialogs behind the default share sheet and picker (the screens' library installs them).
-    struct Dialogs
-    {
-        std::function<void(const QVariantList &items, QObject *window)> share;  //!< the share dialog
-        std::function<void(int sourceType, QObject *window, const std::function<void(const QImage &)> &done)> pick;  //!< the picker
+    struct Dialogs {
+        std::function<void(const QVariantList &items, QObject *window)> share; //!< the share dialog
+        std::function<void(int sourceType, QObject *window, const std::function<void(const QImage &)> &done)>
+            pick; //!< the picker
     };
     //! Installs the desktop dialogs used by the default `presentShareSheet` and `pickImage`.
     static void setDialogs(const Dialogs &dialogs);

@@ -18,7 +18,7 @@ QList<IMBadgePtr> IMBadge::arrayOfModelsFromDictionaries(const QVariantList &arr
     return mapArray<IMBadgePtr>(array, &IMBadge::fromDictionary);
 }
 
-QVariantMap IMBadge::toDictionary() const { return { { QStringLiteral("total"), m_total } }; }
+QVariantMap IMBadge::toDictionary() const { return {{QStringLiteral("total"), m_total}}; }
 
 qint32 IMBadge::total() const { return m_total; }
 void IMBadge::setTotal(qint32 total) { m_total = total; }

@@ -9,8 +9,7 @@ class IMBadge;
 using IMBadgePtr = std::shared_ptr<IMBadge>;
 
 //! The signed-in client's total unread count. "total" is required in JSON.
-class IMBadge
-{
+class IMBadge {
 public:
     //! A badge with `total` 0.
     IMBadge();

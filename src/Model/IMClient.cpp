@@ -7,8 +7,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMClient::Private : QSharedData
-{
+struct IMClient::Private : QSharedData {
     QString clientID;
     QString token;
     QString email;
@@ -22,7 +21,10 @@ struct IMClient::Private : QSharedData
     std::optional<quint64> totalBadge;
 };
 
-IMClient::IMClient() : d(sharedEmpty<Private>()) { }
+IMClient::IMClient()
+    : d(sharedEmpty<Private>())
+{
+}
 IMClient::~IMClient() = default;
 
 IMClientPtr IMClient::fromDictionary(const QVariantMap &dictionary)
@@ -47,16 +49,16 @@ bool IMClient::mergeOwnFields(const QVariantMap &dict)
 {
     Private staged = *std::as_const(d);
     const bool ok = read(dict, QStringLiteral("clientID"), &staged.clientID, toString)
-                    && read(dict, QStringLiteral("token"), &staged.token, toString)
-                    && read(dict, QStringLiteral("email"), &staged.email, toString)
-                    && read(dict, QStringLiteral("password"), &staged.password, toString)
-                    && read(dict, QStringLiteral("emailVerified"), &staged.emailVerified, toString)
-                    && read(dict, QStringLiteral("photo"), &staged.photo, toString)
-                    && read(dict, QStringLiteral("roomIDs"), &staged.roomIDs, toStringList)
-                    && read(dict, QStringLiteral("username"), &staged.username, toString)
-                    && read(dict, QStringLiteral("chatinAt"), &staged.chatinAt, toString)
-                    && read(dict, QStringLiteral("room"), &staged.room, toList)
-                    && read(dict, QStringLiteral("totalBadge"), &staged.totalBadge, toUInt64);
+        && read(dict, QStringLiteral("token"), &staged.token, toString)
+        && read(dict, QStringLiteral("email"), &staged.email, toString)
+        && read(dict, QStringLiteral("password"), &staged.password, toString)
+        && read(dict, QStringLiteral("emailVerified"), &staged.emailVerified, toString)
+        && read(dict, QStringLiteral("photo"), &staged.photo, toString)
+        && read(dict, QStringLiteral("roomIDs"), &staged.roomIDs, toStringList)
+        && read(dict, QStringLiteral("username"), &staged.username, toString)
+        && read(dict, QStringLiteral("chatinAt"), &staged.chatinAt, toString)
+        && read(dict, QStringLiteral("room"), &staged.room, toList)
+        && read(dict, QStringLiteral("totalBadge"), &staged.totalBadge, toUInt64);
     if (ok)
         d = new Private(std::move(staged));
     return ok;

@@ -8,8 +8,7 @@ class IMClient;
 using IMClientPtr = std::shared_ptr<IMClient>;
 
 //! A user of the chat service. Every property is optional in mapping (see IMObject).
-class IMClient : public IMObject
-{
+class IMClient : public IMObject {
 public:
     //! A client with every property unset.
     IMClient();

@@ -103,8 +103,8 @@ QString IMDate::toString8601(const QDateTime &date)
     const QDate d = utc.date();
     const QTime t = utc.time();
     return QStringLiteral("%1-%2-%3T%4:%5:%6.%7Z")
-            .arg(pad(d.year(), 4), pad(d.month(), 2), pad(d.day(), 2), pad(t.hour(), 2), pad(t.minute(), 2),
-                 pad(t.second(), 2), pad(t.msec(), 3));
+        .arg(pad(d.year(), 4), pad(d.month(), 2), pad(d.day(), 2), pad(t.hour(), 2), pad(t.minute(), 2),
+            pad(t.second(), 2), pad(t.msec(), 3));
 }
 
 QString IMDate::toStringWithDateFormat(const QString &text, const QString &pattern)
@@ -137,7 +137,8 @@ QString IMDate::toStringWithDateFormat(const QString &text, const QString &patte
                 }
                 out += pattern.at(i++);
             }
-        } else if ((c >= QLatin1Char('a') && c <= QLatin1Char('z')) || (c >= QLatin1Char('A') && c <= QLatin1Char('Z'))) {
+        } else if ((c >= QLatin1Char('a') && c <= QLatin1Char('z'))
+            || (c >= QLatin1Char('A') && c <= QLatin1Char('Z'))) {
             int count = 1;
             while (i + count < pattern.size() && pattern.at(i + count) == c)
                 ++count;

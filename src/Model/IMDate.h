@@ -6,8 +6,7 @@
 //! Timestamps as the kit's records carry them: the text "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" in GMT
 //! (2016-05-04T09:30:00.000Z), and the relative questions the screens ask about dates.
 //! Stateless and thread-safe.
-class IMDate
-{
+class IMDate {
 public:
     //! Units of `isTime`.
     enum Unit { Day = 0, Week = 1, Month = 2, Year = 3, Era = 4 };

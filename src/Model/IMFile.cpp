@@ -6,8 +6,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMFile::Private
-{
+struct IMFile::Private {
     QString fileName;
     QString type;
     std::optional<quint64> size;
@@ -15,7 +14,10 @@ struct IMFile::Private
     QString room;
 };
 
-IMFile::IMFile() : d(std::make_unique<Private>()) { }
+IMFile::IMFile()
+    : d(std::make_unique<Private>())
+{
+}
 IMFile::~IMFile() = default;
 
 IMFilePtr IMFile::fromDictionary(const QVariantMap &dictionary)
@@ -33,10 +35,10 @@ bool IMFile::mergeOwnFields(const QVariantMap &dict)
 {
     Private staged = *d;
     const bool ok = read(dict, QStringLiteral("fileName"), &staged.fileName, toString)
-                    && read(dict, QStringLiteral("type"), &staged.type, toString)
-                    && read(dict, QStringLiteral("size"), &staged.size, toUInt64)
-                    && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
-                    && read(dict, QStringLiteral("room"), &staged.room, toString);
+        && read(dict, QStringLiteral("type"), &staged.type, toString)
+        && read(dict, QStringLiteral("size"), &staged.size, toUInt64)
+        && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
+        && read(dict, QStringLiteral("room"), &staged.room, toString);
     if (ok)
         *d = std::move(staged);
     return ok;

@@ -6,8 +6,7 @@ class IMFile;
 using IMFilePtr = std::shared_ptr<IMFile>;
 
 //! An uploaded file as the server describes it. Every property is optional in mapping.
-class IMFile : public IMObject
-{
+class IMFile : public IMObject {
 public:
     //! A file with every property unset.
     IMFile();
@@ -17,7 +16,6 @@ public:
     static IMFilePtr fromDictionary(const QVariantMap &dictionary);
     //! The dictionaries of `array` mapped; elements that fail to map or are not dictionaries are left out.
     static QList<IMFilePtr> arrayOfModelsFromDictionaries(const QVariantList &array);
-
 
     //! The stored file's name, used to fetch it ("fileName").
     QString fileName() const;

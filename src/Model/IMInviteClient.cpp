@@ -11,8 +11,8 @@ IMInviteClientPtr IMInviteClient::fromDictionary(const QVariantMap &dict)
 {
     auto invite = std::make_shared<IMInviteClient>();
     const bool ok = readRequired(dict, QStringLiteral("name"), &invite->m_name, toString)
-                    && readRequired(dict, QStringLiteral("pictureURLString"), &invite->m_pictureURLString, toString)
-                    && readRequired(dict, QStringLiteral("clientID"), &invite->m_clientID, toString);
+        && readRequired(dict, QStringLiteral("pictureURLString"), &invite->m_pictureURLString, toString)
+        && readRequired(dict, QStringLiteral("clientID"), &invite->m_clientID, toString);
     return ok ? invite : nullptr;
 }
 
@@ -24,9 +24,8 @@ QList<IMInviteClientPtr> IMInviteClient::arrayOfModelsFromDictionaries(const QVa
 QVariantMap IMInviteClient::toDictionary() const
 {
     const auto text = [](const QString &s) { return s.isNull() ? QVariant::fromValue(nullptr) : QVariant(s); };
-    return { { QStringLiteral("name"), text(m_name) },
-             { QStringLiteral("pictureURLString"), text(m_pictureURLString) },
-             { QStringLiteral("clientID"), text(m_clientID) } };
+    return {{QStringLiteral("name"), text(m_name)}, {QStringLiteral("pictureURLString"), text(m_pictureURLString)},
+        {QStringLiteral("clientID"), text(m_clientID)}};
 }
 
 QString IMInviteClient::name() const { return m_name; }

@@ -10,8 +10,7 @@ class IMInviteClient;
 using IMInviteClientPtr = std::shared_ptr<IMInviteClient>;
 
 //! A candidate for invitation. All three keys are required in JSON.
-class IMInviteClient
-{
+class IMInviteClient {
 public:
     //! A candidate with every text null.
     IMInviteClient();

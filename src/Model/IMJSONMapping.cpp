@@ -8,71 +8,71 @@
 namespace IMJSONMapping {
 
 namespace {
-bool isNumber(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isInteger(const QVariant &value)
-{
-    return isNumber(value) && value.typeId() != QMetaType::Double && value.typeId() != QMetaType::Float;
-}
-
-// A JSON number or numeric text as a signed 64-bit value (fractions are cut off).
-bool numberToInt64(const QVariant &value, qint64 *out)
-{
-    if (value.typeId() == QMetaType::Bool) {
-        *out = value.toBool() ? 1 : 0;
-        return true;
-    }
-    if (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong) {
-        const quint64 v = value.toULongLong();
-        if (v > quint64(std::numeric_limits<qint64>::max()))
+    bool isNumber(const QVariant &value)
+    {
+        switch (value.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Double:
+        case QMetaType::Float:
+        case QMetaType::Long:
+        case QMetaType::ULong:
+        case QMetaType::Short:
+        case QMetaType::UShort:
+            return true;
+        default:
             return false;
-        *out = qint64(v);
-        return true;
+        }
     }
-    if (isInteger(value)) {
-        *out = value.toLongLong();
-        return true;
+
+    bool isInteger(const QVariant &value)
+    {
+        return isNumber(value) && value.typeId() != QMetaType::Double && value.typeId() != QMetaType::Float;
     }
-    double d = 0;
-    if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float) {
-        d = value.toDouble();
-    } else if (value.typeId() == QMetaType::QString) {
-        bool ok = false;
-        const QString text = value.toString().trimmed();
-        const qint64 whole = text.toLongLong(&ok);
-        if (ok) {
-            *out = whole;
+
+    // A JSON number or numeric text as a signed 64-bit value (fractions are cut off).
+    bool numberToInt64(const QVariant &value, qint64 *out)
+    {
+        if (value.typeId() == QMetaType::Bool) {
+            *out = value.toBool() ? 1 : 0;
             return true;
         }
-        d = text.toDouble(&ok);
-        if (!ok)
+        if (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong) {
+            const quint64 v = value.toULongLong();
+            if (v > quint64(std::numeric_limits<qint64>::max()))
+                return false;
+            *out = qint64(v);
+            return true;
+        }
+        if (isInteger(value)) {
+            *out = value.toLongLong();
+            return true;
+        }
+        double d = 0;
+        if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float) {
+            d = value.toDouble();
+        } else if (value.typeId() == QMetaType::QString) {
+            bool ok = false;
+            const QString text = value.toString().trimmed();
+            const qint64 whole = text.toLongLong(&ok);
+            if (ok) {
+                *out = whole;
+                return true;
+            }
+            d = text.toDouble(&ok);
+            if (!ok)
+                return false;
+        } else {
             return false;
-    } else {
-        return false;
+        }
+        // 2^63 is exactly representable; anything at or beyond it does not fit.
+        if (!std::isfinite(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0)
+            return false;
+        *out = qint64(std::trunc(d));
+        return true;
     }
-    // 2^63 is exactly representable; anything at or beyond it does not fit.
-    if (!std::isfinite(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0)
-        return false;
-    *out = qint64(std::trunc(d));
-    return true;
-}
 } // namespace
 
 bool isAbsent(const QVariant &value)
@@ -172,8 +172,7 @@ Status toInt32(const QVariant &value, qint32 *out)
     if (isAbsent(value))
         return Status::Absent;
     qint64 n = 0;
-    if (!numberToInt64(value, &n) || n < std::numeric_limits<qint32>::min()
-        || n > std::numeric_limits<qint32>::max())
+    if (!numberToInt64(value, &n) || n < std::numeric_limits<qint32>::min() || n > std::numeric_limits<qint32>::max())
         return Status::Mismatch;
     *out = qint32(n);
     return Status::Ok;

@@ -17,17 +17,16 @@ namespace IMJSONMapping {
 
 //! The one empty private part that new records share until their first change: making a
 //! record costs no allocation, and copying one costs a reference count.
-template<typename Private>
-QSharedDataPointer<Private> sharedEmpty()
+template <typename Private> QSharedDataPointer<Private> sharedEmpty()
 {
     static const QSharedDataPointer<Private> empty(new Private);
     return empty;
 }
 
 enum class Status {
-    Absent,   //!< the key is missing or holds JSON null: the property is left as it is
-    Ok,       //!< converted
-    Mismatch  //!< present with a type that cannot become the property's type
+    Absent, //!< the key is missing or holds JSON null: the property is left as it is
+    Ok, //!< converted
+    Mismatch //!< present with a type that cannot become the property's type
 };
 
 //! True for a missing key or a JSON null.
@@ -43,24 +42,19 @@ Status toList(const QVariant &value, QVariantList *out);
 Status toStringList(const QVariant &value, QStringList *out);
 
 //! True when the member's `key` is `name` (the sizes first: most keys differ there).
-inline bool isKey(const QString &key, QLatin1StringView name)
-{
-    return key.size() == name.size() && key == name;
-}
+inline bool isKey(const QString &key, QLatin1StringView name) { return key.size() == name.size() && key == name; }
 
 //! Converts a member's `value` into `*out` with `convert`; an absent value leaves `*out`
 //! untouched. Returns false only on a mismatch.
-template<typename T, typename Convert>
-bool assign(const QVariant &value, T *out, Convert convert)
+template <typename T, typename Convert> bool assign(const QVariant &value, T *out, Convert convert)
 {
     return convert(value, out) != Status::Mismatch;
 }
 
 //! The same for a property with presence: a converted value sets it, an absent one leaves it.
-template<typename T, typename Convert>
-bool assign(const QVariant &value, std::optional<T> *out, Convert convert)
+template <typename T, typename Convert> bool assign(const QVariant &value, std::optional<T> *out, Convert convert)
 {
-    T converted{};
+    T converted {};
     switch (convert(value, &converted)) {
     case Status::Absent:
         return true;
@@ -74,15 +68,14 @@ bool assign(const QVariant &value, std::optional<T> *out, Convert convert)
 }
 
 //! `assign` for the value of `key` in `dict`, when there is one (`T` may be a std::optional).
-template<typename T, typename Convert>
-bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
+template <typename T, typename Convert> bool read(const QVariantMap &dict, const QString &key, T *out, Convert convert)
 {
     const auto it = dict.constFind(key);
     return it == dict.constEnd() || assign(it.value(), out, convert);
 }
 
 //! A required value: missing, null or mismatched all fail.
-template<typename T, typename Convert>
+template <typename T, typename Convert>
 bool readRequired(const QVariantMap &dict, const QString &key, T *out, Convert convert)
 {
     const auto it = dict.constFind(key);
@@ -90,15 +83,14 @@ bool readRequired(const QVariantMap &dict, const QString &key, T *out, Convert c
 }
 
 //! Visits a record's text property under `key` when it is set (not null).
-template<typename Visitor>
-void visitString(const Visitor &field, const QString &key, const QString &value)
+template <typename Visitor> void visitString(const Visitor &field, const QString &key, const QString &value)
 {
     if (!value.isNull())
         field.text(key, value);
 }
 
 //! Visits an optional property under `key` when it is set, by its type.
-template<typename Visitor, typename T>
+template <typename Visitor, typename T>
 void visitOptional(const Visitor &field, const QString &key, const std::optional<T> &value)
 {
     if (!value)
@@ -125,8 +117,7 @@ inline void writeString(QVariantMap &dict, const QString &key, const QString &va
 }
 
 //! Writes an optional value under `key` when it is set.
-template<typename T>
-void writeOptional(QVariantMap &dict, const QString &key, const std::optional<T> &value)
+template <typename T> void writeOptional(QVariantMap &dict, const QString &key, const std::optional<T> &value)
 {
     if (value)
         dict.insert(key, QVariant::fromValue(*value));
@@ -134,8 +125,7 @@ void writeOptional(QVariantMap &dict, const QString &key, const std::optional<T>
 
 //! The list's dictionaries mapped with `make`; elements that are not dictionaries, or that fail
 //! to map, are left out; nested lists are flattened.
-template<typename Ptr, typename Make>
-QList<Ptr> mapArray(const QVariantList &array, Make make)
+template <typename Ptr, typename Make> QList<Ptr> mapArray(const QVariantList &array, Make make)
 {
     QList<Ptr> out;
     out.reserve(array.size());

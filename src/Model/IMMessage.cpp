@@ -11,8 +11,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMMessage::Private
-{
+struct IMMessage::Private {
     QString message;
     QString messageType;
     IMRoomPtr room;
@@ -23,18 +22,17 @@ struct IMMessage::Private
     IMMessageOptionPtr option;
 };
 
-struct IMMessage::Deferred
-{
-    QByteArray room, sender, option;  //!< each value's text; empty when the record had none
+struct IMMessage::Deferred {
+    QByteArray room, sender, option; //!< each value's text; empty when the record had none
     IMRecordStorage::ObjectParser parse;
 };
 
 namespace {
 // Sets the nested records from their dictionaries. Nested records that are not dictionaries or
 // do not map are skipped, as every property here is optional.
-template<typename Private>
+template <typename Private>
 void mergeNested(Private &staged, const std::optional<QVariantMap> &room, const std::optional<QVariantMap> &sender,
-                 const std::optional<QVariantMap> &option)
+    const std::optional<QVariantMap> &option)
 {
     if (room)
         if (IMRoomPtr record = IMRoom::fromDictionary(*room))
@@ -57,14 +55,17 @@ QString localDay(const QString &timestamp)
 }
 } // namespace
 
-IMMessage::IMMessage() : d(std::make_unique<Private>()) { }
+IMMessage::IMMessage()
+    : d(std::make_unique<Private>())
+{
+}
 IMMessage::~IMMessage() { delete deferred.load(std::memory_order_acquire); }
 
-void IMRecordStorage::deferNested(IMMessage &message, QByteArray room, QByteArray sender, QByteArray option,
-                                  ObjectParser parse)
+void IMRecordStorage::deferNested(
+    IMMessage &message, QByteArray room, QByteArray sender, QByteArray option, ObjectParser parse)
 {
-    message.deferred.store(new IMMessage::Deferred{ std::move(room), std::move(sender), std::move(option), parse },
-                           std::memory_order_release);
+    message.deferred.store(new IMMessage::Deferred {std::move(room), std::move(sender), std::move(option), parse},
+        std::memory_order_release);
 }
 
 void IMMessage::decodeDeferred() const
@@ -129,12 +130,12 @@ bool IMMessage::mergeOwnMember(Private &staged, const QString &key, const QVaria
         return assign(value, &staged.idFromSender, toInt64);
     if (isKey(key, QLatin1StringView("sendingType")))
         return assign(value, &staged.sendingType, toUInt64);
-    return true;  // the nested records are read after the members
+    return true; // the nested records are read after the members
 }
 
 bool IMMessage::mergeOwnFields(const QVariantMap &dict)
 {
-    decodeDeferred();  // what the dictionary holds replaces it
+    decodeDeferred(); // what the dictionary holds replaces it
     Private staged = *d;
     for (auto it = dict.cbegin(); it != dict.cend(); ++it)
         if (!mergeOwnMember(staged, it.key(), it.value()))
@@ -144,8 +145,8 @@ bool IMMessage::mergeOwnFields(const QVariantMap &dict)
         return it != dict.constEnd() && it->typeId() == QMetaType::QVariantMap ? std::optional(it->toMap())
                                                                                : std::nullopt;
     };
-    mergeNested(staged, nested(QStringLiteral("room")), nested(QStringLiteral("sender")),
-                nested(QStringLiteral("option")));
+    mergeNested(
+        staged, nested(QStringLiteral("room")), nested(QStringLiteral("sender")), nested(QStringLiteral("option")));
     *d = std::move(staged);
     return true;
 }
@@ -171,9 +172,8 @@ void IMMessage::setMessageType(const QString &messageType) { d->messageType = me
 
 void IMMessage::setMessageWithType(int index)
 {
-    static const QString *const types[] = { &kMessageTypeText,  &kMessageTypeImage, &kMessageTypeAudio,
-                                            &kMessageTypeVideo, &kMessageTypeGeo,   &kMessageTypeSticker,
-                                            &kMessageTypeOther, &kMessageTypeDelete };
+    static const QString *const types[] = {&kMessageTypeText, &kMessageTypeImage, &kMessageTypeAudio,
+        &kMessageTypeVideo, &kMessageTypeGeo, &kMessageTypeSticker, &kMessageTypeOther, &kMessageTypeDelete};
     if (index >= 0 && index < int(std::size(types)))
         d->messageType = *types[index];
 }
@@ -221,7 +221,7 @@ void IMMessage::copyPropertiesFromMessage(const IMMessagePtr &other)
 {
     if (!other || other.get() == this)
         return;
-    decodeDeferred();  // `option` stays as it is
+    decodeDeferred(); // `option` stays as it is
     other->decodeDeferred();
     setUrl(other->url());
     setClassName(other->className());

@@ -12,26 +12,25 @@ class IMMessage;
 using IMMessagePtr = std::shared_ptr<IMMessage>;
 
 //! Message types: the exact texts the server and other clients compare.
-inline const QString kMessageTypeText = QStringLiteral("text");        //!< index 0
-inline const QString kMessageTypeImage = QStringLiteral("image");      //!< index 1
-inline const QString kMessageTypeAudio = QStringLiteral("audio");      //!< index 2
-inline const QString kMessageTypeVideo = QStringLiteral("video");      //!< index 3
-inline const QString kMessageTypeGeo = QStringLiteral("GEO");          //!< index 4; upper case on purpose
-inline const QString kMessageTypeSticker = QStringLiteral("sticker");  //!< index 5
-inline const QString kMessageTypeOther = QStringLiteral("other");      //!< index 6
-inline const QString kMessageTypeDelete = QStringLiteral("delete");    //!< index 7
+inline const QString kMessageTypeText = QStringLiteral("text"); //!< index 0
+inline const QString kMessageTypeImage = QStringLiteral("image"); //!< index 1
+inline const QString kMessageTypeAudio = QStringLiteral("audio"); //!< index 2
+inline const QString kMessageTypeVideo = QStringLiteral("video"); //!< index 3
+inline const QString kMessageTypeGeo = QStringLiteral("GEO"); //!< index 4; upper case on purpose
+inline const QString kMessageTypeSticker = QStringLiteral("sticker"); //!< index 5
+inline const QString kMessageTypeOther = QStringLiteral("other"); //!< index 6
+inline const QString kMessageTypeDelete = QStringLiteral("delete"); //!< index 7
 
 //! A message's local sending state (`IMMessage::sendingType`).
 enum IMMessageSendingType : quint64 {
-    IMMessageSendingTypeSettled = 0,  //!< received, or sent and echoed back by the server
-    IMMessageSendingTypeSending = 1,  //!< on its way
-    IMMessageSendingTypeFailed = 2,   //!< the send or the picture upload failed
-    IMMessageSendingTypeEdited = 3    //!< being edited
+    IMMessageSendingTypeSettled = 0, //!< received, or sent and echoed back by the server
+    IMMessageSendingTypeSending = 1, //!< on its way
+    IMMessageSendingTypeFailed = 2, //!< the send or the picture upload failed
+    IMMessageSendingTypeEdited = 3 //!< being edited
 };
 
 //! One chat message. Every property is optional in mapping (see IMObject); `temp` is never mapped.
-class IMMessage : public IMObject
-{
+class IMMessage : public IMObject {
 public:
     //! A message with every property unset (the record's base initialisation).
     IMMessage();
@@ -107,7 +106,7 @@ private:
     // A message read back from the store keeps its room, sender and options as text until one
     // of them is first used (any thread may be the first).
     struct Deferred;
-    mutable std::atomic<Deferred *> deferred{ nullptr };
+    mutable std::atomic<Deferred *> deferred {nullptr};
     void decodeDeferred() const;
     static bool mergeOwnMember(Private &staged, const QString &key, const QVariant &value);
     friend struct IMRecordStorage;

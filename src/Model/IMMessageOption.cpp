@@ -11,9 +11,9 @@ IMMessageOptionPtr IMMessageOption::fromDictionary(const QVariantMap &dict)
 {
     auto option = std::make_shared<IMMessageOption>();
     const bool ok = read(dict, QStringLiteral("pushMessage"), &option->m_pushMessage, toString)
-                    && readRequired(dict, QStringLiteral("needToPush"), &option->m_needToPush, toBool)
-                    && readRequired(dict, QStringLiteral("badgeIncrease"), &option->m_badgeIncrease, toBool)
-                    && read(dict, QStringLiteral("pushSound"), &option->m_pushSound, toString);
+        && readRequired(dict, QStringLiteral("needToPush"), &option->m_needToPush, toBool)
+        && readRequired(dict, QStringLiteral("badgeIncrease"), &option->m_badgeIncrease, toBool)
+        && read(dict, QStringLiteral("pushSound"), &option->m_pushSound, toString);
     return ok ? option : nullptr;
 }
 

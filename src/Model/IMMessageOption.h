@@ -11,8 +11,7 @@ using IMMessageOptionPtr = std::shared_ptr<IMMessageOption>;
 
 //! Push options of a message. "needToPush" and "badgeIncrease" are required in JSON: a
 //! dictionary without either fails to map; "pushMessage" and "pushSound" may be missing.
-class IMMessageOption
-{
+class IMMessageOption {
 public:
     //! Options with `needToPush` true, `badgeIncrease` false and no push texts.
     IMMessageOption();

@@ -6,8 +6,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMObject::Private : QSharedData
-{
+struct IMObject::Private : QSharedData {
     QString url;
     QString className;
     QString objectID;
@@ -16,7 +15,10 @@ struct IMObject::Private : QSharedData
     std::optional<QVariantMap> data;
 };
 
-IMObject::IMObject() : d(sharedEmpty<Private>()) { }
+IMObject::IMObject()
+    : d(sharedEmpty<Private>())
+{
+}
 IMObject::~IMObject() = default;
 
 IMObjectPtr IMObject::fromDictionary(const QVariantMap &dictionary)
@@ -75,13 +77,12 @@ void IMObject::forEachBaseField(const FieldVisitor &field) const
     visitString(field, QStringLiteral("url"), d->url);
 }
 
-void IMObject::forEachOwnField(const FieldVisitor &) const { }
+void IMObject::forEachOwnField(const FieldVisitor &) const {}
 
 QVariantMap IMObject::toDictionary() const
 {
     // Nested records as their dictionaries.
-    struct Builder final : FieldVisitor
-    {
+    struct Builder final : FieldVisitor {
         QVariantMap *dict;
         void text(const QString &key, const QString &value) const override { dict->insert(key, value); }
         void integer(const QString &key, qint64 value) const override { dict->insert(key, value); }
@@ -90,7 +91,10 @@ QVariantMap IMObject::toDictionary() const
         void list(const QString &key, const QVariantList &value) const override { dict->insert(key, value); }
         void stringList(const QString &key, const QStringList &value) const override { dict->insert(key, value); }
         void map(const QString &key, const QVariantMap &value) const override { dict->insert(key, value); }
-        void record(const QString &key, const IMObject &value) const override { dict->insert(key, value.toDictionary()); }
+        void record(const QString &key, const IMObject &value) const override
+        {
+            dict->insert(key, value.toDictionary());
+        }
     };
     QVariantMap dict;
     Builder builder;
@@ -121,4 +125,4 @@ void IMObject::saveInBackGround()
     saveInBackGround([](bool, const IMError &) {});
 }
 
-void IMObject::saveInBackGround(const std::function<void(bool, const IMError &)> &) { }
+void IMObject::saveInBackGround(const std::function<void(bool, const IMError &)> &) {}

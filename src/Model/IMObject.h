@@ -20,8 +20,7 @@ using IMObjectPtr = std::shared_ptr<IMObject>;
 //! name. Every property is optional: a missing key or JSON null leaves it unset; unknown keys are
 //! dropped; a value whose type cannot become the property's makes the record fail to map.
 //! Records are shared by pointer and compared by identity; they are not thread-safe.
-class IMObject
-{
+class IMObject {
 public:
     //! A record with every property unset.
     IMObject();
@@ -74,8 +73,7 @@ public:
 protected:
     //! Receives a record's set properties, each with its JSON key, by the property's type (so
     //! that the text writer needs no QVariant). A value need last only as long as the call.
-    class FieldVisitor
-    {
+    class FieldVisitor {
     public:
         //! A text property.
         virtual void text(const QString &key, const QString &value) const = 0;

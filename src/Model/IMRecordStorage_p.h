@@ -11,8 +11,7 @@
 
 #include <QByteArray>
 
-struct IMRecordStorage
-{
+struct IMRecordStorage {
     //! Receives a record's set properties by type (see IMObject::forEachOwnField).
     using FieldVisitor = IMObject::FieldVisitor;
 
@@ -32,8 +31,8 @@ struct IMRecordStorage
     using ObjectParser = bool (*)(const char *data, qsizetype size, QVariantMap *out);
     //! Keeps the message's room, sender and push options as their texts (empty: none), decoded
     //! with `parse` when one of them is first used (from any thread).
-    static void deferNested(IMMessage &message, QByteArray room, QByteArray sender, QByteArray option,
-                            ObjectParser parse);
+    static void deferNested(
+        IMMessage &message, QByteArray room, QByteArray sender, QByteArray option, ObjectParser parse);
 
     //! A copy of a room that no one changes or hands out (the store's cache): its sender is
     //! shared until the copy first uses it, and then copied.

@@ -10,8 +10,7 @@
 
 using namespace IMJSONMapping;
 
-struct IMRoom::Private : QSharedData
-{
+struct IMRoom::Private : QSharedData {
     QString name;
     QString thumbnail;
     std::optional<bool> isPublic;
@@ -23,7 +22,10 @@ struct IMRoom::Private : QSharedData
     std::optional<qint32> badge;
 };
 
-IMRoom::IMRoom() : d(sharedEmpty<Private>()) { }
+IMRoom::IMRoom()
+    : d(sharedEmpty<Private>())
+{
+}
 IMRoom::~IMRoom() = default;
 
 IMRoomPtr IMRoom::fromDictionary(const QVariantMap &dictionary)
@@ -41,14 +43,14 @@ bool IMRoom::mergeOwnFields(const QVariantMap &dict)
 {
     Private staged = *std::as_const(d);
     const bool ok = read(dict, QStringLiteral("name"), &staged.name, toString)
-                    && read(dict, QStringLiteral("thumbnail"), &staged.thumbnail, toString)
-                    && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
-                    && read(dict, QStringLiteral("client"), &staged.client, toList)
-                    && read(dict, QStringLiteral("message"), &staged.message, toList)
-                    && read(dict, QStringLiteral("archivedBy"), &staged.archivedBy, toStringList)
-                    && read(dict, QStringLiteral("readTime"), &staged.readTime, toMap)
-                    && read(dict, QStringLiteral("lastMessageTime"), &staged.lastMessageTime, toString)
-                    && read(dict, QStringLiteral("badge"), &staged.badge, toInt32);
+        && read(dict, QStringLiteral("thumbnail"), &staged.thumbnail, toString)
+        && read(dict, QStringLiteral("isPublic"), &staged.isPublic, toBool)
+        && read(dict, QStringLiteral("client"), &staged.client, toList)
+        && read(dict, QStringLiteral("message"), &staged.message, toList)
+        && read(dict, QStringLiteral("archivedBy"), &staged.archivedBy, toStringList)
+        && read(dict, QStringLiteral("readTime"), &staged.readTime, toMap)
+        && read(dict, QStringLiteral("lastMessageTime"), &staged.lastMessageTime, toString)
+        && read(dict, QStringLiteral("badge"), &staged.badge, toInt32);
     if (!ok)
         return false;
     // A nested record that does not map is skipped, as every property here is optional.
@@ -123,7 +125,7 @@ void IMRoom::setLastMessageTime(const QString &lastMessageTime) { d->lastMessage
 IMClientPtr IMRoom::sender() const
 {
     if (senderShared.load(std::memory_order_acquire)) {
-        static std::mutex mutex;  // rare and short: one lock for every room
+        static std::mutex mutex; // rare and short: one lock for every room
         std::lock_guard<std::mutex> lock(mutex);
         if (senderShared.load(std::memory_order_relaxed)) {
             senderRecord = senderRecord->copy();

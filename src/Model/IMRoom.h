@@ -10,8 +10,7 @@ class IMRoom;
 using IMRoomPtr = std::shared_ptr<IMRoom>;
 
 //! A chat room. Every property is optional in mapping (see IMObject).
-class IMRoom : public IMObject
-{
+class IMRoom : public IMObject {
 public:
     //! A room with every property unset.
     IMRoom();
@@ -85,7 +84,7 @@ private:
     // A record of its own in every copy, so kept beside `d`. A copy of the store's cached room
     // shares the cache's (which no one changes) until it is first used (from any thread).
     mutable IMClientPtr senderRecord;
-    mutable std::atomic<bool> senderShared{ false };
+    mutable std::atomic<bool> senderShared {false};
     friend struct IMRecordStorage;
 };
 

@@ -45,7 +45,7 @@ void preferHugePages(char *data, qsizetype size)
     const quintptr begin = (quintptr(data) + kHuge - 1) & ~(kHuge - 1);
     const quintptr end = (quintptr(data) + quintptr(size)) & ~(kHuge - 1);
     if (end > begin)
-        ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);  // advice only
+        ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE); // advice only
 #else
     Q_UNUSED(data);
     Q_UNUSED(size);
@@ -145,8 +145,7 @@ void IMFileDownloadReply::end(Outcome outcome)
         setAttribute(QNetworkRequest::HttpStatusCodeAttribute, outcome.status);
     for (const auto &[name, value] : outcome.headers) {
         setRawHeader(name, value);
-        if (m_session && m_session->cookieJar()
-            && name.compare("set-cookie", Qt::CaseInsensitive) == 0)
+        if (m_session && m_session->cookieJar() && name.compare("set-cookie", Qt::CaseInsensitive) == 0)
             m_session->cookieJar()->setCookiesFromUrl(QNetworkCookie::parseCookies(value), url());
     }
     m_needsSession = outcome.needsSession;
@@ -172,21 +171,19 @@ IMFileDownloadReply *IMFileDownloadReply::get(
     return nullptr; // the worker speaks to POSIX sockets
 }
 
-void IMFileDownloadReply::run(const Job &) { }
+void IMFileDownloadReply::run(const Job &) {}
 
 #else
 
-IMFileDownloadReply *IMFileDownloadReply::get(QNetworkAccessManager *session,
-    const QNetworkRequest &request, const QString &temporaryFolder, const QString &target,
-    int idleTimeoutMs)
+IMFileDownloadReply *IMFileDownloadReply::get(QNetworkAccessManager *session, const QNetworkRequest &request,
+    const QString &temporaryFolder, const QString &target, int idleTimeoutMs)
 {
     const QUrl url = request.url();
     if (url.scheme() != QLatin1String("http") || !url.userInfo().isEmpty() || url.host().isEmpty())
         return nullptr;
     if (session->proxy().type() != QNetworkProxy::DefaultProxy || session->proxyFactory())
         return nullptr;
-    const QList<QNetworkProxy> proxies
-        = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(url));
+    const QList<QNetworkProxy> proxies = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(url));
     if (!proxies.isEmpty() && proxies.constFirst().type() != QNetworkProxy::NoProxy)
         return nullptr;
 
@@ -200,15 +197,13 @@ IMFileDownloadReply *IMFileDownloadReply::get(QNetworkAccessManager *session,
         path = "/";
     if (url.hasQuery())
         path += '?' + url.query(QUrl::FullyEncoded).toLatin1();
-    job.request = "GET " + path
-        + " HTTP/1.1\r\nHost: " + url.authority(QUrl::FullyEncoded).toLatin1() + "\r\n";
+    job.request = "GET " + path + " HTTP/1.1\r\nHost: " + url.authority(QUrl::FullyEncoded).toLatin1() + "\r\n";
     // The session's cookies (the HTTP chat-in's above all) go with the request, as they would
     // through the session itself.
     QByteArray cookies;
     if (QNetworkCookieJar *jar = session->cookieJar())
         for (const QNetworkCookie &cookie : jar->cookiesForUrl(url))
-            cookies += (cookies.isEmpty() ? "" : "; ")
-                + cookie.toRawForm(QNetworkCookie::NameAndValueOnly);
+            cookies += (cookies.isEmpty() ? "" : "; ") + cookie.toRawForm(QNetworkCookie::NameAndValueOnly);
     if (!cookies.isEmpty())
         job.request += "Cookie: " + cookies + "\r\n";
     for (const QByteArray &name : request.rawHeaderList())
@@ -273,20 +268,18 @@ private:
 
 bool Connection::wait(short events, IMFileDownloadReply::Outcome &out)
 {
-    pollfd fds[2] = { { m_fd, events, 0 }, { m_wake, POLLIN, 0 } };
+    pollfd fds[2] = {{m_fd, events, 0}, {m_wake, POLLIN, 0}};
     int ready;
     do
         ready = ::poll(fds, 2, m_idleTimeoutMs);
     while (ready < 0 && errno == EINTR);
     if (m_cancelled || fds[1].revents)
-        return fail(
-            out, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"));
+        return fail(out, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"));
     if (ready == 0)
         return fail(out, QNetworkReply::TimeoutError,
             QStringLiteral("nothing was received for %1 s").arg(m_idleTimeoutMs / 1000.0));
     if (ready < 0)
-        return fail(
-            out, QNetworkReply::UnknownNetworkError, QString::fromLocal8Bit(std::strerror(errno)));
+        return fail(out, QNetworkReply::UnknownNetworkError, QString::fromLocal8Bit(std::strerror(errno)));
     return true;
 }
 
@@ -299,8 +292,7 @@ bool Connection::open(const QUrl &url, IMFileDownloadReply::Outcome &out)
     } else {
         const QHostInfo info = QHostInfo::fromName(url.host());
         if (info.error() != QHostInfo::NoError || info.addresses().isEmpty())
-            return fail(out, QNetworkReply::HostNotFoundError,
-                QStringLiteral("Host %1 not found").arg(url.host()));
+            return fail(out, QNetworkReply::HostNotFoundError, QStringLiteral("Host %1 not found").arg(url.host()));
         addresses = info.addresses();
     }
     const quint16 port = quint16(url.port(80));
@@ -351,8 +343,7 @@ bool Connection::open(const QUrl &url, IMFileDownloadReply::Outcome &out)
         m_fd = -1;
     }
     return fail(out,
-        lastError == ECONNREFUSED ? QNetworkReply::ConnectionRefusedError
-                                  : QNetworkReply::UnknownNetworkError,
+        lastError == ECONNREFUSED ? QNetworkReply::ConnectionRefusedError : QNetworkReply::UnknownNetworkError,
         lastError == ECONNREFUSED ? QStringLiteral("Connection refused")
                                   : QString::fromLocal8Bit(std::strerror(lastError)));
 }
@@ -373,8 +364,7 @@ bool Connection::send(const QByteArray &data, IMFileDownloadReply::Outcome &out)
             if (!wait(POLLOUT, out))
                 return false;
         } else if (n < 0 && errno != EINTR)
-            return fail(out, QNetworkReply::RemoteHostClosedError,
-                QString::fromLocal8Bit(std::strerror(errno)));
+            return fail(out, QNetworkReply::RemoteHostClosedError, QString::fromLocal8Bit(std::strerror(errno)));
     }
     return true;
 }
@@ -389,8 +379,7 @@ qint64 Connection::receive(char *to, qint64 max, IMFileDownloadReply::Outcome &o
             if (!wait(POLLIN, out))
                 return -1;
         } else if (errno != EINTR) {
-            fail(out, QNetworkReply::RemoteHostClosedError,
-                QString::fromLocal8Bit(std::strerror(errno)));
+            fail(out, QNetworkReply::RemoteHostClosedError, QString::fromLocal8Bit(std::strerror(errno)));
             return -1;
         }
     }
@@ -406,17 +395,14 @@ qsizetype parseHead(const QByteArray &head, IMFileDownloadReply::Outcome &out)
     const QList<QByteArray> lines = head.left(end).split('\n');
     const QList<QByteArray> statusLine = lines.constFirst().trimmed().split(' ');
     bool ok = false;
-    out.status = statusLine.size() >= 2 && statusLine[0].startsWith("HTTP/1.")
-        ? statusLine[1].toInt(&ok)
-        : 0;
+    out.status = statusLine.size() >= 2 && statusLine[0].startsWith("HTTP/1.") ? statusLine[1].toInt(&ok) : 0;
     if (!ok || out.status < 100 || out.status > 599)
         return -1;
     out.headers.clear();
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const qsizetype colon = lines[i].indexOf(':');
         if (colon > 0)
-            out.headers.append(
-                { lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed() });
+            out.headers.append({lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed()});
     }
     return end + 4;
 }
@@ -458,8 +444,7 @@ void IMFileDownloadReply::run(const Job &job)
                 head.resize(had + n);
                 if (n == 0) {
                     out.error = RemoteHostClosedError;
-                    out.errorString
-                        = QStringLiteral("the connection closed before the answer's header ended");
+                    out.errorString = QStringLiteral("the connection closed before the answer's header ended");
                     return;
                 }
             }
@@ -475,13 +460,11 @@ void IMFileDownloadReply::run(const Job &job)
         const QByteArray lengthText = headerValue(out, "content-length");
         const qint64 length = lengthText.toLongLong(&sized);
         const QByteArray coding = headerValue(out, "transfer-encoding");
-        const bool plainBody
-            = coding.isEmpty() || coding.compare("identity", Qt::CaseInsensitive) == 0;
+        const bool plainBody = coding.isEmpty() || coding.compare("identity", Qt::CaseInsensitive) == 0;
 
         if (out.status >= 400 && plainBody) {
             // The start of the body is the error's text; the rest is not waited for.
-            const qint64 wanted
-                = sized ? std::min<qint64>(length, kErrorBodyLimit) : kErrorBodyLimit;
+            const qint64 wanted = sized ? std::min<qint64>(length, kErrorBodyLimit) : kErrorBodyLimit;
             out.errorBody = head.left(wanted);
             while (out.errorBody.size() < wanted) {
                 char block[16 * 1024];
@@ -495,14 +478,12 @@ void IMFileDownloadReply::run(const Job &job)
             return;
         }
         const bool redirected = out.status >= 300 && !headerValue(out, "location").isEmpty();
-        if (redirected || !sized || length < 0 || !plainBody
-            || length > std::numeric_limits<qsizetype>::max() / 2) {
+        if (redirected || !sized || length < 0 || !plainBody || length > std::numeric_limits<qsizetype>::max() / 2) {
             out.needsSession = true;
             return;
         }
 
-        QTemporaryFile file(
-            QDir(job.temporaryFolder).filePath(QStringLiteral("parlo-download-XXXXXX")));
+        QTemporaryFile file(QDir(job.temporaryFolder).filePath(QStringLiteral("parlo-download-XXXXXX")));
         if (!file.open()) {
             out.writeError = file.errorString();
             return;
@@ -523,8 +504,7 @@ void IMFileDownloadReply::run(const Job &job)
         qint64 written = 0;
         for (;;) {
             if (received - written >= kWriteBlock || (received == length && written < length)) {
-                if (file.write(bytes.constData() + written, received - written)
-                    != received - written) {
+                if (file.write(bytes.constData() + written, received - written) != received - written) {
                     out.writeError = file.errorString();
                     return;
                 }
@@ -537,9 +517,7 @@ void IMFileDownloadReply::run(const Job &job)
                 return;
             if (n == 0) {
                 out.error = RemoteHostClosedError;
-                out.errorString = QStringLiteral("the download ended after %1 of %2 bytes")
-                                      .arg(received)
-                                      .arg(length);
+                out.errorString = QStringLiteral("the download ended after %1 of %2 bytes").arg(received).arg(length);
                 return;
             }
             received += n;
@@ -553,8 +531,7 @@ void IMFileDownloadReply::run(const Job &job)
         // Moved into the cache folder, replacing what was there; a file that cannot be moved only
         // means a refetch later. The file replaced is held open across the move: freeing a large
         // file's blocks takes the file system longer than the move, and is left to the caller.
-        const int replaced
-            = ::open(QFile::encodeName(job.target).constData(), O_RDONLY | O_CLOEXEC);
+        const int replaced = ::open(QFile::encodeName(job.target).constData(), O_RDONLY | O_CLOEXEC);
         if (replaced >= 0)
             out.replaced.reset(new int(replaced), [](int *fd) {
                 ::close(*fd);

@@ -60,12 +60,10 @@ private:
     //! main queue (a hand-over ThreadSanitizer sees), and may arrive after the reply has gone.
     const std::shared_ptr<IMFileDownloadReply *> m_alive;
     std::thread m_worker;
-    int m_wake[2] = { -1, -1 }; //!< a byte written here wakes the worker out of any wait
-    std::atomic<bool> m_cancelled { false };
-    std::atomic<bool> m_progressQueued {
-        false
-    }; //!< reports coalesce while the main thread is busy
-    std::atomic<qint64> m_received { 0 };
+    int m_wake[2] = {-1, -1}; //!< a byte written here wakes the worker out of any wait
+    std::atomic<bool> m_cancelled {false};
+    std::atomic<bool> m_progressQueued {false}; //!< reports coalesce while the main thread is busy
+    std::atomic<qint64> m_received {0};
     qint64 m_reported = 0;
     bool m_needsSession = false;
     QByteArray m_bytes;

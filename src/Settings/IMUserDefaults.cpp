@@ -4,8 +4,7 @@
 #include <QSettings>
 #include <mutex>
 
-struct IMUserDefaults::Private
-{
+struct IMUserDefaults::Private {
     mutable std::mutex mutex;
     std::unique_ptr<QSettings> settings;
 
@@ -14,13 +13,17 @@ struct IMUserDefaults::Private
     // through `write()` and when the settings are replaced or destroyed.
     void open(const QString &path)
     {
-        settings = path.isNull() ? std::make_unique<QSettings>()
-                                 : std::make_unique<QSettings>(path, QSettings::IniFormat);
+        settings
+            = path.isNull() ? std::make_unique<QSettings>() : std::make_unique<QSettings>(path, QSettings::IniFormat);
         settings->moveToThread(nullptr);
     }
 };
 
-IMUserDefaults::IMUserDefaults() : d(std::make_unique<Private>()) { d->open(QString()); }
+IMUserDefaults::IMUserDefaults()
+    : d(std::make_unique<Private>())
+{
+    d->open(QString());
+}
 
 IMUserDefaults::~IMUserDefaults()
 {
@@ -72,8 +75,8 @@ void IMUserDefaults::setValue(const QString &property, const QVariant &value)
 {
     std::lock_guard<std::mutex> lock(d->mutex);
     // A null text is "nothing", as an absent value is (QVariant::isNull() no longer says so).
-    const bool nothing = !value.isValid() || value.isNull()
-                         || (value.typeId() == QMetaType::QString && value.toString().isNull());
+    const bool nothing
+        = !value.isValid() || value.isNull() || (value.typeId() == QMetaType::QString && value.toString().isNull());
     if (nothing)
         d->settings->remove(transformKey(property));
     else

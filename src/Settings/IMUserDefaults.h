@@ -10,8 +10,7 @@
 //! "OruChat" + the property name with its first letter upper-cased (`transformKey`), so
 //! `clientID` lives under "OruChatClientID". Setters do not write to disk by themselves; `write`
 //! does. Thread-safe: every member may be called from any thread.
-class IMUserDefaults
-{
+class IMUserDefaults {
 public:
     //! The process-wide settings object (the application's standard QSettings unless a host
     //! pointed it at its own file with `setSettingsFile`).

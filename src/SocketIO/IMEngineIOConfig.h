@@ -15,8 +15,7 @@ class QNetworkRequest;
 Q_DECLARE_LOGGING_CATEGORY(lcSocketIO)
 
 //! What the Engine.IO layer needs to reach a server, shared by its transports.
-struct IMEngineIOConfig
-{
+struct IMEngineIOConfig {
     //! The server's http(s) URL with the Engine.IO path ("/socket.io/").
     QUrl url;
     //! The Engine.IO revision: 4 (socket.io 3/4 servers) or 3 (socket.io 1/2 servers).

@@ -120,8 +120,7 @@ QByteArray IMEngineIOPacket::encodePayload(const QList<IMEngineIOPacket> &packet
     return out;
 }
 
-bool IMEngineIOPacket::decodePayload(const QByteArray &body, int eio, QList<IMEngineIOPacket> *packets,
-                                     QString *error)
+bool IMEngineIOPacket::decodePayload(const QByteArray &body, int eio, QList<IMEngineIOPacket> *packets, QString *error)
 {
     auto fail = [error](const QString &why) {
         if (error)

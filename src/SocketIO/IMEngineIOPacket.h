@@ -7,8 +7,7 @@
 //! One Engine.IO packet and its wire forms for protocol revisions 3 and 4: WebSocket frames
 //! (one packet each) and long-polling payloads (several packets in one HTTP body).
 //! Pure value code, usable from any thread.
-struct IMEngineIOPacket
-{
+struct IMEngineIOPacket {
     //! The packet kinds, numbered as on the wire.
     enum Type { Open = 0, Close = 1, Ping = 2, Pong = 3, Message = 4, Upgrade = 5, Noop = 6 };
 
@@ -40,6 +39,6 @@ struct IMEngineIOPacket
     //! A long-polling body holding `packets` (v4: joined by 0x1e; v3: each led by "<length>:").
     static QByteArray encodePayload(const QList<IMEngineIOPacket> &packets, int eio);
     //! Reads a long-polling body; false (and `error` set) when malformed.
-    static bool decodePayload(const QByteArray &body, int eio, QList<IMEngineIOPacket> *packets,
-                              QString *error = nullptr);
+    static bool decodePayload(
+        const QByteArray &body, int eio, QList<IMEngineIOPacket> *packets, QString *error = nullptr);
 };

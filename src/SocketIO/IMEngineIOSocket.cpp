@@ -4,17 +4,17 @@
 #include "IMWebSocketTransport.h"
 
 #include <QJsonArray>
-#include <QNetworkAccessManager>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
 
 IMEngineIOSocket::IMEngineIOSocket(const IMEngineIOConfig &config, QObject *parent)
-    : QObject(parent), m_config(config)
+    : QObject(parent)
+    , m_config(config)
 {
     m_deadTimer.setSingleShot(true);
-    connect(&m_deadTimer, &QTimer::timeout, this, [this] {
-        fail(QStringLiteral("ping timeout"), QStringLiteral("ping timeout: the server stopped answering"));
-    });
+    connect(&m_deadTimer, &QTimer::timeout, this,
+        [this] { fail(QStringLiteral("ping timeout"), QStringLiteral("ping timeout: the server stopped answering")); });
     m_pingTimer.setSingleShot(true);
     connect(&m_pingTimer, &QTimer::timeout, this, &IMEngineIOSocket::sendPing);
     m_probeTimer.setSingleShot(true);
@@ -105,9 +105,8 @@ void IMEngineIOSocket::write(const QList<IMEngineIOPacket> &packets)
 void IMEngineIOSocket::onTransportFailed(const QString &error)
 {
     const QString reason = error.startsWith(QLatin1String("parse error")) ? QStringLiteral("parse error")
-                           : error.startsWith(QLatin1String("transport close"))
-                               ? QStringLiteral("transport close")
-                               : QStringLiteral("transport error");
+        : error.startsWith(QLatin1String("transport close"))              ? QStringLiteral("transport close")
+                                                                          : QStringLiteral("transport error");
     fail(reason, error);
 }
 
@@ -145,7 +144,7 @@ void IMEngineIOSocket::onPackets(const QList<IMEngineIOPacket> &packets)
         if (m_state == State::Opening) {
             if (p.type != IMEngineIOPacket::Open || p.isBinary) {
                 fail(QStringLiteral("parse error"),
-                     QStringLiteral("parse error: the server did not start with an open packet"));
+                    QStringLiteral("parse error: the server did not start with an open packet"));
                 return;
             }
             handleOpen(p.text);
@@ -234,9 +233,8 @@ void IMEngineIOSocket::sendPing()
 void IMEngineIOSocket::startProbe()
 {
     m_probe = new IMWebSocketTransport(m_config, this);
-    connect(m_probe, &IMEngineIOTransport::opened, this, [this] {
-        m_probe->send({IMEngineIOPacket::makeText(IMEngineIOPacket::Ping, QStringLiteral("probe"))});
-    });
+    connect(m_probe, &IMEngineIOTransport::opened, this,
+        [this] { m_probe->send({IMEngineIOPacket::makeText(IMEngineIOPacket::Ping, QStringLiteral("probe"))}); });
     connect(m_probe, &IMEngineIOTransport::packetsReceived, this, &IMEngineIOSocket::onProbePackets);
     connect(m_probe, &IMEngineIOTransport::failed, this, [this](const QString &error) {
         qCDebug(lcSocketIO) << "upgrade failed:" << error;

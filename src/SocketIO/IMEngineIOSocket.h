@@ -14,8 +14,7 @@ class IMWebSocketTransport;
 //! One Engine.IO session: handshake, heartbeat, the upgrade from polling to WebSocket, and
 //! messages in both directions. A session is used once; reconnecting makes a new one.
 //! Lives on one thread; its signals are emitted there.
-class IMEngineIOSocket : public QObject
-{
+class IMEngineIOSocket : public QObject {
     Q_OBJECT
 public:
     enum class State { Idle, Opening, Open, Closed };

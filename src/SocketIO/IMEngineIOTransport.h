@@ -7,11 +7,14 @@
 
 //! A way to carry Engine.IO packets (long-polling or WebSocket). Lives on the engine's thread.
 //! After `close` or `abandon` it emits nothing more.
-class IMEngineIOTransport : public QObject
-{
+class IMEngineIOTransport : public QObject {
     Q_OBJECT
 public:
-    IMEngineIOTransport(const IMEngineIOConfig &config, QObject *parent) : QObject(parent), m_config(config) {}
+    IMEngineIOTransport(const IMEngineIOConfig &config, QObject *parent)
+        : QObject(parent)
+        , m_config(config)
+    {
+    }
 
     //! "polling" or "websocket".
     virtual QString name() const = 0;

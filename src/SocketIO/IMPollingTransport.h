@@ -9,8 +9,7 @@ class QNetworkReply;
 
 //! Engine.IO over HTTP long-polling: one GET waiting for data and at most one POST carrying
 //! queued packets at any time.
-class IMPollingTransport : public IMEngineIOTransport
-{
+class IMPollingTransport : public IMEngineIOTransport {
     Q_OBJECT
 public:
     IMPollingTransport(const IMEngineIOConfig &config, QObject *parent);

@@ -18,8 +18,7 @@
 //!  - "reconnectfailed": []; reconnection gave up after its attempts.
 //! After the server goes away: "disconnect", then per try "reconnectAttempt", "reconnecting" (and
 //! "error" when the try fails), then "reconnect" and "connect", or "reconnectfailed".
-class IMSocket
-{
+class IMSocket {
 public:
     //! The connection's state.
     enum class Status { NotConnected, Disconnected, Connecting, Connected };
@@ -58,6 +57,7 @@ public:
     //! thread: with the answer, with ["NO ACK"] after `timeoutSeconds` (0 waits for ever), or with
     //! ["NO ACK"] at once when the client is destroyed or disconnected by `disconnect`. While not
     //! connected nothing is sent and the callback gets ["NO ACK"] at the time-out. Safe from any thread.
-    virtual void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                             AckCallback callback) = 0;
+    virtual void emitWithAck(
+        const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback)
+        = 0;
 };

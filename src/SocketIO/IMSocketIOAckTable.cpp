@@ -4,7 +4,8 @@
 #include <cmath>
 #include <vector>
 
-IMSocketIOAckTable::IMSocketIOAckTable(QObject *parent) : QObject(parent)
+IMSocketIOAckTable::IMSocketIOAckTable(QObject *parent)
+    : QObject(parent)
 {
     m_clock.start();
     m_timer.setSingleShot(true);
@@ -12,15 +13,9 @@ IMSocketIOAckTable::IMSocketIOAckTable(QObject *parent) : QObject(parent)
     connect(&m_timer, &QTimer::timeout, this, &IMSocketIOAckTable::expire);
 }
 
-IMSocketIOAckTable::~IMSocketIOAckTable()
-{
-    failAll();
-}
+IMSocketIOAckTable::~IMSocketIOAckTable() { failAll(); }
 
-QVariantList IMSocketIOAckTable::noAck()
-{
-    return {QStringLiteral("NO ACK")};
-}
+QVariantList IMSocketIOAckTable::noAck() { return {QStringLiteral("NO ACK")}; }
 
 void IMSocketIOAckTable::add(qint64 id, double timeoutSeconds, IMSocket::AckCallback callback)
 {

@@ -12,8 +12,7 @@
 //! The acknowledgements a client waits for: each callback runs exactly once, with the answer,
 //! with ["NO ACK"] at its deadline, or with ["NO ACK"] when failed early. One timer serves all.
 //! Lives on the client's thread; callbacks run there, never while the table is being changed.
-class IMSocketIOAckTable : public QObject
-{
+class IMSocketIOAckTable : public QObject {
     Q_OBJECT
 public:
     explicit IMSocketIOAckTable(QObject *parent = nullptr);

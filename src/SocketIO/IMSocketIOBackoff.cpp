@@ -4,8 +4,10 @@
 #include <cmath>
 
 IMSocketIOBackoff::IMSocketIOBackoff(qint64 minMs, qint64 maxMs, double factor)
-    : m_min(qMax<qint64>(0, minMs)), m_max(qMax<qint64>(0, maxMs)), m_factor(qBound(0.0, factor, 1.0)),
-      m_random([] { return QRandomGenerator::global()->generateDouble(); })
+    : m_min(qMax<qint64>(0, minMs))
+    , m_max(qMax<qint64>(0, maxMs))
+    , m_factor(qBound(0.0, factor, 1.0))
+    , m_random([] { return QRandomGenerator::global()->generateDouble(); })
 {
 }
 

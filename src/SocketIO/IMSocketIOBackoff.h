@@ -5,8 +5,7 @@
 
 //! Reconnection delays: wait * 2^attempt, moved up or down by a random share of itself
 //! (`factor`), capped at `maxMs`. Pure value code.
-class IMSocketIOBackoff
-{
+class IMSocketIOBackoff {
 public:
     IMSocketIOBackoff(qint64 minMs = 1000, qint64 maxMs = 5000, double factor = 0.5);
     //! The delay before try number `attempt` (0 for the first try), in milliseconds.

@@ -30,7 +30,8 @@ QString jsonText(const QVariant &v)
 } // namespace
 
 IMSocketIOClient::IMSocketIOClient(const QUrl &url, const QVariantMap &options, QObject *parent)
-    : QObject(parent), d(std::make_unique<Private>(this))
+    : QObject(parent)
+    , d(std::make_unique<Private>(this))
 {
     d->url = url;
     d->options = options;
@@ -112,30 +113,18 @@ void IMSocketIOClient::Private::readOptions()
         const_cast<QLoggingCategory &>(lcSocketIO()).setEnabled(QtDebugMsg, true);
 }
 
-IMSocket::Status IMSocketIOClient::status() const
-{
-    return d->currentStatus();
-}
+IMSocket::Status IMSocketIOClient::status() const { return d->currentStatus(); }
 
-QUrl IMSocketIOClient::url() const
-{
-    return d->url;
-}
+QUrl IMSocketIOClient::url() const { return d->url; }
 
-QVariantMap IMSocketIOClient::options() const
-{
-    return d->options;
-}
+QVariantMap IMSocketIOClient::options() const { return d->options; }
 
 QString IMSocketIOClient::sid() const
 {
     return d->engine && d->engine->state() == IMEngineIOSocket::State::Open ? d->engine->sid() : QString();
 }
 
-QString IMSocketIOClient::transport() const
-{
-    return d->engine && d->joined ? d->engine->transportName() : QString();
-}
+QString IMSocketIOClient::transport() const { return d->engine && d->joined ? d->engine->transportName() : QString(); }
 
 void IMSocketIOClient::connect()
 {
@@ -211,8 +200,8 @@ void IMSocketIOClient::emitEvent(const QString &event, const QVariantList &items
     });
 }
 
-void IMSocketIOClient::emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                                   AckCallback callback)
+void IMSocketIOClient::emitWithAck(
+    const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback)
 {
     if (QThread::currentThread() == thread()) {
         d->emitWithAckNow(event, items, timeoutSeconds, std::move(callback));
@@ -226,8 +215,8 @@ void IMSocketIOClient::emitWithAck(const QString &event, const QVariantList &ite
     });
 }
 
-void IMSocketIOClient::Private::emitWithAckNow(const QString &event, const QVariantList &items,
-                                               double timeoutSeconds, AckCallback callback)
+void IMSocketIOClient::Private::emitWithAckNow(
+    const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback)
 {
     const qint64 id = nextAckId++;
     acks->add(id, timeoutSeconds, std::move(callback));

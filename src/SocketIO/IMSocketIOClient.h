@@ -38,8 +38,7 @@
 //! connection drops, since its answer can no longer come.
 //!
 //! Handlers may call any member, but must not delete the client synchronously (use deleteLater).
-class IMSocketIOClient : public QObject, public IMSocket
-{
+class IMSocketIOClient : public QObject, public IMSocket {
     Q_OBJECT
 public:
     //! A client for `url` (http, https, ws or wss) with `options`; it does not connect yet.
@@ -55,8 +54,8 @@ public:
     HandlerId onAny(AnyHandler handler) override;
     void off(HandlerId id) override;
     void emitEvent(const QString &event, const QVariantList &items) override;
-    void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-                     AckCallback callback) override;
+    void emitWithAck(
+        const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback) override;
 
     //! The server URL given at creation.
     QUrl url() const;

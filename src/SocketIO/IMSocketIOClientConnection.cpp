@@ -9,9 +9,9 @@ namespace {
 // Events the server may never send (the 4.x server refuses them from clients likewise).
 bool isReservedEvent(const QString &name)
 {
-    static const QStringList reserved = {QStringLiteral("connect"),       QStringLiteral("connect_error"),
-                                         QStringLiteral("disconnect"),    QStringLiteral("disconnecting"),
-                                         QStringLiteral("newListener"),   QStringLiteral("removeListener")};
+    static const QStringList reserved
+        = {QStringLiteral("connect"), QStringLiteral("connect_error"), QStringLiteral("disconnect"),
+            QStringLiteral("disconnecting"), QStringLiteral("newListener"), QStringLiteral("removeListener")};
     return reserved.contains(name);
 }
 } // namespace
@@ -28,7 +28,7 @@ void IMSocketIOClient::Private::openEngine()
     QObject::connect(engine, &IMEngineIOSocket::textMessage, q, [this](const QString &t) { onText(t); });
     QObject::connect(engine, &IMEngineIOSocket::binaryMessage, q, [this](const QByteArray &b) { onBinary(b); });
     QObject::connect(engine, &IMEngineIOSocket::closed, q,
-                     [this](const QString &reason, const QString &error) { onEngineClosed(reason, error); });
+        [this](const QString &reason, const QString &error) { onEngineClosed(reason, error); });
     if (openTimeoutMs > 0)
         openTimer.start(openTimeoutMs);
     engine->open();
@@ -222,8 +222,8 @@ void IMSocketIOClient::Private::handlePacket(IMSocketIOPacket &p)
         break;
     case IMSocketIOPacket::ConnectError: {
         const QString message = p.data.typeId() == QMetaType::QVariantMap
-                                    ? p.data.toMap().value(QStringLiteral("message")).toString()
-                                    : p.data.toString();
+            ? p.data.toMap().value(QStringLiteral("message")).toString()
+            : p.data.toString();
         openTimer.stop();
         reconnectTimer.stop();
         const bool wasJoined = joined;
@@ -264,8 +264,7 @@ void IMSocketIOClient::Private::handleConnect(const IMSocketIOPacket &p)
 void IMSocketIOClient::Private::handleEvent(const IMSocketIOPacket &p)
 {
     const QVariantList list = p.data.toList();
-    if (p.data.typeId() != QMetaType::QVariantList || list.isEmpty()
-        || list.first().typeId() != QMetaType::QString) {
+    if (p.data.typeId() != QMetaType::QVariantList || list.isEmpty() || list.first().typeId() != QMetaType::QString) {
         // Malformed but harmless: report it and keep the connection.
         fire(QStringLiteral("error"), {QStringLiteral("malformed event packet")});
         return;
@@ -280,7 +279,7 @@ void IMSocketIOClient::Private::handleEvent(const IMSocketIOPacket &p)
 
 void IMSocketIOClient::Private::handleAck(const IMSocketIOPacket &p)
 {
-    const QVariantList items = p.data.typeId() == QMetaType::QVariantList ? p.data.toList() : QVariantList{p.data};
+    const QVariantList items = p.data.typeId() == QMetaType::QVariantList ? p.data.toList() : QVariantList {p.data};
     if (acks->answer(p.id, items))
         return;
     // Ids we issued whose callback already ran (time-out) are late answers, not errors.

@@ -23,7 +23,10 @@ struct IMSocketIOAnchor {
 };
 
 struct IMSocketIOClient::Private {
-    explicit Private(IMSocketIOClient *q) : q(q) {}
+    explicit Private(IMSocketIOClient *q)
+        : q(q)
+    {
+    }
 
     IMSocketIOClient *q;
     QUrl url;
@@ -38,7 +41,7 @@ struct IMSocketIOClient::Private {
     int openTimeoutMs = 20000;
     IMSocketIOBackoff backoff;
 
-    std::atomic<int> status{int(Status::NotConnected)};
+    std::atomic<int> status {int(Status::NotConnected)};
     QNetworkAccessManager *nam = nullptr;
     QPointer<IMEngineIOSocket> engine;
     bool joined = false;
@@ -86,8 +89,7 @@ struct IMSocketIOClient::Private {
     void startAttempt();
     void send(const IMSocketIOPacket &packet);
     void sendEvent(const QString &event, const QVariantList &items, qint64 ackId);
-    void emitWithAckNow(const QString &event, const QVariantList &items, double timeoutSeconds,
-                        AckCallback callback);
+    void emitWithAckNow(const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback);
     AckEmitter makeAckEmitter(qint64 id);
     void fire(const QString &event, const QVariantList &items, const AckEmitter &ack = AckEmitter());
 };

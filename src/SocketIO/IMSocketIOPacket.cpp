@@ -66,8 +66,7 @@ QJsonValue toJsonValue(const QVariant &v, QList<QByteArray> *buffers)
 
 bool isPlaceholder(const QVariantMap &m)
 {
-    return m.size() == 2 && m.value(QStringLiteral("_placeholder")).toBool()
-           && m.contains(QStringLiteral("num"));
+    return m.size() == 2 && m.value(QStringLiteral("_placeholder")).toBool() && m.contains(QStringLiteral("num"));
 }
 
 bool fillPlaceholders(QVariant &v, const QList<QByteArray> &buffers, int depth)

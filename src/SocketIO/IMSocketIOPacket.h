@@ -8,18 +8,9 @@
 //! One Socket.IO packet (protocol revisions 4 and 5) and its text form
 //! `<type>[<attachments>-][<nsp>,][<ack id>][JSON]`, with binary attachments carried aside.
 //! Pure value code, usable from any thread.
-struct IMSocketIOPacket
-{
+struct IMSocketIOPacket {
     //! The packet kinds, numbered as on the wire.
-    enum Type {
-        Connect = 0,
-        Disconnect = 1,
-        Event = 2,
-        Ack = 3,
-        ConnectError = 4,
-        BinaryEvent = 5,
-        BinaryAck = 6
-    };
+    enum Type { Connect = 0, Disconnect = 1, Event = 2, Ack = 3, ConnectError = 4, BinaryEvent = 5, BinaryAck = 6 };
 
     Type type = Event;
     //! The namespace ("/" when omitted on the wire).

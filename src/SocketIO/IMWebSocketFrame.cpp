@@ -2,8 +2,7 @@
 
 #include <cstring>
 
-void IMWebSocketFrame::appendMasked(QByteArray *out, Opcode opcode, const char *payload, qsizetype size,
-                                    quint32 mask)
+void IMWebSocketFrame::appendMasked(QByteArray *out, Opcode opcode, const char *payload, qsizetype size, quint32 mask)
 {
     uchar header[14];
     int n = 0;
@@ -68,7 +67,7 @@ int IMWebSocketFrame::readHeader(const char *data, qsizetype size, Header *h)
         if (size < n + 4)
             return 0;
         h->mask = (quint32(uchar(data[n])) << 24) | (quint32(uchar(data[n + 1])) << 16)
-                  | (quint32(uchar(data[n + 2])) << 8) | uchar(data[n + 3]);
+            | (quint32(uchar(data[n + 2])) << 8) | uchar(data[n + 3]);
         n += 4;
     }
     h->length = length;

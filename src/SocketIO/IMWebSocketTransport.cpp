@@ -19,10 +19,7 @@ constexpr qsizetype kReadChunk = 64 * 1024;
 // The handshake answer is a few hundred bytes; more means it is not a WebSocket server.
 constexpr qsizetype kMaxHandshake = 64 * 1024;
 
-quint32 newMask()
-{
-    return QRandomGenerator::global()->generate();
-}
+quint32 newMask() { return QRandomGenerator::global()->generate(); }
 } // namespace
 
 IMWebSocketTransport::IMWebSocketTransport(const IMEngineIOConfig &config, QObject *parent)
@@ -50,17 +47,17 @@ void IMWebSocketTransport::open(const QString &sid)
     quint32 key[4];
     QRandomGenerator::global()->fillRange(key);
     const QByteArray key64 = QByteArray(reinterpret_cast<const char *>(key), sizeof key).toBase64();
-    m_accept = QCryptographicHash::hash(key64 + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11", QCryptographicHash::Sha1)
-                   .toBase64();
+    m_accept
+        = QCryptographicHash::hash(key64 + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11", QCryptographicHash::Sha1).toBase64();
     QByteArray host = url.host(QUrl::FullyEncoded).toUtf8();
     if (host.contains(':'))
         host = '[' + host + ']';
     if (url.port() > 0)
         host += ':' + QByteArray::number(url.port());
     m_request = "GET " + url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment)
-                + " HTTP/1.1\r\nHost: " + host
-                + "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
-                + key64 + "\r\n";
+        + " HTTP/1.1\r\nHost: " + host
+        + "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: " + key64
+        + "\r\n";
     const QList<QByteArray> names = request.rawHeaderList();
     for (const QByteArray &headerName : names) {
         const QByteArray lower = headerName.toLower();
@@ -90,7 +87,7 @@ void IMWebSocketTransport::open(const QString &sid)
     connect(m_socket, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError error) {
         // The peer going away is a close, not a fault of the transport.
         const QString kind = error == QAbstractSocket::RemoteHostClosedError ? QStringLiteral("transport close")
-                                                                               : QStringLiteral("transport error");
+                                                                             : QStringLiteral("transport error");
         fail(kind + QStringLiteral(": ") + m_socket->errorString());
     });
     if (m_tls) {
@@ -174,7 +171,7 @@ bool IMWebSocketTransport::readAvailable()
             } else {
                 const bool closed = m_socket->error() == QAbstractSocket::RemoteHostClosedError;
                 fail((closed ? QStringLiteral("transport close: ") : QStringLiteral("transport error: "))
-                     + m_socket->errorString());
+                    + m_socket->errorString());
             }
             return false;
         }

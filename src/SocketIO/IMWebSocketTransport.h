@@ -11,8 +11,7 @@ class QTcpSocket;
 //! data is read in one go and every frame in it handled; frames sent while those are handled
 //! (answers, the next requests) leave together in one write once the batch is done; frames sent
 //! at other times leave at once.
-class IMWebSocketTransport : public IMEngineIOTransport
-{
+class IMWebSocketTransport : public IMEngineIOTransport {
     Q_OBJECT
 public:
     IMWebSocketTransport(const IMEngineIOConfig &config, QObject *parent);

@@ -2,10 +2,10 @@
 
 #include "IMDB_p.h"
 #include "IMDate.h"
-#include "IMJSONText_p.h"
-#include "IMStoredText_p.h"
 #include "IMDispatch.h"
+#include "IMJSONText_p.h"
 #include "IMLog.h"
+#include "IMStoredText_p.h"
 
 #include <QFile>
 #include <QLocale>
@@ -20,17 +20,18 @@ const char kMessagePageQuery[] = "WHERE createdAt < ? AND roomID = ? ORDER BY cr
 // Records found through the index, joined with the records themselves.
 QByteArray indexQuery(const char *fragment)
 {
-    return QByteArrayLiteral("SELECT d.collection, d.key, d.data, d.rowid FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
-                             " JOIN \"database\" AS d ON d.rowid = i.rowid ")
-           + fragment;
+    return QByteArrayLiteral(
+               "SELECT d.collection, d.key, d.data, d.rowid FROM \"secondaryIndex_Message-CreateAt-RoomID\" AS i"
+               " JOIN \"database\" AS d ON d.rowid = i.rowid ")
+        + fragment;
 }
 
-const QByteArray kUpsert = QByteArrayLiteral(
-        "INSERT INTO \"database\"(collection, key, data) VALUES(?, ?, ?)"
-        " ON CONFLICT(collection, key) DO UPDATE SET data = excluded.data RETURNING rowid");
+const QByteArray kUpsert
+    = QByteArrayLiteral("INSERT INTO \"database\"(collection, key, data) VALUES(?, ?, ?)"
+                        " ON CONFLICT(collection, key) DO UPDATE SET data = excluded.data RETURNING rowid");
 const QByteArray kIndexRow = QByteArrayLiteral(
-        "INSERT OR REPLACE INTO \"secondaryIndex_Message-CreateAt-RoomID\"(rowid, createdAt, roomID, lastMessageTime)"
-        " VALUES(?, ?, ?, ?)");
+    "INSERT OR REPLACE INTO \"secondaryIndex_Message-CreateAt-RoomID\"(rowid, createdAt, roomID, lastMessageTime)"
+    " VALUES(?, ?, ?, ?)");
 
 // A date as the index keeps it: seconds since 1970 as a real; null when there is none.
 void bindDate(sqlite3_stmt *stmt, int index, const QDateTime &date)
@@ -81,37 +82,37 @@ IMDB *IMDB::sharedInstance()
     return instance;
 }
 
-IMDB::IMDB() : d(std::make_shared<Private>())
+IMDB::IMDB()
+    : d(std::make_shared<Private>())
 {
     setupDatabse();
     setupConnection();
     std::weak_ptr<Private> weak = d;
-    d->observer = IMNotificationCenter::defaultCenter()->addObserver(
-            kIMDatabaseClosedNotification, QVariant(), IMDispatchQueue::mainQueue(),
-            [weak](const IMNotification &notification) {
-                std::shared_ptr<Private> d = weak.lock();
-                if (!d)
-                    return;
-                std::lock_guard<std::mutex> lock(d->mutex);
-                // One error for the three removals: the last one that failed is reported.
-                QString error;
-                for (const QString &key : { kIMDatabasePathKey, kIMDatabasePathWalKey, kIMDatabasePathShmKey }) {
-                    const QString file = notification.userInfo.value(key).toString();
-                    if (file.isEmpty())
-                        continue;
-                    QFile f(file);
-                    // A file that is already gone needs no removing.
-                    if (f.exists() && !f.remove())
-                        error = QStringLiteral("%1: %2").arg(file, f.errorString());
-                }
-                if (!error.isNull())
-                    IM_LOG(QStringLiteral("Database remove failed: %1").arg(error));
-                if (d->openDatabase()) {
-                    IM_LOG(QStringLiteral("database path: %1").arg(d->path));
-                    d->ensureSecondaryIndex();
-                    d->openConnection();
-                }
-            });
+    d->observer = IMNotificationCenter::defaultCenter()->addObserver(kIMDatabaseClosedNotification, QVariant(),
+        IMDispatchQueue::mainQueue(), [weak](const IMNotification &notification) {
+            std::shared_ptr<Private> d = weak.lock();
+            if (!d)
+                return;
+            std::lock_guard<std::mutex> lock(d->mutex);
+            // One error for the three removals: the last one that failed is reported.
+            QString error;
+            for (const QString &key : {kIMDatabasePathKey, kIMDatabasePathWalKey, kIMDatabasePathShmKey}) {
+                const QString file = notification.userInfo.value(key).toString();
+                if (file.isEmpty())
+                    continue;
+                QFile f(file);
+                // A file that is already gone needs no removing.
+                if (f.exists() && !f.remove())
+                    error = QStringLiteral("%1: %2").arg(file, f.errorString());
+            }
+            if (!error.isNull())
+                IM_LOG(QStringLiteral("Database remove failed: %1").arg(error));
+            if (d->openDatabase()) {
+                IM_LOG(QStringLiteral("database path: %1").arg(d->path));
+                d->ensureSecondaryIndex();
+                d->openConnection();
+            }
+        });
 }
 
 IMDB::~IMDB()
@@ -145,7 +146,7 @@ void IMDB::setupConnection()
 }
 
 bool IMDB::Private::saveRow(sqlite3_stmt *upsert, sqlite3_stmt *indexRow, const QByteArray &collection,
-                            const QByteArray &key, const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid)
+    const QByteArray &key, const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid)
 {
     bindText(upsert, 1, collection);
     bindText(upsert, 2, key);
@@ -176,8 +177,7 @@ namespace {
 // at a time. While record `i` is written, the ones after it are loaded in stages, each stage's
 // reads served by the one before: the next record's texts, lists and maps in full, the one after
 // its own texts and arrays, and the one after that its object.
-template<typename Ptr>
-void prefetchAhead(const QList<Ptr> &records, qsizetype i)
+template <typename Ptr> void prefetchAhead(const QList<Ptr> &records, qsizetype i)
 {
     const qsizetype n = records.size();
     if (i + 1 < n && records.at(i + 1))
@@ -189,10 +189,10 @@ void prefetchAhead(const QList<Ptr> &records, qsizetype i)
 }
 } // namespace
 
-template<typename Ptr>
+template <typename Ptr>
 bool IMDB::Private::save(const char *collection, const QList<Ptr> &records,
-                         void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
-                         const std::function<void(const typename Ptr::element_type &, qint64)> &written)
+    void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
+    const std::function<void(const typename Ptr::element_type &, qint64)> &written)
 {
     // Each record is archived just before it is written, into the same buffer: a batch costs no
     // allocation per text, and the text is still in the cache when SQLite copies it. (Archiving
@@ -224,7 +224,7 @@ bool IMDB::Private::save(const char *collection, const QList<Ptr> &records,
         return true;
     });
     if (archive.capacity() > kArchiveKept)
-        archive = QByteArray();  // an unusually large record's room is not kept
+        archive = QByteArray(); // an unusually large record's room is not kept
     recoverIfDamaged();
     return ok;
 }
@@ -238,7 +238,9 @@ void IMDB::saveRooms(const QList<IMRoomPtr> &rooms)
     // each room is at hand and kept once the transaction holds.
     QVector<std::pair<qint64, IMRoomPtr>> copies;
     copies.reserve(rooms.size());
-    if (d->save("Room", rooms, &indexRoom, [&copies](const IMRoom &room, qint64 rowid) { copies.append({ rowid, room.copy() }); }))
+    if (d->save("Room", rooms, &indexRoom, [&copies](const IMRoom &room, qint64 rowid) {
+            copies.append({rowid, room.copy()});
+        }))
         for (const auto &[rowid, copy] : std::as_const(copies))
             d->cacheRoom(rowid, copy);
 }
@@ -256,8 +258,8 @@ void IMDB::Private::cacheRoom(qint64 rowid, const IMRoomPtr &room)
         roomCache.insert(rowid, room);
 }
 
-QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
-                                        const QByteArray &only, qsizetype expected)
+QList<IMObjectPtr> IMDB::Private::query(
+    const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind, const QByteArray &only, qsizetype expected)
 {
     QList<IMObjectPtr> out;
     if (!connected)
@@ -279,11 +281,10 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
     // cached room's copy first touches the cached record's data, one cache miss per row, which
     // among SQLite's work came one at a time and was most of a cached read's cost; together, with
     // the records fetched ahead, the misses overlap.
-    struct Row
-    {
-        qsizetype at;           //!< its place in `out`
-        QByteArray collection;  //!< one of the names below, or a copy
-        QByteArray data;        //!< the archived record, unless the room is cached
+    struct Row {
+        qsizetype at; //!< its place in `out`
+        QByteArray collection; //!< one of the names below, or a copy
+        QByteArray data; //!< the archived record, unless the room is cached
         const IMRoom *cached;
         qint64 rowid;
     };
@@ -291,7 +292,7 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
     rows.reserve(expected);
     out.reserve(expected);
     IMStoredText::ReadContext shared;
-    bool unread = false;  // a message whose text did not map left a null in `out`
+    bool unread = false; // a message whose text did not map left a null in `out`
     static const QByteArray kRoom = QByteArrayLiteral("Room");
     static const QByteArray kMessage = QByteArrayLiteral("Message");
     int rc;
@@ -312,12 +313,12 @@ QList<IMObjectPtr> IMDB::Private::query(const QByteArray &sql, const std::functi
             continue;
         const auto cached = isRoom ? roomCache.constFind(rowid) : roomCache.constEnd();
         if (cached != roomCache.constEnd()) {
-            rows.append({ out.size(), kRoom, QByteArray(), cached.value().get(), rowid });
+            rows.append({out.size(), kRoom, QByteArray(), cached.value().get(), rowid});
         } else {
             // Copies of their own: a column's text lasts until the next step.
             const QByteArray data = text(2);
-            rows.append({ out.size(), isRoom ? kRoom : QByteArray(collection.constData(), collection.size()),
-                          QByteArray(data.constData(), data.size()), nullptr, rowid });
+            rows.append({out.size(), isRoom ? kRoom : QByteArray(collection.constData(), collection.size()),
+                QByteArray(data.constData(), data.size()), nullptr, rowid});
         }
         out.append(nullptr);
     }
@@ -361,7 +362,8 @@ QList<IMRoomPtr> IMDB::getAllRooms()
     QList<IMObjectPtr> records;
     {
         std::lock_guard<std::mutex> lock(d->mutex);
-        records = d->query(sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"), d->roomCache.size());
+        records = d->query(
+            sql, [](sqlite3_stmt *) {}, QByteArrayLiteral("Room"), d->roomCache.size());
     }
     // Only rooms were kept (made as IMRoom from the "Room" collection), none under the empty key.
     QList<IMRoomPtr> rooms;
@@ -380,11 +382,14 @@ QList<IMMessagePtr> IMDB::queryMessagesForRoom(const IMRoomPtr &room, const QDat
     QList<IMObjectPtr> records;
     {
         std::lock_guard<std::mutex> lock(d->mutex);
-        records = d->query(sql, [&](sqlite3_stmt *stmt) {
-            bindDate(stmt, 1, date);
-            bindText(stmt, 2, roomUtf8, roomID.isNull());
-            sqlite3_bind_int64(stmt, 3, rows);
-        }, QByteArray(), qsizetype(qMin<quint64>(limit, 1000)));
+        records = d->query(
+            sql,
+            [&](sqlite3_stmt *stmt) {
+                bindDate(stmt, 1, date);
+                bindText(stmt, 2, roomUtf8, roomID.isNull());
+                sqlite3_bind_int64(stmt, 3, rows);
+            },
+            QByteArray(), qsizetype(qMin<quint64>(limit, 1000)));
     }
     // The query gives the page newest first; callers get it oldest first.
     QList<IMMessagePtr> page;
@@ -405,9 +410,8 @@ void IMDB::resetDatabase()
         const QString file = d->path;
         d->close();
         d->path.clear();
-        paths = { { kIMDatabasePathKey, file },
-                  { kIMDatabasePathWalKey, file + QStringLiteral("-wal") },
-                  { kIMDatabasePathShmKey, file + QStringLiteral("-shm") } };
+        paths = {{kIMDatabasePathKey, file}, {kIMDatabasePathWalKey, file + QStringLiteral("-wal")},
+            {kIMDatabasePathShmKey, file + QStringLiteral("-shm")}};
     }
     // The database has let go of its files: say so; the observer finishes the reset.
     IMNotificationCenter::defaultCenter()->post(kIMDatabaseClosedNotification, QVariant(), paths);
@@ -435,8 +439,8 @@ bool IMDB::isRoomMessagesViewRegistered() const
 
 QList<IMMessagePtr> IMDB::roomMessagesViewGroup(const QString &roomID)
 {
-    static const QByteArray sql =
-            "SELECT 'Message', NULL, data, NULL FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
+    static const QByteArray sql
+        = "SELECT 'Message', NULL, data, NULL FROM temp.\"Room-Messages\" WHERE \"group\" = ? ORDER BY createdAt ASC";
     const QByteArray group = roomID.toUtf8();
     QList<IMObjectPtr> records;
     {
@@ -452,10 +456,7 @@ QList<IMMessagePtr> IMDB::roomMessagesViewGroup(const QString &roomID)
     return messages;
 }
 
-QString IMDB::roomMessagesViewVersionTag()
-{
-    return QStringLiteral("%1-%2-%3").arg(1).arg(1).arg(QLocale().name());
-}
+QString IMDB::roomMessagesViewVersionTag() { return QStringLiteral("%1-%2-%3").arg(1).arg(1).arg(QLocale().name()); }
 
 bool IMDB::isOpen() const
 {

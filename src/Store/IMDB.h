@@ -39,8 +39,7 @@ inline const QString kIMDatabasePathShmKey = QStringLiteral("IMDatabasePathShmKe
 //! `resetDatabase` and the re-creation that follows it saves do nothing and reads return empty
 //! lists. A file that is not a database, or is damaged, is moved aside (as
 //! "parlo_db.corrupt-<time>") and replaced by an empty store.
-class IMDB
-{
+class IMDB {
 public:
     //! The process-wide store, created on first use: `setupDatabse`, `setupConnection`, then the
     //! observer of kIMDatabaseClosedNotification (on the main queue, for any sender).

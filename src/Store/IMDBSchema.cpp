@@ -11,33 +11,33 @@
 namespace {
 // Numbered schema changes; a file at version N has had migrations 1..N applied, each in its
 // own transaction. Append new ones; never edit a shipped one.
-struct Migration
-{
+struct Migration {
     int version;
     const char *sql;
 };
 
 // The secondary index: one table for every collection, a row per indexed record sharing the
 // record's rowid, with SQL indexes for the room list and for a room's history.
-#define IMDB_SECONDARY_INDEX_SQL                                                                   \
-    "CREATE TABLE IF NOT EXISTS \"secondaryIndex_Message-CreateAt-RoomID\"("                        \
-    "  rowid INTEGER PRIMARY KEY,"                                                                 \
-    "  createdAt REAL,"                                                                            \
-    "  roomID TEXT,"                                                                               \
-    "  lastMessageTime REAL);"                                                                     \
-    "CREATE INDEX IF NOT EXISTS \"secondaryIndex_lastMessageTime\""                                 \
-    "  ON \"secondaryIndex_Message-CreateAt-RoomID\"(lastMessageTime);"                            \
-    "CREATE INDEX IF NOT EXISTS \"secondaryIndex_roomID_createdAt\""                                \
+#define IMDB_SECONDARY_INDEX_SQL                                                                                       \
+    "CREATE TABLE IF NOT EXISTS \"secondaryIndex_Message-CreateAt-RoomID\"("                                           \
+    "  rowid INTEGER PRIMARY KEY,"                                                                                     \
+    "  createdAt REAL,"                                                                                                \
+    "  roomID TEXT,"                                                                                                   \
+    "  lastMessageTime REAL);"                                                                                         \
+    "CREATE INDEX IF NOT EXISTS \"secondaryIndex_lastMessageTime\""                                                    \
+    "  ON \"secondaryIndex_Message-CreateAt-RoomID\"(lastMessageTime);"                                                \
+    "CREATE INDEX IF NOT EXISTS \"secondaryIndex_roomID_createdAt\""                                                   \
     "  ON \"secondaryIndex_Message-CreateAt-RoomID\"(roomID, createdAt);"
 
 const Migration kMigrations[] = {
-    { 1, "CREATE TABLE IF NOT EXISTS \"database\"("
-         "  rowid INTEGER PRIMARY KEY,"
-         "  collection TEXT NOT NULL,"
-         "  key TEXT NOT NULL,"
-         "  data TEXT NOT NULL);"
-         "CREATE UNIQUE INDEX IF NOT EXISTS \"database_collection_key\" ON \"database\"(collection, key);"
-         IMDB_SECONDARY_INDEX_SQL },
+    {1,
+        "CREATE TABLE IF NOT EXISTS \"database\"("
+        "  rowid INTEGER PRIMARY KEY,"
+        "  collection TEXT NOT NULL,"
+        "  key TEXT NOT NULL,"
+        "  data TEXT NOT NULL);"
+        "CREATE UNIQUE INDEX IF NOT EXISTS \"database_collection_key\" ON \"database\"(collection, "
+        "key);" IMDB_SECONDARY_INDEX_SQL},
 };
 
 constexpr int kBusyTimeoutMs = 5000;
@@ -58,8 +58,8 @@ bool IMDB::Private::exec(const char *sql)
     const int rc = sqlite3_exec(db, sql, nullptr, nullptr, &message);
     if (rc != SQLITE_OK) {
         IM_LOG(QStringLiteral("Database statement failed: %1 (%2)")
-                       .arg(QString::fromUtf8(message ? message : sqlite3_errstr(rc)))
-                       .arg(rc));
+                   .arg(QString::fromUtf8(message ? message : sqlite3_errstr(rc)))
+                   .arg(rc));
         if ((rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB)
             damaged = true;
     }
@@ -70,8 +70,8 @@ bool IMDB::Private::exec(const char *sql)
 void IMDB::Private::fail(int rc, const char *what)
 {
     IM_LOG(QStringLiteral("Database %1 failed: %2 (%3)")
-                   .arg(QLatin1String(what), QString::fromUtf8(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)))
-                   .arg(rc));
+               .arg(QLatin1String(what), QString::fromUtf8(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)))
+               .arg(rc));
     if ((rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB)
         damaged = true;
 }
@@ -114,8 +114,8 @@ bool IMDB::Private::migrate()
     }
     if (version > currentSchemaVersion())
         IM_LOG(QStringLiteral("Database schema version %1 is newer than %2; opening it as it is")
-                       .arg(version)
-                       .arg(currentSchemaVersion()));
+                   .arg(version)
+                   .arg(currentSchemaVersion()));
     for (const Migration &migration : kMigrations) {
         if (migration.version <= version)
             continue;
@@ -140,23 +140,23 @@ bool IMDB::Private::openAt(const QString &file)
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     path = file;
     // The first statements read the header and the schema: a foreign or damaged file shows here.
-    bool ok = exec("PRAGMA journal_mode = WAL") && exec("PRAGMA synchronous = NORMAL") && exec("PRAGMA cache_size = -32768")
-              && exec("PRAGMA mmap_size = 268435456")
-              && exec("SELECT count(*) FROM sqlite_master") && migrate();
+    bool ok = exec("PRAGMA journal_mode = WAL") && exec("PRAGMA synchronous = NORMAL")
+        && exec("PRAGMA cache_size = -32768") && exec("PRAGMA mmap_size = 268435456")
+        && exec("SELECT count(*) FROM sqlite_master") && migrate();
     return ok;
 }
 
 void IMDB::Private::moveAside(const QString &file)
 {
     const QString aside = file + QStringLiteral(".corrupt-")
-                          + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddHHmmsszzz"));
-    for (const char *suffix : { "", "-wal", "-shm" }) {
+        + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddHHmmsszzz"));
+    for (const char *suffix : {"", "-wal", "-shm"}) {
         const QString from = file + QLatin1String(suffix);
         if (QFile::exists(from) && !QFile::rename(from, aside + QLatin1String(suffix)) && !QFile::remove(from))
             IM_LOG(QStringLiteral("Database file %1 could not be moved aside").arg(from));
     }
-    IM_LOG(QStringLiteral("Database %1 is unreadable; moved aside to %2 and replaced by an empty store")
-                   .arg(file, aside));
+    IM_LOG(
+        QStringLiteral("Database %1 is unreadable; moved aside to %2 and replaced by an empty store").arg(file, aside));
 }
 
 bool IMDB::Private::openDatabase()

@@ -16,21 +16,19 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 //! What a record fills in the secondary index: null columns where it has nothing.
-struct IMDBIndexRow
-{
+struct IMDBIndexRow {
     QDateTime createdAt;
     QString roomID;
     QDateTime lastMessageTime;
 };
 
-struct IMDB::Private
-{
+struct IMDB::Private {
     std::mutex mutex;
-    sqlite3 *db = nullptr;   //!< the open database ("database"); null while a reset is pending
-    bool connected = false;  //!< the connection is ready ("connection")
-    QString path;            //!< the file `db` was opened from
+    sqlite3 *db = nullptr; //!< the open database ("database"); null while a reset is pending
+    bool connected = false; //!< the connection is ready ("connection")
+    QString path; //!< the file `db` was opened from
     bool viewRegistered = false;
-    bool damaged = false;    //!< SQLite reported a corrupt or foreign file during this operation
+    bool damaged = false; //!< SQLite reported a corrupt or foreign file during this operation
     QHash<QByteArray, sqlite3_stmt *> statements;
     //! Rooms as stored, by key: the room list is read far more often than rooms change, and
     //! decoding thousands of archived rooms each time would dominate it. Handed out as copies
@@ -65,8 +63,7 @@ struct IMDB::Private
     //! After an operation that found the file damaged: moves it aside and opens a fresh store.
     void recoverIfDamaged();
     //! Runs `body` inside BEGIN IMMEDIATE ... COMMIT, rolling back when it fails.
-    template<typename Body>
-    bool transaction(Body body)
+    template <typename Body> bool transaction(Body body)
     {
         if (!exec("BEGIN IMMEDIATE"))
             return false;
@@ -80,21 +77,21 @@ struct IMDB::Private
     //! Writes `records` into `collection` and the index in one transaction, each archived in
     //! turn into one reused buffer; records without a key are left out. `index` tells a record's
     //! index columns; `written`, when given, is told of each record written and its row's id.
-    template<typename Ptr>
+    template <typename Ptr>
     bool save(const char *collection, const QList<Ptr> &records,
-              void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
-              const std::function<void(const typename Ptr::element_type &, qint64 rowid)> &written = {});
+        void (*index)(const typename Ptr::element_type &, IMDBIndexRow *),
+        const std::function<void(const typename Ptr::element_type &, qint64 rowid)> &written = {});
     //! Writes one archived record and its index row; false (logged) on failure.
-    bool saveRow(sqlite3_stmt *upsert, sqlite3_stmt *indexRow, const QByteArray &collection,
-                 const QByteArray &key, const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid);
-    QByteArray archive;  //!< the text of the record being saved, its capacity kept between records
+    bool saveRow(sqlite3_stmt *upsert, sqlite3_stmt *indexRow, const QByteArray &collection, const QByteArray &key,
+        const QByteArray &data, const IMDBIndexRow &index, qint64 *rowid);
+    QByteArray archive; //!< the text of the record being saved, its capacity kept between records
     static constexpr qsizetype kArchiveKept = 1 << 20;
     //! Runs an index query whose parameters `bind` sets; every readable record, in order
     //! (only those of `collection` when it is given: the others are not even decoded; then a
     //! room stored under the empty key is left out too).
     //! `expected` rows are made room for at once.
     QList<IMObjectPtr> query(const QByteArray &sql, const std::function<void(sqlite3_stmt *)> &bind,
-                             const QByteArray &collection = QByteArray(), qsizetype expected = 0);
+        const QByteArray &collection = QByteArray(), qsizetype expected = 0);
 
 private:
     bool openAt(const QString &path);

@@ -5,9 +5,9 @@
 // costs several times more per record.
 
 #include <QByteArray>
+#include <QStringList>
 #include <QVariant>
 #include <QVariantMap>
-#include <QStringList>
 #include <functional>
 
 namespace IMJSONText {
@@ -16,8 +16,7 @@ namespace IMJSONText {
 //! array keeps its capacity) and is cut to its length when the writer goes, so that the many small
 //! appends of a record cost one comparison each. Numbers keep their integer or real kind;
 //! non-finite reals, invalid and null values are written as null.
-class Writer
-{
+class Writer {
 public:
     //! Appends to what `target` holds.
     explicit Writer(QByteArray *target);
@@ -66,8 +65,7 @@ QByteArray toJson(const QVariantMap &map);
 bool parseObject(const char *data, qsizetype size, QVariantMap *out);
 
 //! Where a value lies in the parsed text; `size` 0 when the key was absent.
-struct Span
-{
+struct Span {
     qsizetype offset = 0;
     qsizetype size = 0;
 };
@@ -77,6 +75,6 @@ struct Span
 //! last one when a key repeats). Of a deferred object or array only the brackets and strings
 //! are checked here (parse its span to read it); malformed text elsewhere fails as in `parseObject`.
 bool parseMembers(const char *data, qsizetype size, const QLatin1StringView *deferredKeys, int deferredCount,
-                  Span *spans, const std::function<bool(const QString &key, const QVariant &value)> &member);
+    Span *spans, const std::function<bool(const QString &key, const QVariant &value)> &member);
 
 } // namespace IMJSONText

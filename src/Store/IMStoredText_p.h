@@ -3,8 +3,7 @@
 #include "IMMessage.h"
 
 //! Records as the store keeps them: JSON text, written and read without dictionaries in between.
-struct IMStoredText
-{
+struct IMStoredText {
     //! `record` as JSON text: the same text as its dictionary written with IMJSONText::toJson.
     static QByteArray write(const IMObject &record);
     //! `write` appended to `text` (a reused array keeps its capacity).
@@ -18,8 +17,7 @@ struct IMStoredText
     static IMMessagePtr readMessage(const QByteArray &text) { return readMessage(text.constData(), text.size()); }
     //! What a run of reads shares: the last nested texts kept, which the next message reuses
     //! when its own are the same.
-    struct ReadContext
-    {
+    struct ReadContext {
         QByteArray room, sender;
     };
     //! `readMessage` of text that need not outlive the call (a page's rows share a `context`).

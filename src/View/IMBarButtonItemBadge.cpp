@@ -24,26 +24,27 @@ const char *kBounces = "bounceAnimation";
 const char *kHost = "_imBadgeHost";
 
 // Stored as doubles, read back in single precision, as the values always were.
-double number(const IMBarButtonItem *item, const char *key)
-{
-    return double(float(item->property(key).toDouble()));
-}
+double number(const IMBarButtonItem *item, const char *key) { return double(float(item->property(key).toDouble())); }
 
 // The badge lives over the host view; Qt clips children to their parent, so it hangs in the host's
 // parent and follows the host, placed by origins relative to the host.
-class HostFollower : public QObject
-{
+class HostFollower : public QObject {
 public:
-    HostFollower(IMBarButtonItem *item, QWidget *host, UxLabel *label) : QObject(label), m_item(item), m_host(host)
+    HostFollower(IMBarButtonItem *item, QWidget *host, UxLabel *label)
+        : QObject(label)
+        , m_item(item)
+        , m_host(host)
     {
         host->installEventFilter(this);
     }
     bool eventFilter(QObject *, QEvent *event) override
     {
-        if (m_item && (event->type() == QEvent::Move || event->type() == QEvent::Resize || event->type() == QEvent::Show))
+        if (m_item
+            && (event->type() == QEvent::Move || event->type() == QEvent::Resize || event->type() == QEvent::Show))
             IMBarButtonItemBadge::updateBadgeFrame(m_item);
         return false;
     }
+
 private:
     QPointer<IMBarButtonItem> m_item;
     QPointer<QWidget> m_host;
@@ -69,7 +70,7 @@ void style(IMBarButtonItem *item, UxLabel *label, qreal radius)
     const QColor fg = IMBarButtonItemBadge::badgeTextColor(item);
     label->setStyleSheet(QStringLiteral("background: %1; color: %2; border-radius: %3px;")
                              .arg(bg.isValid() ? bg.name(QColor::HexArgb) : QStringLiteral("transparent"),
-                                  fg.isValid() ? fg.name(QColor::HexArgb) : QStringLiteral("black"))
+                                 fg.isValid() ? fg.name(QColor::HexArgb) : QStringLiteral("black"))
                              .arg(radius));
 }
 } // namespace
@@ -108,13 +109,13 @@ void IMBarButtonItemBadge::setBadgeValue(IMBarButtonItem *item, const QString &v
     refreshBadge(item);
 }
 
-#define IM_BADGE_COLOUR(Getter, Setter, key) \
-    QColor IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return item->property(key).value<QColor>(); } \
-    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, const QColor &c) \
-    { \
-        item->setProperty(key, c); \
-        if (badge(item)) \
-            refreshBadge(item); \
+#define IM_BADGE_COLOUR(Getter, Setter, key)                                                                           \
+    QColor IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return item->property(key).value<QColor>(); }   \
+    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, const QColor &c)                                          \
+    {                                                                                                                  \
+        item->setProperty(key, c);                                                                                     \
+        if (badge(item))                                                                                               \
+            refreshBadge(item);                                                                                        \
     }
 IM_BADGE_COLOUR(badgeBGColor, setBadgeBGColor, kBG)
 IM_BADGE_COLOUR(badgeTextColor, setBadgeTextColor, kText)
@@ -128,26 +129,26 @@ void IMBarButtonItemBadge::setBadgeFont(IMBarButtonItem *item, const QFont &font
         refreshBadge(item);
 }
 
-#define IM_BADGE_NUMBER(Getter, Setter, key) \
-    double IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return number(item, key); } \
-    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, double v) \
-    { \
-        item->setProperty(key, v); \
-        if (badge(item)) \
-            updateBadgeFrame(item); \
+#define IM_BADGE_NUMBER(Getter, Setter, key)                                                                           \
+    double IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return number(item, key); }                     \
+    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, double v)                                                 \
+    {                                                                                                                  \
+        item->setProperty(key, v);                                                                                     \
+        if (badge(item))                                                                                               \
+            updateBadgeFrame(item);                                                                                    \
     }
 IM_BADGE_NUMBER(badgePadding, setBadgePadding, kPadding)
 IM_BADGE_NUMBER(badgeMinSize, setBadgeMinSize, kMinSize)
 IM_BADGE_NUMBER(badgeOriginX, setBadgeOriginX, kOriginX)
 IM_BADGE_NUMBER(badgeOriginY, setBadgeOriginY, kOriginY)
 
-#define IM_BADGE_SWITCH(Getter, Setter, key) \
-    bool IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return item->property(key).toBool(); } \
-    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, bool v) \
-    { \
-        item->setProperty(key, v); \
-        if (badge(item)) \
-            refreshBadge(item); \
+#define IM_BADGE_SWITCH(Getter, Setter, key)                                                                           \
+    bool IMBarButtonItemBadge::Getter(const IMBarButtonItem *item) { return item->property(key).toBool(); }            \
+    void IMBarButtonItemBadge::Setter(IMBarButtonItem *item, bool v)                                                   \
+    {                                                                                                                  \
+        item->setProperty(key, v);                                                                                     \
+        if (badge(item))                                                                                               \
+            refreshBadge(item);                                                                                        \
     }
 IM_BADGE_SWITCH(shouldHideBadgeAtZero, setShouldHideBadgeAtZero, kHideAtZero)
 IM_BADGE_SWITCH(shouldAnimateBadge, setShouldAnimateBadge, kAnimate)
@@ -261,15 +262,14 @@ void IMBarButtonItemBadge::removeBadge(IMBarButtonItem *item)
     QPointer<UxLabel> guard(label);
     QPointer<IMBarButtonItem> owner(item);
     const QRect r = label->geometry();
-    IMAnimate(0.2, [label, r] { IMViewSetGeometry(label, QRect(r.center(), QSize(0, 0))); }, [guard, owner](bool) {
-        if (guard)
-            guard->deleteLater();
-        if (owner)
-            setBadge(owner, nullptr);
-    });
+    IMAnimate(
+        0.2, [label, r] { IMViewSetGeometry(label, QRect(r.center(), QSize(0, 0))); },
+        [guard, owner](bool) {
+            if (guard)
+                guard->deleteLater();
+            if (owner)
+                setBadge(owner, nullptr);
+        });
 }
 
-int IMBarButtonItemBadge::bounceCount(const IMBarButtonItem *item)
-{
-    return item->property(kBounces).toInt();
-}
+int IMBarButtonItemBadge::bounceCount(const IMBarButtonItem *item) { return item->property(kBounces).toInt(); }

@@ -3,7 +3,10 @@
 #include <QPainter>
 #include <QPainterPath>
 
-IMBubbleView::IMBubbleView(QWidget *parent) : QWidget(parent) {}
+IMBubbleView::IMBubbleView(QWidget *parent)
+    : QWidget(parent)
+{
+}
 
 bool IMBubbleView::positionLeft() const { return m_left; }
 

@@ -6,8 +6,7 @@
 
 //! The coloured shape behind a message body: a rectangle with three corners rounded (15 points);
 //! the square corner is the tail, top-left for others' messages, bottom-right for the user's own.
-class IMBubbleView : public QWidget
-{
+class IMBubbleView : public QWidget {
     Q_OBJECT
     Q_PROPERTY(bool positionLeft READ positionLeft WRITE setPositionLeft)
     Q_PROPERTY(QColor bubbleColor READ bubbleColor WRITE setBubbleColor)
@@ -31,5 +30,5 @@ protected:
 
 private:
     bool m_left = false;
-    QColor m_color{0, 122, 255};
+    QColor m_color {0, 122, 255};
 };

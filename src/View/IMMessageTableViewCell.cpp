@@ -36,11 +36,7 @@ const int kMaxShownCharacters = 4000;
 void IMMessageTableViewCellDelegate::IMMessageTableViewCellImageViewDidPressed(IMMessageTableViewCell *) {}
 
 namespace {
-template <typename Ui>
-void setUp(QWidget *content, Ui &ui)
-{
-    ui.setupUi(content);
-}
+template <typename Ui> void setUp(QWidget *content, Ui &ui) { ui.setupUi(content); }
 } // namespace
 
 IMMessageTableViewCell::IMMessageTableViewCell(const QString &reuseIdentifier, QWidget *parent)
@@ -110,10 +106,12 @@ IMLayoutConstraint *IMMessageTableViewCell::photoImageViewHeight() const { retur
 IMTapGestureRecognizer *IMMessageTableViewCell::tapPhotoImageViewGesture()
 {
     if (!m_tap) {
-        m_tap = new IMTapGestureRecognizer([this](IMGestureRecognizer *r) {
-            if (r->state() == IMGestureRecognizer::Ended && m_delegate)
-                m_delegate->IMMessageTableViewCellImageViewDidPressed(this);
-        }, this);
+        m_tap = new IMTapGestureRecognizer(
+            [this](IMGestureRecognizer *r) {
+                if (r->state() == IMGestureRecognizer::Ended && m_delegate)
+                    m_delegate->IMMessageTableViewCellImageViewDidPressed(this);
+            },
+            this);
     }
     return m_tap;
 }
@@ -134,17 +132,19 @@ void IMMessageTableViewCell::setMessage(const IMMessagePtr &message)
     if (photoImageView() && sender && !sender->photo().isEmpty()) {
         m_photoWidth->setConstant(m_photoHeight->constant());
         photoImageView()->setImageWithURL(QUrl(sender->photo()), IMImage::named(QStringLiteral("placeholder")),
-                                          UxImageOptionSetImageWithFadeAnimation);
+            UxImageOptionSetImageWithFadeAnimation);
     } else {
         m_photoWidth->setConstant(0);
     }
     if (titleLabel())
-        titleLabel()->setText(sender ? (!sender->username().isEmpty() ? sender->username() : sender->clientID()) : QString());
+        titleLabel()->setText(
+            sender ? (!sender->username().isEmpty() ? sender->username() : sender->clientID()) : QString());
     if (message->messageType() == kMessageTypeText && m_subTextView) {
         // A row shows the start of a very long text (the message keeps all of it): laying out a
         // megabyte in a bubble would freeze the list.
         const QString text = message->message();
-        m_subTextView->setText(text.size() > kMaxShownCharacters ? text.left(kMaxShownCharacters) + QChar(0x2026) : text);
+        m_subTextView->setText(
+            text.size() > kMaxShownCharacters ? text.left(kMaxShownCharacters) + QChar(0x2026) : text);
     } else if (message->messageType() == kMessageTypeImage && m_pictureImageView) {
         const QImage local = message->temp().value<QImage>();
         if (!local.isNull()) {
@@ -153,18 +153,22 @@ void IMMessageTableViewCell::setMessage(const IMMessagePtr &message)
             m_pictureImageView->setImage(QImage());
             QPointer<IMMessageTableViewCell> self(this);
             // The result lands on whatever the row shows by then, as rows are reused without cancelling.
-            Parlo::shareInstance()->getFileWithName(message->message(), true, [](double) {}, [self](const QByteArray &data) {
-                if (!self)
-                    return;
-                const QImage image = QImage::fromData(data);
-                if (self->m_pictureImageView)
-                    self->m_pictureImageView->setImage(image.isNull() ? IMImage::named(QStringLiteral("placeholder")) : image);
-                self->setCellType(0);
-            }, [self](const IMError &error) {
-                IM_LOG(error.description());
-                if (self)
-                    self->setCellType(2);
-            });
+            Parlo::shareInstance()->getFileWithName(
+                message->message(), true, [](double) {},
+                [self](const QByteArray &data) {
+                    if (!self)
+                        return;
+                    const QImage image = QImage::fromData(data);
+                    if (self->m_pictureImageView)
+                        self->m_pictureImageView->setImage(
+                            image.isNull() ? IMImage::named(QStringLiteral("placeholder")) : image);
+                    self->setCellType(0);
+                },
+                [self](const IMError &error) {
+                    IM_LOG(error.description());
+                    if (self)
+                        self->setCellType(2);
+                });
         }
     }
     setCellType(message->sendingType());
@@ -203,8 +207,9 @@ void IMMessageTableViewCell::applyCellType(quint64 type)
             m_indicator->stopAnimating();
     }
     const QColor background = backgroundForSendingType(type);
-    contentView()->setStyleSheet(background.isValid() ? QStringLiteral("QWidget#contentView { background: %1; }").arg(background.name())
-                                                      : QString());
+    contentView()->setStyleSheet(background.isValid()
+            ? QStringLiteral("QWidget#contentView { background: %1; }").arg(background.name())
+            : QString());
 }
 
 void IMMessageTableViewCell::setRoom(const IMRoomPtr &room)
@@ -296,4 +301,3 @@ int IMMessageTableViewCell::readCount(const IMRoomPtr &room, const IMMessagePtr 
 {
     return room && message ? readCountFor(room->readTime(), message->createdAt(), me) : 0;
 }
-

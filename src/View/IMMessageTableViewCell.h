@@ -26,8 +26,7 @@ extern const QString CellRightImage;
 extern const QString CellLeftImage;
 
 //! Hears from a message row. All optional.
-class IMMessageTableViewCellDelegate
-{
+class IMMessageTableViewCellDelegate {
 public:
     virtual ~IMMessageTableViewCellDelegate();
     //! The row's picture was tapped.
@@ -36,8 +35,7 @@ public:
 
 //! One message of the conversation: avatar and name, the body (text or picture) in a bubble, the
 //! time, a date header, a read marker, and the sending state (spinner, error button, highlight).
-class IMMessageTableViewCell : public IMTableViewCell
-{
+class IMMessageTableViewCell : public IMTableViewCell {
     Q_OBJECT
 public:
     //! A row of kind `reuseIdentifier` (one of the four constants), laid out from its Designer layout.
@@ -64,16 +62,16 @@ public:
     //! Sets the delegate.
     void setDelegate(IMMessageTableViewCellDelegate *delegate);
 
-    IMActivityIndicator *indicator() const;        //!< the spinner while sending
-    UxTextView *subTextView() const;               //!< the text body (null in picture rows)
-    UxImageView *pictureImageView() const;         //!< the picture body (null in text rows)
-    UxLabel *readLabel() const;                    //!< the read marker
-    UxButton *errorButton() const;                 //!< shown when sending failed
-    IMBubbleView *bubbleView() const;              //!< the shape behind the body
-    UxLabel *dateLabel() const;                    //!< the date header
-    IMLayoutConstraint *dateLabelHeight() const;   //!< 21 or 0
-    IMLayoutConstraint *photoImageViewWidth() const;   //!< the avatar's width (0 collapses it)
-    IMLayoutConstraint *photoImageViewHeight() const;  //!< the avatar's height
+    IMActivityIndicator *indicator() const; //!< the spinner while sending
+    UxTextView *subTextView() const; //!< the text body (null in picture rows)
+    UxImageView *pictureImageView() const; //!< the picture body (null in text rows)
+    UxLabel *readLabel() const; //!< the read marker
+    UxButton *errorButton() const; //!< shown when sending failed
+    IMBubbleView *bubbleView() const; //!< the shape behind the body
+    UxLabel *dateLabel() const; //!< the date header
+    IMLayoutConstraint *dateLabelHeight() const; //!< 21 or 0
+    IMLayoutConstraint *photoImageViewWidth() const; //!< the avatar's width (0 collapses it)
+    IMLayoutConstraint *photoImageViewHeight() const; //!< the avatar's height
     //! The tap on the picture (created on first use).
     IMTapGestureRecognizer *tapPhotoImageViewGesture();
 

@@ -22,5 +22,6 @@ void IMRoomInviteTableViewCell::setChecked(bool checked)
 {
     m_checked = checked;
     if (m_checkImageView)
-        m_checkImageView->setImage(IMImage::named(checked ? QStringLiteral("camera") : QStringLiteral("Combined Shape")));
+        m_checkImageView->setImage(
+            IMImage::named(checked ? QStringLiteral("camera") : QStringLiteral("Combined Shape")));
 }

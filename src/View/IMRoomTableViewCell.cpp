@@ -64,10 +64,7 @@ IMRoomPtr IMRoomTableViewCell::room() const { return m_room; }
 UxLabel *IMRoomTableViewCell::subTitleLabel() const { return m_subTitleLabel; }
 UxLabel *IMRoomTableViewCell::badgeLabel() const { return m_badgeLabel; }
 
-bool IMRoomTableViewCell::isRoomHasTwoClient() const
-{
-    return m_room && m_room->client().size() == 2;
-}
+bool IMRoomTableViewCell::isRoomHasTwoClient() const { return m_room && m_room->client().size() == 2; }
 
 QString IMRoomTableViewCell::subtitleForMessage(const QVariantMap &message)
 {
@@ -87,10 +84,7 @@ QString IMRoomTableViewCell::subtitleForMessage(const QVariantMap &message)
     return QStringLiteral("");
 }
 
-QString IMRoomTableViewCell::badgeText(qint32 badge)
-{
-    return QString::number(badge > 99 ? 99 : badge);
-}
+QString IMRoomTableViewCell::badgeText(qint32 badge) { return QString::number(badge > 99 ? 99 : badge); }
 
 QString IMRoomTableViewCell::timeText(const QString &lastMessageTime)
 {
@@ -102,13 +96,11 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
     m_room = room;
     if (!room)
         return;
-    const QString me
-        = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
+    const QString me = IMClient::currentClient() ? IMClient::currentClient()->clientID() : QString();
     if (!isRoomHasTwoClient()) {
         const QString thumbnail = room->thumbnail();
         if (thumbnail.contains(QLatin1String("http"))) {
-            photoImageView()->setImageWithURL(
-                QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
+            photoImageView()->setImageWithURL(QUrl(thumbnail), QImage(), UxImageOptionSetImageWithFadeAnimation);
         } else if (!thumbnail.isEmpty()) {
             // A file on the server: fetched through the kit's cache, shown at a tenth of its size.
             QPointer<UxImageView> photo = photoImageView();
@@ -121,8 +113,8 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
                         QImage image = QImage::fromData(data);
                         QImage small;
                         if (!image.isNull()) {
-                            small = QImage(qMax(1, image.width() / 10),
-                                qMax(1, image.height() / 10), QImage::Format_ARGB32_Premultiplied);
+                            small = QImage(qMax(1, image.width() / 10), qMax(1, image.height() / 10),
+                                QImage::Format_ARGB32_Premultiplied);
                             small.fill(Qt::transparent);
                             QPainter p(&small);
                             p.setRenderHint(QPainter::SmoothPixmapTransform);
@@ -142,19 +134,16 @@ void IMRoomTableViewCell::setRoom(const IMRoomPtr &room)
             IMClientPtr client = IMClient::fromDictionary(entry.toMap());
             if (!client || client->clientID() == me)
                 continue;
-            photoImageView()->setImageWithURL(QUrl(client->photo()),
-                IMImage::named(QStringLiteral("placeholder")),
+            photoImageView()->setImageWithURL(QUrl(client->photo()), IMImage::named(QStringLiteral("placeholder")),
                 UxImageOptionSetImageWithFadeAnimation);
-            titleLabel()->setText(
-                !client->username().isEmpty() ? client->username() : client->clientID());
+            titleLabel()->setText(!client->username().isEmpty() ? client->username() : client->clientID());
             if (titleLabel()->text().isEmpty())
                 titleLabel()->setText(room->name());
             break;
         }
     }
     const QVariantList messages = room->message();
-    m_subTitleLabel->setText(
-        messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
+    m_subTitleLabel->setText(messages.isEmpty() ? QStringLiteral("") : subtitleForMessage(messages.first().toMap()));
     m_badgeLabel->setText(badgeText(room->badge()));
     m_badgeLabel->setVisible(room->badge() != 0);
     timeLabel()->setText(timeText(room->lastMessageTime()));

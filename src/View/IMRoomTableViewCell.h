@@ -8,8 +8,7 @@
 class UxLabel;
 
 //! A row of the room list: photo, title, last-message line, unread badge and time of one room.
-class IMRoomTableViewCell : public IMTableViewCell
-{
+class IMRoomTableViewCell : public IMTableViewCell {
     Q_OBJECT
 public:
     //! A row of kind `reuseIdentifier`, laid out from its Designer layout.

@@ -3,7 +3,9 @@
 #include <QPainter>
 #include <QTimerEvent>
 
-IMActivityIndicator::IMActivityIndicator(QWidget *parent) : QWidget(parent), m_color(142, 142, 147)
+IMActivityIndicator::IMActivityIndicator(QWidget *parent)
+    : QWidget(parent)
+    , m_color(142, 142, 147)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
     hide();

@@ -3,8 +3,7 @@
 #include <QWidget>
 
 //! A small spinning activity indicator, hidden while stopped.
-class IMActivityIndicator : public QWidget
-{
+class IMActivityIndicator : public QWidget {
     Q_OBJECT
 public:
     //! A stopped, hidden indicator.
@@ -18,9 +17,11 @@ public:
     //! The colour of the spokes.
     void setColor(const QColor &color);
     QSize sizeHint() const override;
+
 protected:
     void paintEvent(QPaintEvent *event) override;
     void timerEvent(QTimerEvent *event) override;
+
 private:
     int m_timer = 0;
     int m_step = 0;

@@ -14,8 +14,7 @@ namespace {
 bool g_enabled = true;
 
 // The block being run by IMAnimate: animatable setters called inside it add their animation here.
-struct Context
-{
+struct Context {
     int durationMs = 0;
     QParallelAnimationGroup *group = nullptr;
 };
@@ -57,7 +56,7 @@ void IMAnimate(double duration, const std::function<void()> &changes, const std:
         context.group = new QParallelAnimationGroup(QCoreApplication::instance());
         g_context = &context;
     } else {
-        g_context = nullptr;  // changes inside a non-animated block apply at once, even when nested
+        g_context = nullptr; // changes inside a non-animated block apply at once, even when nested
     }
     if (changes)
         changes();
@@ -116,15 +115,9 @@ bool IMAnimateProperty(QObject *target, const QByteArray &property, const QVaria
     return true;
 }
 
-bool IMAnimationsEnabled()
-{
-    return g_enabled;
-}
+bool IMAnimationsEnabled() { return g_enabled; }
 
-void IMSetAnimationsEnabled(bool enabled)
-{
-    g_enabled = enabled;
-}
+void IMSetAnimationsEnabled(bool enabled) { g_enabled = enabled; }
 
 qreal IMViewAlpha(const QWidget *view)
 {

@@ -11,8 +11,8 @@ class QWidget;
 //! `completion(finished)` is always called exactly once, on the main thread, asynchronously (posted),
 //! after the last animation ended (`finished` false when one was stopped early). With animations
 //! disabled or a duration of 0, every value is set at once and `completion(true)` is still posted.
-void IMAnimate(double duration, const std::function<void()> &changes,
-               const std::function<void(bool finished)> &completion = {});
+void IMAnimate(
+    double duration, const std::function<void()> &changes, const std::function<void(bool finished)> &completion = {});
 
 //! Inside an `IMAnimate` block: animates `property` of `target` from `from` to `to` and returns true
 //! (the animation then writes the property through its setter, step by step). Outside a block, or with

@@ -21,16 +21,24 @@ QIcon tinted(const QImage &image, const QColor &color)
 } // namespace
 
 IMBarButtonItem::IMBarButtonItem(const QString &title, Style style, const Action &action, QObject *parent)
-    : QObject(parent), m_title(title), m_style(style), m_action(action)
+    : QObject(parent)
+    , m_title(title)
+    , m_style(style)
+    , m_action(action)
 {
 }
 
 IMBarButtonItem::IMBarButtonItem(const QImage &image, Style style, const Action &action, QObject *parent)
-    : QObject(parent), m_image(image), m_style(style), m_action(action)
+    : QObject(parent)
+    , m_image(image)
+    , m_style(style)
+    , m_action(action)
 {
 }
 
-IMBarButtonItem::IMBarButtonItem(QWidget *customView, QObject *parent) : QObject(parent), m_customView(customView)
+IMBarButtonItem::IMBarButtonItem(QWidget *customView, QObject *parent)
+    : QObject(parent)
+    , m_customView(customView)
 {
 }
 
@@ -67,10 +75,7 @@ void IMBarButtonItem::setStyle(Style style)
     emit changed();
 }
 
-void IMBarButtonItem::setAction(const Action &action)
-{
-    m_action = action;
-}
+void IMBarButtonItem::setAction(const Action &action) { m_action = action; }
 
 void IMBarButtonItem::setTintColor(const QColor &color)
 {
@@ -112,11 +117,12 @@ QWidget *IMBarButtonItem::view()
             f.setPointSizeF(12.5);
             f.setBold(m_style == Done);
             b->setFont(f);
-            b->setStyleSheet(QStringLiteral("QToolButton { border: none; padding: 4px 6px; color: %1; background: transparent; }"
-                                            "QToolButton:pressed { color: %2; }"
-                                            "QToolButton:disabled { color: rgba(128,128,128,0.6); }")
-                                 .arg(tint.isValid() ? tint.name(QColor::HexArgb) : QStringLiteral("#007aff"),
-                                      (tint.isValid() ? tint : QColor(0, 122, 255)).lighter(150).name()));
+            b->setStyleSheet(
+                QStringLiteral("QToolButton { border: none; padding: 4px 6px; color: %1; background: transparent; }"
+                               "QToolButton:pressed { color: %2; }"
+                               "QToolButton:disabled { color: rgba(128,128,128,0.6); }")
+                    .arg(tint.isValid() ? tint.name(QColor::HexArgb) : QStringLiteral("#007aff"),
+                        (tint.isValid() ? tint : QColor(0, 122, 255)).lighter(150).name()));
         };
         connect(this, &IMBarButtonItem::changed, button, apply);
         m_apply = apply;

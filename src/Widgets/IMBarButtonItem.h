@@ -9,8 +9,7 @@
 
 //! A button of a navigation bar: a title or an image, or a custom view, with a target action.
 //! Hosts may hang extra state on it as dynamic properties (the badge does).
-class IMBarButtonItem : public QObject
-{
+class IMBarButtonItem : public QObject {
     Q_OBJECT
 public:
     //! Plain or bold (done) title.

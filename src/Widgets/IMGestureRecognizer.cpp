@@ -8,8 +8,8 @@
 namespace {
 const char *kRecognizersKey = "_imGestureRecognizers";
 const char *kTouchForRecognizersKey = "_imTouchForRecognizers";
-const qreal kTapSlop = 10;   // points a tap or long press may wander
-const qreal kPanStart = 6;   // points a pan must move before it begins
+const qreal kTapSlop = 10; // points a tap or long press may wander
+const qreal kPanStart = 6; // points a pan must move before it begins
 
 QList<IMGestureRecognizer *> attached(const QWidget *view)
 {
@@ -33,8 +33,7 @@ void store(QWidget *view, const QList<IMGestureRecognizer *> &list)
 // Touches on a view's descendants belong to the view's recognisers too, as on a phone: one filter on
 // the application offers each mouse or touch event to the recognisers of the receiver and of its
 // ancestors, nearest first.
-class IMGestureDispatcher : public QObject
-{
+class IMGestureDispatcher : public QObject {
 public:
     static void ensure()
     {
@@ -87,7 +86,8 @@ public:
         }
         // A view that takes touches only for its recognisers takes the whole touch sequence here:
         // left to the widget, the touch would be ignored and its updates never delivered.
-        if (event->type() != QEvent::MouseButtonPress && event->type() != QEvent::MouseMove && event->type() != QEvent::MouseButtonRelease) {
+        if (event->type() != QEvent::MouseButtonPress && event->type() != QEvent::MouseMove
+            && event->type() != QEvent::MouseButtonRelease) {
             if (widget->property(kTouchForRecognizersKey).toBool()) {
                 event->accept();
                 return true;
@@ -102,15 +102,14 @@ private:
     QEvent::Type m_lastType = QEvent::None;
 };
 
-IMGestureRecognizer::IMGestureRecognizer(const Action &action, QObject *parent) : QObject(parent), m_action(action)
+IMGestureRecognizer::IMGestureRecognizer(const Action &action, QObject *parent)
+    : QObject(parent)
+    , m_action(action)
 {
     IMGestureDispatcher::ensure();
 }
 
-IMGestureRecognizer::~IMGestureRecognizer()
-{
-    removeFromView();
-}
+IMGestureRecognizer::~IMGestureRecognizer() { removeFromView(); }
 
 void IMGestureRecognizer::setAction(const Action &action) { m_action = action; }
 
@@ -182,10 +181,7 @@ void IMGestureRecognizer::setState(State state)
 
 void IMGestureRecognizer::setLocation(const QPointF &pos) { m_location = pos; }
 
-bool IMGestureRecognizer::eventFilter(QObject *watched, QEvent *event)
-{
-    return QObject::eventFilter(watched, event);
-}
+bool IMGestureRecognizer::eventFilter(QObject *watched, QEvent *event) { return QObject::eventFilter(watched, event); }
 
 bool IMGestureRecognizer::handleEvent(QEvent *event, const QPointF &pos)
 {
@@ -209,8 +205,10 @@ bool IMGestureRecognizer::handleEvent(QEvent *event, const QPointF &pos)
     case QEvent::TouchUpdate:
     case QEvent::TouchEnd:
     case QEvent::TouchCancel: {
-        const int phase = event->type() == QEvent::TouchBegin ? 0 : event->type() == QEvent::TouchUpdate ? 1
-                        : event->type() == QEvent::TouchEnd ? 2 : 3;
+        const int phase = event->type() == QEvent::TouchBegin ? 0
+            : event->type() == QEvent::TouchUpdate            ? 1
+            : event->type() == QEvent::TouchEnd               ? 2
+                                                              : 3;
         setLocation(pos);
         return handlePointer(phase, pos);
     }
@@ -219,7 +217,10 @@ bool IMGestureRecognizer::handleEvent(QEvent *event, const QPointF &pos)
     }
 }
 
-IMTapGestureRecognizer::IMTapGestureRecognizer(const Action &action, QObject *parent) : IMGestureRecognizer(action, parent) {}
+IMTapGestureRecognizer::IMTapGestureRecognizer(const Action &action, QObject *parent)
+    : IMGestureRecognizer(action, parent)
+{
+}
 
 bool IMTapGestureRecognizer::handlePointer(int phase, const QPointF &pos)
 {
@@ -228,7 +229,7 @@ bool IMTapGestureRecognizer::handlePointer(int phase, const QPointF &pos)
         m_start = pos;
         m_tracking = true;
         setState(Possible);
-        return false;  // the view still sees the press (buttons under a tap keep working)
+        return false; // the view still sees the press (buttons under a tap keep working)
     case 1:
         if (m_tracking && QLineF(m_start, pos).length() > kTapSlop)
             m_tracking = false;
@@ -252,7 +253,10 @@ IMLongPressGestureRecognizer::IMLongPressGestureRecognizer(const Action &action,
 }
 
 double IMLongPressGestureRecognizer::minimumPressDuration() const { return m_minimumPressDuration; }
-void IMLongPressGestureRecognizer::setMinimumPressDuration(double seconds) { m_minimumPressDuration = qMax(0.0, seconds); }
+void IMLongPressGestureRecognizer::setMinimumPressDuration(double seconds)
+{
+    m_minimumPressDuration = qMax(0.0, seconds);
+}
 
 bool IMLongPressGestureRecognizer::handlePointer(int phase, const QPointF &pos)
 {
@@ -273,7 +277,7 @@ bool IMLongPressGestureRecognizer::handlePointer(int phase, const QPointF &pos)
             return true;
         }
         if (m_timer && QLineF(m_start, pos).length() > kTapSlop)
-            stopTimer();  // moved too far: not a long press
+            stopTimer(); // moved too far: not a long press
         return false;
     case 2:
         stopTimer();
@@ -302,12 +306,12 @@ void IMLongPressGestureRecognizer::timerEvent(QTimerEvent *event)
     setState(Began);
 }
 
-IMPanGestureRecognizer::IMPanGestureRecognizer(const Action &action, QObject *parent) : IMGestureRecognizer(action, parent) {}
-
-QPointF IMPanGestureRecognizer::translationInView(const QWidget *) const
+IMPanGestureRecognizer::IMPanGestureRecognizer(const Action &action, QObject *parent)
+    : IMGestureRecognizer(action, parent)
 {
-    return locationInView() - m_start;
 }
+
+QPointF IMPanGestureRecognizer::translationInView(const QWidget *) const { return locationInView() - m_start; }
 
 bool IMPanGestureRecognizer::handlePointer(int phase, const QPointF &pos)
 {

@@ -9,8 +9,7 @@
 
 //! A gesture recogniser over mouse and touch events of one view (an event filter). Recognisers
 //! of the same kind on one view never stack: adding one twice keeps one.
-class IMGestureRecognizer : public QObject
-{
+class IMGestureRecognizer : public QObject {
     Q_OBJECT
 public:
     //! Where the gesture is.
@@ -67,14 +66,15 @@ private:
 };
 
 //! Recognises a tap: press and release within a small distance. Reports Ended once per tap.
-class IMTapGestureRecognizer : public IMGestureRecognizer
-{
+class IMTapGestureRecognizer : public IMGestureRecognizer {
     Q_OBJECT
 public:
     //! A tap recogniser calling `action`.
     explicit IMTapGestureRecognizer(const Action &action = {}, QObject *parent = nullptr);
+
 protected:
     bool handlePointer(int phase, const QPointF &pos) override;
+
 private:
     QPointF m_start;
     bool m_tracking = false;
@@ -82,8 +82,7 @@ private:
 
 //! Recognises a press held for `minimumPressDuration` seconds without moving far: Began when the
 //! time is up, Changed on moves, Ended on release.
-class IMLongPressGestureRecognizer : public IMGestureRecognizer
-{
+class IMLongPressGestureRecognizer : public IMGestureRecognizer {
     Q_OBJECT
 public:
     //! A long-press recogniser calling `action`.
@@ -92,9 +91,11 @@ public:
     double minimumPressDuration() const;
     //! Sets the seconds the press must last.
     void setMinimumPressDuration(double seconds);
+
 protected:
     bool handlePointer(int phase, const QPointF &pos) override;
     void timerEvent(QTimerEvent *event) override;
+
 private:
     double m_minimumPressDuration = 0.5;
     int m_timer = 0;
@@ -103,16 +104,17 @@ private:
 
 //! Recognises a drag: Began once the pointer moved a few points while pressed, Changed on each
 //! move, Ended on release.
-class IMPanGestureRecognizer : public IMGestureRecognizer
-{
+class IMPanGestureRecognizer : public IMGestureRecognizer {
     Q_OBJECT
 public:
     //! A pan recogniser calling `action`.
     explicit IMPanGestureRecognizer(const Action &action = {}, QObject *parent = nullptr);
     //! The movement since the gesture began, in `view`'s coordinates (its own view's when null).
     QPointF translationInView(const QWidget *view = nullptr) const;
+
 protected:
     bool handlePointer(int phase, const QPointF &pos) override;
+
 private:
     QPointF m_start;
     bool m_pressed = false;

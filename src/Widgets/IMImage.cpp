@@ -6,7 +6,7 @@
 #include <QPainterPath>
 
 namespace {
-const qreal kScale = 2.0;  // painted at 2x so they stay crisp on dense screens
+const qreal kScale = 2.0; // painted at 2x so they stay crisp on dense screens
 
 QImage canvas(int w, int h)
 {

@@ -4,8 +4,7 @@
 #include <QString>
 
 //! Named image assets: "expand_arrow", "placeholder", "camera", "Combined Shape".
-class IMImage
-{
+class IMImage {
 public:
     //! The host's resource ":/ParloSDK/images/NAME.png" when present, else the kit's own default;
     //! a null image for an unknown name.

@@ -10,7 +10,10 @@ const QString kIMImagePickerControllerOriginalImage = QStringLiteral("UIImagePic
 IMImagePickerControllerDelegate::~IMImagePickerControllerDelegate() = default;
 void IMImagePickerControllerDelegate::imagePickerControllerDidCancel(IMImagePickerController *) {}
 
-IMImagePickerController::IMImagePickerController(QObject *parent) : QObject(parent) {}
+IMImagePickerController::IMImagePickerController(QObject *parent)
+    : QObject(parent)
+{
+}
 
 IMImagePickerController::SourceType IMImagePickerController::sourceType() const { return m_source; }
 void IMImagePickerController::setSourceType(SourceType type) { m_source = type; }

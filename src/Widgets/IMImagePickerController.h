@@ -11,8 +11,7 @@ class QWidget;
 extern const QString kIMImagePickerControllerOriginalImage;
 
 //! Hears the picker's result.
-class IMImagePickerControllerDelegate
-{
+class IMImagePickerControllerDelegate {
 public:
     virtual ~IMImagePickerControllerDelegate();
     //! A picture was picked; `info` holds it under kIMImagePickerControllerOriginalImage.
@@ -23,8 +22,7 @@ public:
 
 //! Picks one picture through the platform's picker (IMPlatform::pickImage), from the camera or the
 //! photo library, and hands it to its delegate on the main thread.
-class IMImagePickerController : public QObject
-{
+class IMImagePickerController : public QObject {
     Q_OBJECT
 public:
     //! Where the picture comes from (the platform's source numbers).

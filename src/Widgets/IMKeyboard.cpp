@@ -18,8 +18,8 @@ void IMKeyboard::install()
     QInputMethod *im = QGuiApplication::inputMethod();
     QObject::connect(im, &QInputMethod::keyboardRectangleChanged, im, [im] {
         // The platform reports the new rectangle once it moved; phones animate over a quarter second.
-        const QVariantMap info{{QStringLiteral("frameEnd"), im->keyboardRectangle().toRect()},
-                               {QStringLiteral("duration"), 0.25}};
+        const QVariantMap info {
+            {QStringLiteral("frameEnd"), im->keyboardRectangle().toRect()}, {QStringLiteral("duration"), 0.25}};
         IMNotificationCenter::defaultCenter()->post(kIMKeyboardWillChangeFrameNotification, {}, info);
         IMNotificationCenter::defaultCenter()->post(kIMKeyboardDidChangeFrameNotification, {}, info);
     });

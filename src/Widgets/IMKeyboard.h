@@ -10,8 +10,7 @@ extern const QString kIMKeyboardDidChangeFrameNotification;
 
 //! Bridges the platform's on-screen keyboard to the notifications above: it follows
 //! `QInputMethod::keyboardRectangleChanged` (desktops have no on-screen keyboard and never post).
-class IMKeyboard
-{
+class IMKeyboard {
 public:
     //! Starts the bridge once for the process (the screens call it; later calls do nothing).
     static void install();

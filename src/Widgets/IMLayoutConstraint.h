@@ -9,8 +9,7 @@ class QBoxLayout;
 //! One number of a screen's layout (a distance, a width, a height) that the screen's code changes
 //! and animates. The layout reads it through the bindings below, so tests read the documented
 //! numbers straight from the constraint.
-class IMLayoutConstraint : public QObject
-{
+class IMLayoutConstraint : public QObject {
     Q_OBJECT
     Q_PROPERTY(qreal constant READ constant WRITE setConstant)
     Q_PROPERTY(qreal presentedConstant READ presentedConstant WRITE setPresentedConstant NOTIFY constantChanged)

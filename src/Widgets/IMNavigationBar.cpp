@@ -34,8 +34,9 @@ QIcon chevron(const QColor &color)
 }
 } // namespace
 
-
-IMNavigationBar::IMNavigationBar(QWidget *parent) : QWidget(parent), m_tint(kDefaultTint)
+IMNavigationBar::IMNavigationBar(QWidget *parent)
+    : QWidget(parent)
+    , m_tint(kDefaultTint)
 {
     setObjectName(QStringLiteral("IMNavigationBar"));
     setAttribute(Qt::WA_StyledBackground, false);
@@ -90,10 +91,7 @@ void IMNavigationBar::setItems(IMNavigationItem *item, IMNavigationItem *backIte
     rebuild();
 }
 
-QSize IMNavigationBar::sizeHint() const
-{
-    return QSize(320, kBarHeight);
-}
+QSize IMNavigationBar::sizeHint() const { return QSize(320, kBarHeight); }
 
 // Shows the widgets of the current item: back button and left item at the left, right item at the
 // right, the title (or title view) centred over the whole bar when it fits between them.
@@ -121,8 +119,9 @@ void IMNavigationBar::rebuild()
         const QString text = copy ? copy->title() : m_backItem->title();
         back->setText(text);
         back->setToolButtonStyle(text.isEmpty() ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon);
-        back->setStyleSheet(QStringLiteral("QToolButton { border: none; padding: 2px 4px; color: %1; background: transparent; }")
-                                .arg(m_tint.name()));
+        back->setStyleSheet(
+            QStringLiteral("QToolButton { border: none; padding: 2px 4px; color: %1; background: transparent; }")
+                .arg(m_tint.name()));
         connect(back, &QToolButton::clicked, this, &IMNavigationBar::backRequested);
         m_backButton = back;
         left << back;

@@ -9,8 +9,7 @@ class QLabel;
 
 //! The bar over a navigation stack: back button, left item, title (or title view), right item,
 //! on a background of `barTintColor`, with buttons and the default title in `tintColor`.
-class IMNavigationBar : public QWidget
-{
+class IMNavigationBar : public QWidget {
     Q_OBJECT
 public:
     //! Bar styles: 0 default (light), 1 black.

@@ -2,7 +2,10 @@
 
 #include "IMBarButtonItem.h"
 
-IMNavigationItem::IMNavigationItem(QObject *parent) : QObject(parent) {}
+IMNavigationItem::IMNavigationItem(QObject *parent)
+    : QObject(parent)
+{
+}
 
 IMNavigationItem::~IMNavigationItem()
 {

@@ -8,8 +8,7 @@ class IMBarButtonItem;
 
 //! What the navigation bar shows for one screen: title or title view, left and right items, and the
 //! back item the next screen's back button copies.
-class IMNavigationItem : public QObject
-{
+class IMNavigationItem : public QObject {
     Q_OBJECT
 public:
     //! An empty item.

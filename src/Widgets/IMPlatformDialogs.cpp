@@ -39,7 +39,8 @@ void shareDialog(const QVariantList &items, QObject *window)
         if (item.canConvert<QImage>() && item.userType() == QMetaType::QImage) {
             image = item.value<QImage>();
             auto *preview = new QLabel(dialog);
-            preview->setPixmap(QPixmap::fromImage(image.scaled(240, 240, Qt::KeepAspectRatio, Qt::SmoothTransformation)));
+            preview->setPixmap(
+                QPixmap::fromImage(image.scaled(240, 240, Qt::KeepAspectRatio, Qt::SmoothTransformation)));
             preview->setAlignment(Qt::AlignCenter);
             layout->addWidget(preview);
         } else {
@@ -78,13 +79,13 @@ void pickDialog(int, QObject *window, const std::function<void(const QImage &)> 
     for (const QByteArray &format : QImageReader::supportedImageFormats())
         patterns << QStringLiteral("*.") + QString::fromLatin1(format);
     auto *dialog = new QFileDialog(parentFor(window), QObject::tr("相片圖庫"),
-                                   QStandardPaths::writableLocation(QStandardPaths::PicturesLocation),
-                                   QObject::tr("Pictures (%1)").arg(patterns.join(QLatin1Char(' '))));
+        QStandardPaths::writableLocation(QStandardPaths::PicturesLocation),
+        QObject::tr("Pictures (%1)").arg(patterns.join(QLatin1Char(' '))));
     dialog->setObjectName(QStringLiteral("IMImagePicker"));
     dialog->setFileMode(QFileDialog::ExistingFile);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     auto answered = std::make_shared<bool>(false);
-    auto decoding = std::make_shared<bool>(false);  // the dialog closes before the picture is decoded
+    auto decoding = std::make_shared<bool>(false); // the dialog closes before the picture is decoded
     auto finish = [done, answered](const QImage &image) {
         if (*answered)
             return;

@@ -23,7 +23,10 @@ std::map<QString, std::unique_ptr<IMStoryboard>> &boards()
 }
 } // namespace
 
-IMStoryboard::IMStoryboard(const QString &name) : m_name(name) {}
+IMStoryboard::IMStoryboard(const QString &name)
+    : m_name(name)
+{
+}
 
 IMStoryboard *IMStoryboard::storyboardWithName(const QString &name)
 {
@@ -32,7 +35,7 @@ IMStoryboard *IMStoryboard::storyboardWithName(const QString &name)
         return nullptr;
     std::unique_ptr<IMStoryboard> &board = boards()[name];
     if (!board)
-        board.reset(new IMStoryboard(name));  // lives for the process, like the registry
+        board.reset(new IMStoryboard(name)); // lives for the process, like the registry
     return board.get();
 }
 

@@ -7,8 +7,7 @@ class IMUIViewController;
 
 //! A named set of screen factories, as a storyboard is: the kit fills "IMMain" with its screens (each
 //! under its class name, its layout a compiled Designer file) and a host may replace any of them.
-class IMStoryboard
-{
+class IMStoryboard {
 public:
     using Factory = std::function<IMUIViewController *()>;
 
@@ -34,9 +33,9 @@ private:
 
 //! Registers `Class` (default-constructible) under its class name in storyboard "IMMain" when the
 //! library loads: `IM_STORYBOARD_SCREEN(IMRoomViewController)` in the class's .cpp file.
-#define IM_STORYBOARD_SCREEN(Class) \
-    static const bool Class##_storyboardRegistered = [] { \
-        IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral(#Class), \
-                                             [] { return static_cast<IMUIViewController *>(new Class); }); \
-        return true; \
+#define IM_STORYBOARD_SCREEN(Class)                                                                                    \
+    static const bool Class##_storyboardRegistered = [] {                                                              \
+        IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral(#Class),                         \
+            [] { return static_cast<IMUIViewController *>(new Class); });                                              \
+        return true;                                                                                                   \
     }()

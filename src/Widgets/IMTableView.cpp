@@ -1,14 +1,14 @@
 #include "IMTableView.h"
 
 #include <QContextMenuEvent>
-#include <QLayout>
-#include <QResizeEvent>
 #include <QHash>
+#include <QLayout>
 #include <QMap>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPointer>
+#include <QResizeEvent>
 #include <QScrollBar>
 #include <QTimer>
 #include <QTouchEvent>
@@ -17,8 +17,8 @@
 #include "IMAnimation.h"
 #include "IMLog.h"
 #include "IMTableViewCell.h"
-#include "IMTableView_p.h"
 #include "IMTableViewRowAction.h"
+#include "IMTableView_p.h"
 
 IMTableViewDataSource::~IMTableViewDataSource() = default;
 int IMTableViewDataSource::numberOfSectionsInTableView(IMTableView *) { return 1; }
@@ -33,11 +33,15 @@ qreal IMTableViewDelegate::estimatedHeightForRowAtIndexPath(IMTableView *t, cons
 void IMTableViewDelegate::willDisplayCell(IMTableView *, IMTableViewCell *, const IMIndexPath &) {}
 void IMTableViewDelegate::didEndDisplayingCell(IMTableView *, IMTableViewCell *, const IMIndexPath &) {}
 void IMTableViewDelegate::didSelectRowAtIndexPath(IMTableView *, const IMIndexPath &) {}
-QList<IMTableViewRowAction *> IMTableViewDelegate::editActionsForRowAtIndexPath(IMTableView *, const IMIndexPath &) { return {}; }
+QList<IMTableViewRowAction *> IMTableViewDelegate::editActionsForRowAtIndexPath(IMTableView *, const IMIndexPath &)
+{
+    return {};
+}
 void IMTableViewDelegate::scrollViewDidScroll(IMTableView *) {}
 
-
-IMTableView::IMTableView(QWidget *parent) : QAbstractScrollArea(parent), d(new Private)
+IMTableView::IMTableView(QWidget *parent)
+    : QAbstractScrollArea(parent)
+    , d(new Private)
 {
     d->q = this;
     setFrameShape(QFrame::NoFrame);
@@ -47,7 +51,8 @@ IMTableView::IMTableView(QWidget *parent) : QAbstractScrollArea(parent), d(new P
     verticalScrollBar()->setStyleSheet(QStringLiteral(
         "QScrollBar:vertical { width: 6px; background: transparent; margin: 2px; }"
         "QScrollBar::handle:vertical { background: rgba(0,0,0,0.25); border-radius: 3px; min-height: 24px; }"
-        "QScrollBar::add-line, QScrollBar::sub-line { height: 0; } QScrollBar::add-page, QScrollBar::sub-page { background: none; }"));
+        "QScrollBar::add-line, QScrollBar::sub-line { height: 0; } QScrollBar::add-page, QScrollBar::sub-page { "
+        "background: none; }"));
     setViewportMargins(0, 0, 0, 0);
     viewport()->setAttribute(Qt::WA_AcceptTouchEvents, true);
     viewport()->setAutoFillBackground(true);
@@ -75,10 +80,7 @@ void IMTableView::setDataSource(IMTableViewDataSource *dataSource)
     reloadData();
 }
 
-void IMTableView::setDelegate(IMTableViewDelegate *delegate)
-{
-    d->delegate = delegate;
-}
+void IMTableView::setDelegate(IMTableViewDelegate *delegate) { d->delegate = delegate; }
 
 void IMTableView::registerCell(const QString &identifier, const CellFactory &factory)
 {
@@ -115,10 +117,13 @@ IMTableViewCell *IMTableView::dequeueReusableCellWithIdentifier(const QString &i
 qreal IMTableView::rowHeight() const { return d->rowHeight; }
 void IMTableView::setRowHeight(qreal height) { d->rowHeight = d->sanitize(height); }
 qreal IMTableView::estimatedRowHeight() const { return d->estimatedRowHeight; }
-void IMTableView::setEstimatedRowHeight(qreal height) { d->estimatedRowHeight = std::isfinite(height) ? qMax<qreal>(0, height) : 0; }
+void IMTableView::setEstimatedRowHeight(qreal height)
+{
+    d->estimatedRowHeight = std::isfinite(height) ? qMax<qreal>(0, height) : 0;
+}
 
-qreal IMTableView::heightForCellWithIdentifier(const QString &identifier, const QString &cacheKey,
-                                               const std::function<void(IMTableViewCell *)> &configure)
+qreal IMTableView::heightForCellWithIdentifier(
+    const QString &identifier, const QString &cacheKey, const std::function<void(IMTableViewCell *)> &configure)
 {
     auto cached = d->heightCache.constFind(cacheKey);
     if (cached != d->heightCache.constEnd())
@@ -128,7 +133,8 @@ qreal IMTableView::heightForCellWithIdentifier(const QString &identifier, const 
         const CellFactory factory = d->factories.value(identifier);
         cell = factory ? factory() : nullptr;
         if (!cell) {
-            IM_LOG(QStringLiteral("no row registered for identifier \"%1\"; height %2").arg(identifier).arg(d->rowHeight));
+            IM_LOG(
+                QStringLiteral("no row registered for identifier \"%1\"; height %2").arg(identifier).arg(d->rowHeight));
             return d->rowHeight;
         }
         // The template is never shown: it only measures.
@@ -162,7 +168,8 @@ qreal IMTableView::heightForCellWithIdentifier(const QString &identifier, const 
     };
     forget(cell->contentView()->layout());
     forget(cell->layout());
-    const qreal h = d->sanitize(cell->heightForWidth(width) >= 0 ? cell->heightForWidth(width) : cell->sizeHint().height());
+    const qreal h
+        = d->sanitize(cell->heightForWidth(width) >= 0 ? cell->heightForWidth(width) : cell->sizeHint().height());
     d->heightCache.insert(cacheKey, h);
     return h;
 }
@@ -208,7 +215,10 @@ void IMTableView::insertRowsAtIndexPaths(const QList<IMIndexPath> &indexPaths, R
     for (int s = 0; s < sections; ++s)
         newTotal += qMax(0, d->dataSource->numberOfRowsInSection(this, s));
     if (newTotal != oldTotal + sorted.size()) {
-        IM_LOG(QStringLiteral("inserted %1 row(s) but the data source went from %2 to %3; reloading").arg(sorted.size()).arg(oldTotal).arg(newTotal));
+        IM_LOG(QStringLiteral("inserted %1 row(s) but the data source went from %2 to %3; reloading")
+                   .arg(sorted.size())
+                   .arg(oldTotal)
+                   .arg(newTotal));
         reloadData();
         return;
     }
@@ -228,7 +238,8 @@ void IMTableView::insertRowsAtIndexPaths(const QList<IMIndexPath> &indexPaths, R
         const bool valid = p.isValid() && p.section < sections && p.row < newCounts[p.section];
         const int g = valid ? newStarts[p.section] + p.row : -1;
         if (g < 0) {
-            IM_LOG(QStringLiteral("insert at row %1 of section %2 is out of range; reloading").arg(p.row).arg(p.section));
+            IM_LOG(
+                QStringLiteral("insert at row %1 of section %2 is out of range; reloading").arg(p.row).arg(p.section));
             d->sectionStarts = oldStarts;
             reloadData();
             return;
@@ -328,11 +339,13 @@ void IMTableView::deleteRowsAtIndexPaths(const QList<IMIndexPath> &indexPaths, R
             sum += qMax(0, d->dataSource->numberOfRowsInSection(this, s));
         }
         if (sum != d->total()) {
-            IM_LOG(QStringLiteral("after deleting rows the data source has %1 rows, the table %2; reloading").arg(sum).arg(d->total()));
+            IM_LOG(QStringLiteral("after deleting rows the data source has %1 rows, the table %2; reloading")
+                       .arg(sum)
+                       .arg(d->total()));
             reloadData();
             return;
         }
-        d->sectionStarts = starts.isEmpty() ? QVector<int>{0} : starts;
+        d->sectionStarts = starts.isEmpty() ? QVector<int> {0} : starts;
     }
     updateScrollRange();
     layoutRows();
@@ -398,9 +411,15 @@ void IMTableView::scrollToRowAtIndexPath(const IMIndexPath &indexPath, ScrollPos
         const qreal view = viewport()->height();
         const qreal now = contentOffset().y();
         switch (position) {
-        case ScrollPositionTop: target = top; break;
-        case ScrollPositionMiddle: target = top + h / 2 - view / 2; break;
-        case ScrollPositionBottom: target = top + h - view; break;
+        case ScrollPositionTop:
+            target = top;
+            break;
+        case ScrollPositionMiddle:
+            target = top + h / 2 - view / 2;
+            break;
+        case ScrollPositionBottom:
+            target = top + h - view;
+            break;
         case ScrollPositionNone:
             target = top < now ? top : (top + h > now + view ? top + h - view : now);
             break;
@@ -413,10 +432,7 @@ void IMTableView::scrollToRowAtIndexPath(const IMIndexPath &indexPath, ScrollPos
         setContentOffset(QPointF(0, target), true);
 }
 
-QPointF IMTableView::contentOffset() const
-{
-    return QPointF(0, verticalScrollBar()->value());
-}
+QPointF IMTableView::contentOffset() const { return QPointF(0, verticalScrollBar()->value()); }
 
 void IMTableView::setContentOffset(const QPointF &offset, bool animated)
 {
@@ -434,10 +450,7 @@ void IMTableView::setContentOffset(const QPointF &offset, bool animated)
     layoutIfNeeded();
 }
 
-QSizeF IMTableView::contentSize() const
-{
-    return QSizeF(viewport()->width(), d->contentHeight());
-}
+QSizeF IMTableView::contentSize() const { return QSizeF(viewport()->width(), d->contentHeight()); }
 
 void IMTableView::layoutIfNeeded()
 {
@@ -520,10 +533,7 @@ void IMTableView::scrollContentsBy(int, int)
     emit didScroll();
 }
 
-void IMTableView::paintEvent(QPaintEvent *event)
-{
-    QAbstractScrollArea::paintEvent(event);
-}
+void IMTableView::paintEvent(QPaintEvent *event) { QAbstractScrollArea::paintEvent(event); }
 
 void IMTableView::scheduleLayout()
 {
@@ -632,7 +642,7 @@ void IMTableView::layoutRows(const QSet<int> &fresh, RowAnimation animation)
         if (d->delegate)
             d->delegate->willDisplayCell(this, cell, d->indexPath(g));
         if (!d->visible.contains(g) || d->visible.value(g) != cell)
-            continue;  // the delegate changed the table under us
+            continue; // the delegate changed the table under us
         cell->show();
         if (fresh.contains(g) && animation != RowAnimationNone && IMAnimationsEnabled()) {
             const QRect final = cell->geometry();
@@ -650,7 +660,8 @@ void IMTableView::layoutRows(const QSet<int> &fresh, RowAnimation animation)
     // Everything on screen at its place.
     for (auto it = d->visible.begin(); it != d->visible.end(); ++it) {
         IMTableViewCell *cell = it.value();
-        const QRect r(0, int(std::lround(d->layout.top(it.key()) - offset)), width, int(std::lround(d->layout.height(it.key()))));
+        const QRect r(
+            0, int(std::lround(d->layout.top(it.key()) - offset)), width, int(std::lround(d->layout.height(it.key()))));
         if (cell->geometry() != r && !fresh.contains(it.key()))
             cell->setGeometry(r);
         cell->setProperty("imSeparator", d->separators && it.key() < d->total() - 1);

@@ -12,8 +12,7 @@ class IMTableViewCell;
 class IMTableViewRowAction;
 
 //! Supplies a table's rows. The table does not own it; it must outlive the table or be unset.
-class IMTableViewDataSource
-{
+class IMTableViewDataSource {
 public:
     virtual ~IMTableViewDataSource();
     //! Number of sections (default 1).
@@ -27,8 +26,7 @@ public:
 };
 
 //! Hears about a table's rows. All optional. The table does not own it.
-class IMTableViewDelegate
-{
+class IMTableViewDelegate {
 public:
     virtual ~IMTableViewDelegate();
     //! The row's height in points (default the table's `rowHeight`). Asked only for rows about to be
@@ -44,7 +42,8 @@ public:
     //! The row was tapped.
     virtual void didSelectRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath);
     //! The row's actions, right to left (default none).
-    virtual QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(IMTableView *tableView, const IMIndexPath &indexPath);
+    virtual QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(
+        IMTableView *tableView, const IMIndexPath &indexPath);
     //! The content offset changed.
     virtual void scrollViewDidScroll(IMTableView *tableView);
 };
@@ -54,8 +53,7 @@ public:
 //! from estimates for the others, so a very long list opens without measuring every row.
 //! Geometry is in points with (0, 0) at the top of the content: `contentOffset().y()` is how far the
 //! content is scrolled, `contentSize().height()` the sum of the row heights (plus the footer).
-class IMTableView : public QAbstractScrollArea
-{
+class IMTableView : public QAbstractScrollArea {
     Q_OBJECT
 public:
     //! How inserted, reloaded or deleted rows appear.
@@ -96,8 +94,8 @@ public:
     void setEstimatedRowHeight(qreal height);
     //! Height of a row of kind `identifier` at the table's width: dresses one hidden template row with
     //! `configure`, measures it with `heightForWidth`, and caches the result under `cacheKey`.
-    qreal heightForCellWithIdentifier(const QString &identifier, const QString &cacheKey,
-                                      const std::function<void(IMTableViewCell *)> &configure);
+    qreal heightForCellWithIdentifier(
+        const QString &identifier, const QString &cacheKey, const std::function<void(IMTableViewCell *)> &configure);
     //! Forgets every cached template height (the width changed, say).
     void invalidateHeightCache();
 

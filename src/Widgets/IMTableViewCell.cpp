@@ -10,7 +10,8 @@
 #include "UxLabel.h"
 
 IMTableViewCell::IMTableViewCell(const QString &reuseIdentifier, QWidget *parent)
-    : QWidget(parent), m_reuseIdentifier(reuseIdentifier)
+    : QWidget(parent)
+    , m_reuseIdentifier(reuseIdentifier)
 {
     setAttribute(Qt::WA_StyledBackground, true);
     setAutoFillBackground(true);
@@ -112,10 +113,7 @@ int IMTableViewCell::heightForWidth(int width) const
     return l->totalSizeHint().height();
 }
 
-bool IMTableViewCell::hasHeightForWidth() const
-{
-    return true;
-}
+bool IMTableViewCell::hasHeightForWidth() const { return true; }
 
 void IMTableViewCell::resizeEvent(QResizeEvent *event)
 {
@@ -126,7 +124,4 @@ void IMTableViewCell::resizeEvent(QResizeEvent *event)
     m_separator->setGeometry(inset, height() - 1, qMax(0, width() - inset), 1);
 }
 
-void IMTableViewCell::paintEvent(QPaintEvent *event)
-{
-    QWidget::paintEvent(event);
-}
+void IMTableViewCell::paintEvent(QPaintEvent *event) { QWidget::paintEvent(event); }

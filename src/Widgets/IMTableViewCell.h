@@ -10,8 +10,7 @@ class UxLabel;
 
 //! A table row: a widget the table positions, reuses by identifier and hands back to its data
 //! source. A row's own widgets live in `contentView()` (which slides aside to show row actions).
-class IMTableViewCell : public QWidget
-{
+class IMTableViewCell : public QWidget {
     Q_OBJECT
     Q_PROPERTY(qreal contentOffsetX READ contentOffsetX WRITE setContentOffsetX)
 public:

@@ -54,8 +54,9 @@ void IMTableView::Private::slide(int g, qreal offset)
             button->setCursor(Qt::PointingHandCursor);
             button->setMinimumWidth(kActionWidth);
             button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-            button->setStyleSheet(QStringLiteral("QPushButton { background: %1; color: white; border: none; font-size: 15px; }")
-                                      .arg(action->backgroundColor().name()));
+            button->setStyleSheet(
+                QStringLiteral("QPushButton { background: %1; color: white; border: none; font-size: 15px; }")
+                    .arg(action->backgroundColor().name()));
             QPointer<IMTableView> table(q);
             QObject::connect(button, &QPushButton::clicked, action, [table, action, cell] {
                 if (!table)
@@ -99,7 +100,8 @@ void IMTableView::Private::closeActions(bool animated)
         delete view;
         return;
     }
-    IMAnimate(animated ? 0.2 : 0, [cell] { cell->setContentOffsetX(0); }, [view](bool) { delete view; });
+    IMAnimate(
+        animated ? 0.2 : 0, [cell] { cell->setContentOffsetX(0); }, [view](bool) { delete view; });
 }
 
 // `phase`: 0 press, 1 move, 2 release, 3 cancel; `pos` in viewport coordinates.
@@ -216,8 +218,10 @@ bool IMTableView::viewportEvent(QEvent *event)
         auto *e = static_cast<QTouchEvent *>(event);
         if (e->points().isEmpty())
             break;
-        const int phase = event->type() == QEvent::TouchBegin ? 0 : event->type() == QEvent::TouchUpdate ? 1
-                        : event->type() == QEvent::TouchEnd ? 2 : 3;
+        const int phase = event->type() == QEvent::TouchBegin ? 0
+            : event->type() == QEvent::TouchUpdate            ? 1
+            : event->type() == QEvent::TouchEnd               ? 2
+                                                              : 3;
         handlePointer(phase, e->points().first().position());
         event->accept();
         return true;
@@ -226,7 +230,8 @@ bool IMTableView::viewportEvent(QEvent *event)
         auto *e = static_cast<QContextMenuEvent *>(event);
         if (!d->interaction)
             break;
-        const int g = d->globalRow(indexPathForRowAtPoint(QPointF(e->pos()) + QPointF(0, verticalScrollBar()->value())));
+        const int g
+            = d->globalRow(indexPathForRowAtPoint(QPointF(e->pos()) + QPointF(0, verticalScrollBar()->value())));
         const QList<IMTableViewRowAction *> actions = d->actionsFor(g);
         if (actions.isEmpty())
             break;

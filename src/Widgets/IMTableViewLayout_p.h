@@ -6,8 +6,7 @@
 #include <QVector>
 #include <algorithm>
 
-class IMTableViewLayout
-{
+class IMTableViewLayout {
 public:
     //! Resets to `count` rows of height `estimate`, none measured.
     void reset(int count, qreal estimate)
@@ -99,5 +98,5 @@ private:
     }
     QVector<qreal> m_heights;
     QVector<bool> m_measured;
-    QVector<qreal> m_tree;  // 1-based Fenwick tree of the heights
+    QVector<qreal> m_tree; // 1-based Fenwick tree of the heights
 };

@@ -1,7 +1,10 @@
 #include "IMTableViewRowAction.h"
 
 IMTableViewRowAction::IMTableViewRowAction(Style style, const QString &title, const Handler &handler, QObject *parent)
-    : QObject(parent), m_style(style), m_title(title), m_handler(handler)
+    : QObject(parent)
+    , m_style(style)
+    , m_title(title)
+    , m_handler(handler)
 {
 }
 

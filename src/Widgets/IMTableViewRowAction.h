@@ -7,8 +7,7 @@
 #include "IMIndexPath.h"
 
 //! An action revealed by dragging a row sideways (or offered in the row's context menu).
-class IMTableViewRowAction : public QObject
-{
+class IMTableViewRowAction : public QObject {
     Q_OBJECT
 public:
     //! Default: a destructive (red) action; Normal: a grey one.

@@ -17,12 +17,11 @@
 class IMTableViewRowAction;
 
 namespace {
-const int kDragSlop = 8;     // points a press moves before it becomes a drag
-const int kSpareCells = 4;   // reusable rows kept per kind beyond those on screen
+const int kDragSlop = 8; // points a press moves before it becomes a drag
+const int kSpareCells = 4; // reusable rows kept per kind beyond those on screen
 } // namespace
 
-struct IMTableView::Private
-{
+struct IMTableView::Private {
     IMTableView *q = nullptr;
     IMTableViewDataSource *dataSource = nullptr;
     IMTableViewDelegate *delegate = nullptr;
@@ -32,9 +31,9 @@ struct IMTableView::Private
     QHash<QString, qreal> heightCache;
     qreal rowHeight = 44;
     qreal estimatedRowHeight = 44;
-    QVector<int> sectionStarts;  // global index of each section's first row
+    QVector<int> sectionStarts; // global index of each section's first row
     IMTableViewLayout layout;
-    QMap<int, IMTableViewCell *> visible;  // global row -> row widget on screen
+    QMap<int, IMTableViewCell *> visible; // global row -> row widget on screen
     QPointer<QWidget> footer;
     bool separators = true;
     bool interaction = true;
@@ -52,8 +51,8 @@ struct IMTableView::Private
     int pressOffset = 0;
     int pressRow = -1;
     qreal pressSlide = 0;
-    int openRow = -1;          // row whose actions are shown
-    QPointer<QWidget> actionsView;   // the open row's action buttons, behind its content
+    int openRow = -1; // row whose actions are shown
+    QPointer<QWidget> actionsView; // the open row's action buttons, behind its content
 
     int total() const { return layout.count(); }
     int globalRow(const IMIndexPath &p) const
@@ -68,7 +67,8 @@ struct IMTableView::Private
     {
         if (g < 0 || g >= total())
             return IMIndexPath();
-        const int section = int(std::upper_bound(sectionStarts.begin(), sectionStarts.end(), g) - sectionStarts.begin()) - 1;
+        const int section
+            = int(std::upper_bound(sectionStarts.begin(), sectionStarts.end(), g) - sectionStarts.begin()) - 1;
         return IMIndexPath::indexPathForRow(g - sectionStarts[section], section);
     }
     qreal sanitize(qreal h)
@@ -139,4 +139,3 @@ struct IMTableView::Private
     void slide(int g, qreal offset);
     QList<IMTableViewRowAction *> actionsFor(int g);
 };
-

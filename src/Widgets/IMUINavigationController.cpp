@@ -10,11 +10,11 @@
 
 namespace {
 // The area under the bar: keeps the top screen filling it.
-class Content : public QWidget
-{
+class Content : public QWidget {
 public:
     using QWidget::QWidget;
     QPointer<QWidget> top;
+
 protected:
     void resizeEvent(QResizeEvent *event) override
     {
@@ -25,8 +25,7 @@ protected:
 };
 } // namespace
 
-struct IMUINavigationController::Private
-{
+struct IMUINavigationController::Private {
     IMNavigationBar *bar = nullptr;
     Content *content = nullptr;
     QList<QPointer<IMUIViewController>> stack;
@@ -42,7 +41,8 @@ struct IMUINavigationController::Private
 };
 
 IMUINavigationController::IMUINavigationController(IMUIViewController *root, QWidget *parent)
-    : IMUIViewController(parent), n(new Private)
+    : IMUIViewController(parent)
+    , n(new Private)
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -56,10 +56,7 @@ IMUINavigationController::IMUINavigationController(IMUIViewController *root, QWi
         setViewControllers({root}, false);
 }
 
-IMUINavigationController::~IMUINavigationController()
-{
-    delete n;
-}
+IMUINavigationController::~IMUINavigationController() { delete n; }
 
 void IMUINavigationController::pushViewController(IMUIViewController *vc, bool animated)
 {
@@ -101,10 +98,7 @@ void IMUINavigationController::showDetailViewController(IMUIViewController *vc, 
     pushViewController(vc, animated);
 }
 
-QList<IMUIViewController *> IMUINavigationController::viewControllers() const
-{
-    return n->live();
-}
+QList<IMUIViewController *> IMUINavigationController::viewControllers() const { return n->live(); }
 
 void IMUINavigationController::setViewControllers(const QList<IMUIViewController *> &vcs, bool animated)
 {
@@ -143,8 +137,8 @@ void IMUINavigationController::showTop(IMUIViewController *old, bool animated, b
 {
     IMUIViewController *top = topViewController();
     const QList<IMUIViewController *> stack = n->live();
-    n->bar->setItems(top ? top->navigationItem() : nullptr,
-                     stack.size() > 1 ? stack[stack.size() - 2]->navigationItem() : nullptr);
+    n->bar->setItems(
+        top ? top->navigationItem() : nullptr, stack.size() > 1 ? stack[stack.size() - 2]->navigationItem() : nullptr);
     n->content->top = top;
     const bool popped = old && !stack.contains(old);
     QPointer<IMUIViewController> leaving(old);
@@ -170,10 +164,13 @@ void IMUINavigationController::showTop(IMUIViewController *old, bool animated, b
             top->setGeometry(full.translated(forward ? w : -w / 3, 0));
             if (!forward)
                 top->stackUnder(old);
-            IMAnimate(0.3, [&] {
-                IMViewSetGeometry(top, full);
-                IMViewSetGeometry(old, full.translated(forward ? -w / 3 : w, 0));
-            }, finishOld);
+            IMAnimate(
+                0.3,
+                [&] {
+                    IMViewSetGeometry(top, full);
+                    IMViewSetGeometry(old, full.translated(forward ? -w / 3 : w, 0));
+                },
+                finishOld);
             return;
         }
     }
@@ -190,7 +187,4 @@ void IMUINavigationController::viewWillAppear(bool animated)
     }
 }
 
-void IMUINavigationController::viewDidDisappear(bool animated)
-{
-    IMUIViewController::viewDidDisappear(animated);
-}
+void IMUINavigationController::viewDidDisappear(bool animated) { IMUIViewController::viewDidDisappear(animated); }

@@ -8,8 +8,7 @@ class IMNavigationBar;
 
 //! The toolkit's navigation controller: a navigation bar over a stack of screens. It owns the screens
 //! in its stack; a popped screen is deleted later.
-class IMUINavigationController : public IMUIViewController
-{
+class IMUINavigationController : public IMUIViewController {
     Q_OBJECT
 public:
     //! A stack holding `root` (may be null).

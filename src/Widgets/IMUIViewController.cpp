@@ -10,8 +10,7 @@
 #include "IMNavigationItem.h"
 #include "IMUINavigationController.h"
 
-struct IMUIViewController::Private
-{
+struct IMUIViewController::Private {
     bool loaded = false;
     bool loading = false;
     bool appeared = false;
@@ -29,16 +28,21 @@ void post(const std::function<void()> &fn)
 }
 
 // Keeps a presented screen filling its window as the window resizes.
-class FillParent : public QObject
-{
+class FillParent : public QObject {
 public:
-    FillParent(QWidget *child) : QObject(child), m_child(child) { child->parentWidget()->installEventFilter(this); }
+    FillParent(QWidget *child)
+        : QObject(child)
+        , m_child(child)
+    {
+        child->parentWidget()->installEventFilter(this);
+    }
     bool eventFilter(QObject *watched, QEvent *event) override
     {
         if (event->type() == QEvent::Resize && m_child && watched == m_child->parentWidget())
             m_child->setGeometry(m_child->parentWidget()->rect());
         return false;
     }
+
 private:
     QPointer<QWidget> m_child;
 };
@@ -54,16 +58,15 @@ static IMUIViewController *coveredScreen(IMUIViewController *vc)
     return top;
 }
 
-IMUIViewController::IMUIViewController(QWidget *parent) : QWidget(parent), d(new Private)
+IMUIViewController::IMUIViewController(QWidget *parent)
+    : QWidget(parent)
+    , d(new Private)
 {
     setAttribute(Qt::WA_StyledBackground, true);
     setAutoFillBackground(true);
 }
 
-IMUIViewController::~IMUIViewController()
-{
-    delete d;
-}
+IMUIViewController::~IMUIViewController() { delete d; }
 
 void IMUIViewController::loadViewIfNeeded()
 {
@@ -107,7 +110,8 @@ IMUINavigationController *IMUIViewController::navigationController() const
     return nullptr;
 }
 
-void IMUIViewController::presentViewController(IMUIViewController *vc, bool animated, const std::function<void()> &completion)
+void IMUIViewController::presentViewController(
+    IMUIViewController *vc, bool animated, const std::function<void()> &completion)
 {
     if (!vc || vc == this) {
         post(completion);
@@ -134,7 +138,12 @@ void IMUIViewController::presentViewController(IMUIViewController *vc, bool anim
     vc->raise();
     if (animated && IMAnimationsEnabled()) {
         vc->setGeometry(full.translated(0, full.height()));
-        IMAnimate(0.3, [vc, full] { IMViewSetGeometry(vc, full); }, [completion](bool) { if (completion) completion(); });
+        IMAnimate(
+            0.3, [vc, full] { IMViewSetGeometry(vc, full); },
+            [completion](bool) {
+                if (completion)
+                    completion();
+            });
     } else {
         post(completion);
     }
@@ -177,7 +186,8 @@ void IMUIViewController::dismissViewControllerAnimated(bool animated, const std:
     };
     if (animated && IMAnimationsEnabled() && target->parentWidget()) {
         const QRect off = target->geometry().translated(0, target->height());
-        IMAnimate(0.3, [target, off] { IMViewSetGeometry(target, off); }, finish);
+        IMAnimate(
+            0.3, [target, off] { IMViewSetGeometry(target, off); }, finish);
     } else {
         post([finish] { finish(true); });
     }
@@ -236,7 +246,7 @@ void IMUIViewController::setAppearing(bool appearing, bool animated)
     // Screens shown inside this one (a stack's top, embedded screens) come and go with it.
     for (IMUIViewController *child : findChildren<IMUIViewController *>()) {
         if (child->d->presenting)
-            continue;  // presented over the window: it has its own appearance
+            continue; // presented over the window: it has its own appearance
         IMUIViewController *owner = nullptr;
         for (QWidget *w = child->parentWidget(); w && !owner; w = w->parentWidget())
             owner = qobject_cast<IMUIViewController *>(w);
@@ -244,7 +254,6 @@ void IMUIViewController::setAppearing(bool appearing, bool animated)
             child->setAppearing(appearing, animated);
     }
 }
-
 
 bool IMUIViewController::isAppeared() const { return d->appeared; }
 

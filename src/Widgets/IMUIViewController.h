@@ -11,8 +11,7 @@ class IMUINavigationController;
 //! The toolkit's view controller: a screen widget with a load-once hook, appearance hooks driven by
 //! its container (or by show/hide when shown on its own), a navigation item, modal presentation over
 //! its window, and segues for embedded screens.
-class IMUIViewController : public QWidget
-{
+class IMUIViewController : public QWidget {
     Q_OBJECT
 public:
     //! An unloaded screen.
@@ -35,8 +34,8 @@ public:
 
     //! Presents `viewController` over this screen's window, filling it (sliding up when animated);
     //! the window takes it. `completion` runs once (posted) when it is on screen.
-    void presentViewController(IMUIViewController *viewController, bool animated,
-                               const std::function<void()> &completion = {});
+    void presentViewController(
+        IMUIViewController *viewController, bool animated, const std::function<void()> &completion = {});
     //! Dismisses the screen this one presented (or this one, when it was presented); the dismissed
     //! screen is deleted later. `completion` runs once (posted) when it is gone.
     void dismissViewControllerAnimated(bool animated, const std::function<void()> &completion = {});

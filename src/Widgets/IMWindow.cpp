@@ -12,7 +12,8 @@ QList<QPointer<IMWindow>> &allWindows()
 }
 } // namespace
 
-IMWindow::IMWindow(QWidget *parent) : QWidget(parent)
+IMWindow::IMWindow(QWidget *parent)
+    : QWidget(parent)
 {
     allWindows().append(this);
 }

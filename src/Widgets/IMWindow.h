@@ -6,8 +6,7 @@
 class IMUIViewController;
 
 //! A top-level window showing one root screen, as an app's window does.
-class IMWindow : public QWidget
-{
+class IMWindow : public QWidget {
     Q_OBJECT
 public:
     //! An empty window.
@@ -23,8 +22,10 @@ public:
     //! The app's first window: the first `IMWindow`, else the active window, else the first visible
     //! top-level widget; null when there is none.
     static QWidget *firstWindow();
+
 protected:
     void resizeEvent(QResizeEvent *event) override;
+
 private:
     QPointer<IMUIViewController> m_root;
 };

@@ -15,18 +15,16 @@ QPointer<UxAlertController> g_current;
 const int kMargin = 10;
 } // namespace
 
-struct UxAlertController::Private
-{
+struct UxAlertController::Private {
     QWidget *panel = nullptr;
     QWidget *group = nullptr;
-    QStringList titles;  // the buttons', cancel last
+    QStringList titles; // the buttons', cancel last
     Completion complete;
     bool done = false;
 };
 
 UxAlertController *UxAlertController::showWithController(QWidget *controller, const QString &cancelTitle, int,
-                                                         const QString &title, const QString &message,
-                                                         const QStringList &buttons, const Completion &complete)
+    const QString &title, const QString &message, const QStringList &buttons, const Completion &complete)
 {
     QWidget *window = controller ? controller->window() : QApplication::activeWindow();
     if (!window) {
@@ -48,8 +46,9 @@ UxAlertController *UxAlertController::showWithController(QWidget *controller, co
 UxAlertController *UxAlertController::current() { return g_current; }
 
 UxAlertController::UxAlertController(QWidget *window, const QString &cancelTitle, const QString &title,
-                                     const QString &message, const QStringList &buttons, const Completion &complete)
-    : QWidget(window), d(new Private)
+    const QString &message, const QStringList &buttons, const Completion &complete)
+    : QWidget(window)
+    , d(new Private)
 {
     d->complete = complete;
     d->titles = buttons;

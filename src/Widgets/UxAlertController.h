@@ -5,8 +5,7 @@
 #include <functional>
 
 //! An action sheet: a panel of real buttons over a dimmed window, with a cancel button.
-class UxAlertController : public QWidget
-{
+class UxAlertController : public QWidget {
     Q_OBJECT
 public:
     //! Called once with the chosen button's index, or -1 for cancel (the cancel button, Escape or a
@@ -17,8 +16,7 @@ public:
     //! `message` (either may be empty), `buttons` in order and `cancelTitle` last; `type` is kept for
     //! hosts (0 action sheet, 1 alert). Returns the sheet, which deletes itself after `complete` ran.
     static UxAlertController *showWithController(QWidget *controller, const QString &cancelTitle, int type,
-                                                 const QString &title, const QString &message,
-                                                 const QStringList &buttons, const Completion &complete);
+        const QString &title, const QString &message, const QStringList &buttons, const Completion &complete);
     //! A sheet destroyed before a choice (its window closed, say) completes with -1.
     ~UxAlertController() override;
     //! The sheet on screen, or null.
@@ -36,7 +34,7 @@ protected:
 
 private:
     UxAlertController(QWidget *window, const QString &cancelTitle, const QString &title, const QString &message,
-                      const QStringList &buttons, const Completion &complete);
+        const QStringList &buttons, const Completion &complete);
     struct Private;
     Private *d;
 };

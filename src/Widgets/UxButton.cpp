@@ -2,13 +2,15 @@
 
 #include <QPainter>
 
-UxButton::UxButton(QWidget *parent) : QPushButton(parent)
+UxButton::UxButton(QWidget *parent)
+    : QPushButton(parent)
 {
     setFlat(true);
     setCursor(Qt::PointingHandCursor);
 }
 
-UxButton::UxButton(const QString &title, QWidget *parent) : QPushButton(title, parent)
+UxButton::UxButton(const QString &title, QWidget *parent)
+    : QPushButton(title, parent)
 {
     setFlat(true);
     setCursor(Qt::PointingHandCursor);

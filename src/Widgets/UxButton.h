@@ -5,8 +5,7 @@
 #include <QPushButton>
 
 //! The kit's button: a flat `QPushButton` whose title and icon take a tint colour.
-class UxButton : public QPushButton
-{
+class UxButton : public QPushButton {
     Q_OBJECT
     Q_PROPERTY(QColor tintColor READ tintColor WRITE setTintColor)
 public:
@@ -20,6 +19,7 @@ public:
     void setTintColor(const QColor &color);
     //! Sets the icon from an image (tinted when a tint colour is set).
     void setImage(const QImage &image);
+
 private:
     QColor m_tint;
     QImage m_image;

@@ -4,11 +4,11 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
-#include <QFileInfo>
 #include <QSaveFile>
 
 #include "IMDispatch.h"
@@ -16,21 +16,24 @@
 #include "IMPlatform.h"
 
 // The loader lives on the main thread; only decoding runs on the global queue.
-struct UxImageLoader::Private
-{
-    QCache<QString, QImage> memory{32 * 1024};  // cost in KiB
+struct UxImageLoader::Private {
+    QCache<QString, QImage> memory {32 * 1024}; // cost in KiB
     QNetworkAccessManager *network = nullptr;
     quint64 nextTicket = 1;
-    struct Waiter { quint64 ticket; Callback callback; };
-    QHash<QString, QList<Waiter>> pending;  // URL -> who waits for it
-    QHash<quint64, QString> tickets;        // ticket -> URL
+    struct Waiter {
+        quint64 ticket;
+        Callback callback;
+    };
+    QHash<QString, QList<Waiter>> pending; // URL -> who waits for it
+    QHash<quint64, QString> tickets; // ticket -> URL
 
     static int cost(const QImage &image) { return qMax<qsizetype>(1, image.sizeInBytes() / 1024); }
 
     QString diskPath(const QString &key) const
     {
         const QByteArray hash = QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha1).toHex();
-        return QDir(IMPlatform::instance()->temporaryPath()).filePath(QStringLiteral("images/") + QString::fromLatin1(hash));
+        return QDir(IMPlatform::instance()->temporaryPath())
+            .filePath(QStringLiteral("images/") + QString::fromLatin1(hash));
     }
 
     void deliver(const QString &key, const QImage &image, bool fromCache)
@@ -43,7 +46,8 @@ struct UxImageLoader::Private
     }
 };
 
-UxImageLoader::UxImageLoader() : d(new Private)
+UxImageLoader::UxImageLoader()
+    : d(new Private)
 {
     // Made on the main thread, before any decoding thread posts back to it through the main queue.
     IMDispatchQueue::mainQueue();
@@ -51,7 +55,7 @@ UxImageLoader::UxImageLoader() : d(new Private)
 
 UxImageLoader *UxImageLoader::shared()
 {
-    static UxImageLoader *loader = new UxImageLoader;  // lives for the process
+    static UxImageLoader *loader = new UxImageLoader; // lives for the process
     return loader;
 }
 
@@ -112,7 +116,10 @@ quint64 UxImageLoader::load(const QUrl &url, const Callback &callback)
         QFile file(url.toLocalFile());
         if (!file.open(QIODevice::ReadOnly)) {
             IM_LOG(QStringLiteral("image file %1 cannot be read").arg(url.toLocalFile()));
-            IMDispatchMainAsync([self, key] { if (self) self->d->deliver(key, QImage(), false); });
+            IMDispatchMainAsync([self, key] {
+                if (self)
+                    self->d->deliver(key, QImage(), false);
+            });
             return ticket;
         }
         decode(file.readAll(), false);
@@ -120,7 +127,10 @@ quint64 UxImageLoader::load(const QUrl &url, const Callback &callback)
     }
     if (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")) {
         IM_LOG(QStringLiteral("image URL \"%1\" is neither a file nor http(s)").arg(key));
-        IMDispatchMainAsync([self, key] { if (self) self->d->deliver(key, QImage(), false); });
+        IMDispatchMainAsync([self, key] {
+            if (self)
+                self->d->deliver(key, QImage(), false);
+        });
         return ticket;
     }
     if (!d->network)

@@ -6,8 +6,7 @@
 
 #include "IMAnimation.h"
 
-struct UxImageView::Private
-{
+struct UxImageView::Private {
     QImage image;
     ContentMode mode = AspectFill;
     qreal radius = 0;
@@ -20,7 +19,11 @@ struct UxImageView::Private
     QSize scaledSize;
 };
 
-UxImageView::UxImageView(QWidget *parent) : QWidget(parent), d(new Private) {}
+UxImageView::UxImageView(QWidget *parent)
+    : QWidget(parent)
+    , d(new Private)
+{
+}
 
 UxImageView::~UxImageView()
 {
@@ -89,7 +92,8 @@ QUrl UxImageView::imageURL() const { return d->url; }
 
 QSize UxImageView::sizeHint() const
 {
-    return d->image.isNull() ? QSize(40, 40) : (d->image.size() / d->image.devicePixelRatio()).boundedTo(QSize(400, 400));
+    return d->image.isNull() ? QSize(40, 40)
+                             : (d->image.size() / d->image.devicePixelRatio()).boundedTo(QSize(400, 400));
 }
 
 void UxImageView::paintEvent(QPaintEvent *)
@@ -133,7 +137,8 @@ void UxImageView::paintEvent(QPaintEvent *)
         return;
     }
     if (d->scaledKey != d->image.cacheKey() || d->scaledSource != source || d->scaledSize != pixels) {
-        d->scaled = QPixmap::fromImage(d->image.copy(source.toAlignedRect()).scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        d->scaled = QPixmap::fromImage(
+            d->image.copy(source.toAlignedRect()).scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
         d->scaled.setDevicePixelRatio(dpr);
         d->scaledKey = d->image.cacheKey();
         d->scaledSource = source;

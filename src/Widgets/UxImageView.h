@@ -8,13 +8,12 @@
 //! Options of `UxImageView::setImageWithURL`.
 enum UxImageOptions : int {
     UxImageOptionNone = 0,
-    UxImageOptionSetImageWithFadeAnimation = 4096,  //!< fade the loaded image in
+    UxImageOptionSetImageWithFadeAnimation = 4096, //!< fade the loaded image in
 };
 
 //! An image view with content modes, loading from a URL through a shared loader with a memory
 //! cache bounded in bytes and a disk cache in the app's cache folder.
-class UxImageView : public QWidget
-{
+class UxImageView : public QWidget {
     Q_OBJECT
     Q_PROPERTY(ContentMode contentMode READ contentMode WRITE setContentMode)
     Q_PROPERTY(qreal cornerRadius READ cornerRadius WRITE setCornerRadius)
@@ -44,7 +43,7 @@ public:
     //! Shows `placeholder` and loads `url` (http(s) or file); a newer request for this view wins over
     //! an older one. An image that fails or is not an image leaves the placeholder and logs a line.
     void setImageWithURL(const QUrl &url, const QImage &placeholder = {}, int options = UxImageOptionNone,
-                         const Completion &completion = {});
+        const Completion &completion = {});
     //! The URL of the latest request (empty after `setImage`).
     QUrl imageURL() const;
     QSize sizeHint() const override;
@@ -58,8 +57,7 @@ private:
 };
 
 //! The loader behind `UxImageView::setImageWithURL`, shared by the whole process.
-class UxImageLoader : public QObject
-{
+class UxImageLoader : public QObject {
     Q_OBJECT
 public:
     //! Called on the main thread with the decoded image (null on failure).
@@ -79,6 +77,7 @@ public:
     void clearAll();
     //! The folder of the disk cache.
     QString diskCachePath() const;
+
 private:
     UxImageLoader();
     struct Private;

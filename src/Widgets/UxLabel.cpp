@@ -1,13 +1,16 @@
 #include "UxLabel.h"
 
-UxLabel::UxLabel(QWidget *parent) : QLabel(parent) {}
-
-UxLabel::UxLabel(const QString &text, QWidget *parent) : QLabel(text, parent) {}
-
-QColor UxLabel::textColor() const
+UxLabel::UxLabel(QWidget *parent)
+    : QLabel(parent)
 {
-    return property("_uxTextColor").value<QColor>();
 }
+
+UxLabel::UxLabel(const QString &text, QWidget *parent)
+    : QLabel(text, parent)
+{
+}
+
+QColor UxLabel::textColor() const { return property("_uxTextColor").value<QColor>(); }
 
 void UxLabel::setTextColor(const QColor &color)
 {

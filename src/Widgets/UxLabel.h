@@ -4,8 +4,7 @@
 #include <QLabel>
 
 //! The kit's label: a `QLabel` with a text colour property.
-class UxLabel : public QLabel
-{
+class UxLabel : public QLabel {
     Q_OBJECT
     Q_PROPERTY(QColor textColor READ textColor WRITE setTextColor)
 public:

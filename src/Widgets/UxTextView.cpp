@@ -5,7 +5,8 @@
 #include <QTextLayout>
 #include <QtMath>
 
-UxTextView::UxTextView(QWidget *parent) : QPlainTextEdit(parent)
+UxTextView::UxTextView(QWidget *parent)
+    : QPlainTextEdit(parent)
 {
     setLineWrapMode(QPlainTextEdit::WidgetWidth);
 }

@@ -3,8 +3,7 @@
 #include <QPlainTextEdit>
 
 //! The kit's multi-line text view.
-class UxTextView : public QPlainTextEdit
-{
+class UxTextView : public QPlainTextEdit {
     Q_OBJECT
 public:
     //! An empty text view.

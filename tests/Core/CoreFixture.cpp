@@ -16,10 +16,7 @@ Recorder::Recorder()
     });
 }
 
-Recorder::~Recorder()
-{
-    IMNotificationCenter::defaultCenter()->removeObserver(m_token);
-}
+Recorder::~Recorder() { IMNotificationCenter::defaultCenter()->removeObserver(m_token); }
 
 void Recorder::ParloDidChangeConnectStatus(int status, const QString &message)
 {
@@ -50,7 +47,7 @@ void CoreTest::SetUp()
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
     settings->setClientID(QStringLiteral("me"));
     settings->setToken(QStringLiteral("tok"));
-    settings->setCurrentUser(QVariantMap{{"clientID", "me"}});
+    settings->setCurrentUser(QVariantMap {{"clientID", "me"}});
     settings->setLog(QVariantList());
     settings->write();
     parlo = std::make_unique<Parlo>();
@@ -105,7 +102,8 @@ LocalHttpServer::LocalHttpServer(std::function<QByteArray(const QByteArray &)> a
                 const qsizetype head = request->indexOf("\r\n\r\n");
                 static const QRegularExpression length(QStringLiteral("(?i)content-length: *(\\d+)"));
                 if (head < 0
-                    || request->size() < head + 4 + length.match(QString::fromLatin1(request->left(head))).captured(1).toLongLong())
+                    || request->size()
+                        < head + 4 + length.match(QString::fromLatin1(request->left(head))).captured(1).toLongLong())
                     return;
                 socket->write(m_answer(*request));
                 socket->disconnectFromHost();
@@ -122,19 +120,15 @@ QString LocalHttpServer::url() const
 
 QVariantMap roomDict(const QString &id, const QString &lastMessageTime)
 {
-    return QVariantMap{{"id", id}, {"name", "Room " + id}, {"lastMessageTime", lastMessageTime}};
+    return QVariantMap {{"id", id}, {"name", "Room " + id}, {"lastMessageTime", lastMessageTime}};
 }
 
-QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
-                        const QString &createdAt)
+QVariantMap messageDict(
+    const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender, const QString &createdAt)
 {
-    return QVariantMap{{"id", id},
-                       {"message", "hello " + id},
-                       {"messageType", "text"},
-                       {"room", roomDict(roomID, createdAt)},
-                       {"sender", QVariantMap{{"clientID", senderID}}},
-                       {"idFromSender", idFromSender},
-                       {"createdAt", createdAt}};
+    return QVariantMap {{"id", id}, {"message", "hello " + id}, {"messageType", "text"},
+        {"room", roomDict(roomID, createdAt)}, {"sender", QVariantMap {{"clientID", senderID}}},
+        {"idFromSender", idFromSender}, {"createdAt", createdAt}};
 }
 
 QStringList logLines()

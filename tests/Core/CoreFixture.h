@@ -8,8 +8,8 @@
 #include "IMUserDefaults.h"
 #include "Outcome.h"
 #include "Parlo.h"
-#include "ScriptedSocket.h"
 #include "QtPrinters.h"
+#include "ScriptedSocket.h"
 #include "TestUtil.h"
 
 #include <QStringList>
@@ -20,8 +20,7 @@
 
 //! Records every delegate call and every facade notification, in order, as "d:Name" / "n:Name".
 //! Page loads are allowed while `allowLoading`.
-class Recorder : public ParloDelegate
-{
+class Recorder : public ParloDelegate {
 public:
     Recorder();
     ~Recorder() override;
@@ -55,8 +54,7 @@ private:
 };
 
 //! A facade on a scripted socket, with the store and the settings in a fresh temporary folder.
-class CoreTest : public ::testing::Test
-{
+class CoreTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite();
     void SetUp() override;
@@ -70,7 +68,7 @@ protected:
 };
 
 //! Waits for `o`'s end: one success, on the main thread, after the call returned.
-template <typename T> ::testing::AssertionResult succeedsOnce(Outcome<T> &o, int ms = 20000)
+template <typename T>::testing::AssertionResult succeedsOnce(Outcome<T> &o, int ms = 20000)
 {
     if (o.wait(ms) && o.oneAsyncSuccess())
         return ::testing::AssertionSuccess();
@@ -79,7 +77,7 @@ template <typename T> ::testing::AssertionResult succeedsOnce(Outcome<T> &o, int
                                          << o.error.description().toStdString();
 }
 //! Waits for `o`'s end: one failure with `code`, on the main thread, after the call returned.
-template <typename T> ::testing::AssertionResult failsOnceWith(Outcome<T> &o, int code, int ms = 20000)
+template <typename T>::testing::AssertionResult failsOnceWith(Outcome<T> &o, int code, int ms = 20000)
 {
     if (!o.wait(ms))
         return ::testing::AssertionFailure() << "no end within " << ms << " ms";
@@ -88,8 +86,7 @@ template <typename T> ::testing::AssertionResult failsOnceWith(Outcome<T> &o, in
 
 //! A local HTTP server (HTTPS with the self-signed test certificate when `tls`) that answers each
 //! whole request with `answer(request)` and closes the connection.
-class LocalHttpServer
-{
+class LocalHttpServer {
 public:
     explicit LocalHttpServer(std::function<QByteArray(const QByteArray &request)> answer, bool tls = false);
     QString url() const;
@@ -103,8 +100,8 @@ private:
 //! A room dictionary with an id, a name and a last message time.
 QVariantMap roomDict(const QString &id, const QString &lastMessageTime);
 //! A message dictionary from `senderID`, in room `roomID` whose last message time is `createdAt`.
-QVariantMap messageDict(const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender,
-                        const QString &createdAt);
+QVariantMap messageDict(
+    const QString &id, const QString &roomID, const QString &senderID, qint64 idFromSender, const QString &createdAt);
 //! The texts of the persisted log, newest first.
 QStringList logLines();
 //! The ids of `rooms`, in order.

@@ -15,9 +15,8 @@ void LiveCoreTest::SetUp()
     parlo->setApiKey(kLiveApiKey);
     parlo->setClientKey(kLiveClientKey);
     QuickAckClient::timeScale = 1.0;
-    parlo->setSocketFactory([](const QUrl &url, const QVariantMap &options) {
-        return new QuickAckClient(url, options);
-    });
+    parlo->setSocketFactory(
+        [](const QUrl &url, const QVariantMap &options) { return new QuickAckClient(url, options); });
 }
 
 void LiveCoreTest::TearDown()
@@ -61,12 +60,11 @@ Peer &LiveCoreTest::signedInPeer()
 
 QVariant LiveCoreTest::call(uint method, const QString &path, const QVariantMap &data)
 {
-    QVariantMap item{{"url", path}, {"headers", parlo->header()}};
+    QVariantMap item {{"url", path}, {"headers", parlo->header()}};
     if (!data.isEmpty())
         item["data"] = data;
     // Shared with the blocks: an answer that comes after the wait gave up finds it still there.
-    struct Answer
-    {
+    struct Answer {
         QVariant body;
         bool done = false;
     };

@@ -30,17 +30,15 @@ public:
 class QuickAckClient : public IMSocketIOClient {
 public:
     using IMSocketIOClient::IMSocketIOClient;
-    void emitWithAck(const QString &event, const QVariantList &items, double timeoutSeconds,
-        AckCallback callback) override
+    void emitWithAck(
+        const QString &event, const QVariantList &items, double timeoutSeconds, AckCallback callback) override
     {
-        IMSocketIOClient::emitWithAck(
-            event, items, timeoutSeconds * timeScale, std::move(callback));
+        IMSocketIOClient::emitWithAck(event, items, timeoutSeconds * timeScale, std::move(callback));
     }
-    static inline std::atomic<double> timeScale { 1.0 };
+    static inline std::atomic<double> timeScale {1.0};
 };
 
-class LiveCoreTest : public CoreTest
-{
+class LiveCoreTest : public CoreTest {
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -60,7 +58,10 @@ protected:
     //! A plain-HTTP JSON request to the server's test-control routes; the answer's JSON.
     QVariant control(const QByteArray &method, const QString &path, const QVariantMap &body = {});
     //! Adds a fault rule to the server (see the server's "/__control/faults" route).
-    void fault(const QVariantMap &rule) { ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id")); }
+    void fault(const QVariantMap &rule)
+    {
+        ASSERT_TRUE(control("POST", "/__control/faults", rule).toMap().contains("id"));
+    }
     //! How often the server's first fault rule has applied.
     int faultHits() { return control("GET", "/__control/faults").toList().value(0).toMap().value("hits").toInt(); }
     //! The server drops the answers of requests matching `rule`, and from now on the facade waits

@@ -10,13 +10,25 @@
 
 namespace {
 //! An operation's ends, with the file, the progress and the completion blocks of the file calls.
-struct Ends : Outcome<QByteArray>
-{
+struct Ends : Outcome<QByteArray> {
     IMFilePtr file;
     QList<double> fractions;
 
-    Parlo::FileSuccess file_() { return [this](const IMFilePtr &f) { note(); ++successes; file = f; }; }
-    Parlo::Progress progress() { return [this](double fraction) { note(); fractions << fraction; }; }
+    Parlo::FileSuccess file_()
+    {
+        return [this](const IMFilePtr &f) {
+            note();
+            ++successes;
+            file = f;
+        };
+    }
+    Parlo::Progress progress()
+    {
+        return [this](double fraction) {
+            note();
+            fractions << fraction;
+        };
+    }
     Parlo::FileComplete complete()
     {
         return [this](const IMError &e, const QByteArray &bytes) {
@@ -34,8 +46,7 @@ struct Ends : Outcome<QByteArray>
 
 //! Ends that outlive the test body: a test that stops early may leave blocks that run during
 //! the tear-down, when the facade goes.
-struct EndsPool
-{
+struct EndsPool {
     std::list<Ends> all;
     Ends &operator()() { return all.emplace_back(); }
 };
@@ -88,8 +99,7 @@ QByteArray sessionShapes(const QByteArray &head, QList<QByteArray> &cookies)
 // ---- without a server --------------------------------------------------------------------------
 
 //! Files fixtures keep their cache and downloads in a folder of the test's own.
-template <typename Base> class WithOwnTemp : public Base
-{
+template <typename Base> class WithOwnTemp : public Base {
 protected:
     void SetUp() override
     {
@@ -112,10 +122,18 @@ protected:
         Ends &ends = track();
         Parlo *p = this->parlo.get();
         switch (via) {
-        case Http: p->getFileWithNameProgress(name, ends.progress(), ends.ok(), ends.fail()); break;
-        case HttpFresh: p->getFileWithName(name, false, ends.progress(), ends.ok(), ends.fail()); break;
-        case Socket: p->getFileWithName(name, ends.complete()); break;
-        case CachedSocket: p->getFileWithName(name, true, ends.ok(), ends.fail()); break;
+        case Http:
+            p->getFileWithNameProgress(name, ends.progress(), ends.ok(), ends.fail());
+            break;
+        case HttpFresh:
+            p->getFileWithName(name, false, ends.progress(), ends.ok(), ends.fail());
+            break;
+        case Socket:
+            p->getFileWithName(name, ends.complete());
+            break;
+        case CachedSocket:
+            p->getFileWithName(name, true, ends.ok(), ends.fail());
+            break;
         }
         return ends;
     }
@@ -148,21 +166,27 @@ TEST_F(FilesTest, MultipartRequestIsByteForByteWithAndWithoutBytes)
 {
     parlo->setDomainString("http://files.example:8");
     IMUserDefaults::standardUserDefaults()->setCurrentUser({{"clientID", "me"}, {"token", "t0k"}});
-    const QVariantMap fields{{"type", "image"}, {"room", ""}, {"isPublic", 1}};
+    const QVariantMap fields {{"type", "image"}, {"room", ""}, {"isPublic", 1}};
 
     const Parlo::UploadRequest upload = parlo->requestWithData("\x89PNG\r\n", fields);
     EXPECT_EQ(upload.request.url(), QUrl("http://files.example:8/files/upload"));
-    const std::pair<const char *, const char *> headers[]{{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", "t0k"}};
+    const std::pair<const char *, const char *> headers[] {
+        {"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", "t0k"}};
     for (const auto &[name, value] : headers)
         EXPECT_EQ(upload.request.rawHeader(name), value) << name;
     EXPECT_EQ(upload.request.rawHeader("Content-Type"), "multipart/form-data; boundary=" + kBoundary);
-    const QByteArray fieldsPart = "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"isPublic\"\r\n\r\n1\r\n"
-                                  "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"room\"\r\n\r\n\r\n"
-                                  "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"type\"\r\n\r\nimage\r\n";
-    EXPECT_EQ(upload.body, fieldsPart + "--" + kBoundary
-                               + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"1\"\r\n"
-                                 "Content-Type: application/octet-stream\r\n\r\n\x89PNG\r\n\r\n--"
-                               + kBoundary + "--\r\n");
+    const QByteArray fieldsPart = "--" + kBoundary
+        + "\r\nContent-Disposition: form-data; name=\"isPublic\"\r\n\r\n1\r\n"
+          "--"
+        + kBoundary
+        + "\r\nContent-Disposition: form-data; name=\"room\"\r\n\r\n\r\n"
+          "--"
+        + kBoundary + "\r\nContent-Disposition: form-data; name=\"type\"\r\n\r\nimage\r\n";
+    EXPECT_EQ(upload.body,
+        fieldsPart + "--" + kBoundary
+            + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"1\"\r\n"
+              "Content-Type: application/octet-stream\r\n\r\n\x89PNG\r\n\r\n--"
+            + kBoundary + "--\r\n");
     // No bytes: the fields alone, without a file part or a closing line.
     EXPECT_EQ(parlo->requestWithData(QByteArray(), fields).body, fieldsPart);
 }
@@ -189,7 +213,7 @@ TEST_F(FilesTest, DiskCacheLivesInParloFolderAndWritesAtomically)
 TEST_F(FilesTest, RefusedNamesGiveCode400AndTouchNoFile)
 {
     parlo->setDomainString("http://127.0.0.1:1");
-    const QStringList names{"", ".", "..", "../escape", "a/b", "a\\b", QString("a") + QChar(0) + "b"};
+    const QStringList names {"", ".", "..", "../escape", "a/b", "a\\b", QString("a") + QChar(0) + "b"};
     for (const QString &name : names) {
         SCOPED_TRACE(name.toStdString());
         EXPECT_TRUE(parlo->filePathWithName(name).isNull());
@@ -255,7 +279,7 @@ TEST_F(FilesTest, AnswersTheWorkerLeavesToTheSessionArriveWholeWithTheCookie)
         EXPECT_EQ(cookies, QList<QByteArray>(c.requests, "sid=s1"));
         expectNothingLeft();
     }
-#ifndef PARLO_UNDER_SANITIZER  // the sanitizers' allocators abort where malloc would fail
+#ifndef PARLO_UNDER_SANITIZER // the sanitizers' allocators abort where malloc would fail
     // A length too large to hold fails once, like any answer cut short.
     EXPECT_TRUE(fetch("huge", HttpFresh).oneAsyncFailure());
     expectNothingLeft();
@@ -264,8 +288,7 @@ TEST_F(FilesTest, AnswersTheWorkerLeavesToTheSessionArriveWholeWithTheCookie)
 
 // ---- against the server ------------------------------------------------------------------------
 
-class FilesLiveTest : public WithOwnTemp<LiveCoreTest>
-{
+class FilesLiveTest : public WithOwnTemp<LiveCoreTest> {
 protected:
     IMFilePtr upload(const QByteArray &data, const IMRoomPtr &room, bool isPublic = false)
     {
@@ -363,8 +386,8 @@ TEST_F(FilesLiveTest, MissingFilesAndNonMembersFailAndNothingIsCached)
     EXPECT_TRUE(fetch(file->fileName(), CachedSocket).failedOnceWith(403));
     EXPECT_TRUE(fetch(file->fileName()).failedOnceWith(403));
     Ends &intoRoom = track();
-    EXPECT_TRUE(parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(),
-                                          intoRoom.fail()));
+    EXPECT_TRUE(
+        parlo->uploadFileWithData("x", "other", room, false, intoRoom.progress(), intoRoom.file_(), intoRoom.fail()));
     EXPECT_TRUE(failsOnceWith(intoRoom, 403));
     expectNothingLeft({"missing.png", file->fileName()});
 }

@@ -9,25 +9,24 @@ const QString kLater = QStringLiteral("2099-01-01T00:00:00.000Z");
 TEST_F(CoreTest, RoomsWithoutAnIdAreNeitherStoredNorListed)
 {
     connectScripted();
-    socket->push("joined", { roomDict("r1", "2026-01-01T00:00:00.000Z") });
-    const QVariantMap noID { { "name", "no id" }, { "lastMessageTime", kLater } };
-    for (const char *event : { "joined", "roomDidUpadte" })
-        for (const QVariantMap &room : { noID, roomDict("", kLater) }) {
+    socket->push("joined", {roomDict("r1", "2026-01-01T00:00:00.000Z")});
+    const QVariantMap noID {{"name", "no id"}, {"lastMessageTime", kLater}};
+    for (const char *event : {"joined", "roomDidUpadte"})
+        for (const QVariantMap &room : {noID, roomDict("", kLater)}) {
             SCOPED_TRACE(event);
             recorder.events.clear();
-            socket->push(event, { room });
-            EXPECT_EQ(idsOf(parlo->chatRooms()), QStringList { "r1" });
-            EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), QStringList { "r1" });
+            socket->push(event, {room});
+            EXPECT_EQ(idsOf(parlo->chatRooms()), QStringList {"r1"});
+            EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), QStringList {"r1"});
             EXPECT_TRUE(recorder.events.contains("d:UpdateRoom")); // still announced
         }
 
     // An answer that lists one is merged without it, and the next start lists none either.
     socket->autoAnswer = [](const QString &, const QVariantList &) {
-        return QVariantList { QVariantMap { { "statusCode", 200 },
-            { "body",
-                QVariantMap { { "clientID", "me" }, { "token", "tok" },
-                    { "room",
-                        QVariantList { roomDict("", kLater), roomDict("r2", kLater) } } } } } };
+        return QVariantList {QVariantMap {{"statusCode", 200},
+            {"body",
+                QVariantMap {{"clientID", "me"}, {"token", "tok"},
+                    {"room", QVariantList {roomDict("", kLater), roomDict("r2", kLater)}}}}}};
     };
     Outcome<IMClientPtr> chatIn;
     parlo->chatinSuccess(chatIn.ok(), chatIn.fail());
@@ -58,7 +57,7 @@ TEST_F(CoreTest, FailedSendsAreKeptUpToTheLimitOldestFirstOut)
         failed << send(QString::number(i));
     EXPECT_EQ(*failures, 4);
     // The one still in flight stays; of the failed ones the newest two do.
-    EXPECT_EQ(parlo->sendingMessages(), (QList<IMMessagePtr>{inFlight, failed[2], failed[3]}));
+    EXPECT_EQ(parlo->sendingMessages(), (QList<IMMessagePtr> {inFlight, failed[2], failed[3]}));
 }
 
 TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
@@ -73,14 +72,15 @@ TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
         },
         true);
     parlo->setSocketFactory([](const QUrl &, const QVariantMap &) { return new ScriptedSocket; });
-    for (const bool selfSigned : { false, true }) {
+    for (const bool selfSigned : {false, true}) {
         SCOPED_TRACE(selfSigned);
-        parlo->connectWithURL(server.url(), QVariantMap { { "selfSigned", selfSigned } }, [] {});
+        parlo->connectWithURL(server.url(), QVariantMap {{"selfSigned", selfSigned}}, [] {});
         Outcome<IMClientPtr> chatIn;
         Outcome<QByteArray> download;
         Outcome<IMFilePtr> upload;
         parlo->chatinHTTPSuccess(chatIn.ok(), chatIn.fail());
-        parlo->getFileWithName(QStringLiteral("a%1.bin").arg(selfSigned), false, nullptr, download.ok(), download.fail());
+        parlo->getFileWithName(
+            QStringLiteral("a%1.bin").arg(selfSigned), false, nullptr, download.ok(), download.fail());
         parlo->uploadFileWithData("bytes", kMessageTypeOther, nullptr, false, upload.ok(), upload.fail());
         ASSERT_TRUE(chatIn.wait(15000) && download.wait(15000) && upload.wait(15000));
         EXPECT_EQ(chatIn.successes + download.successes + upload.successes, selfSigned ? 3 : 0);
@@ -90,11 +90,10 @@ TEST_F(CoreTest, SelfSignedCoversPlainHttpTransfers)
 TEST_F(LiveCoreTest, AfterTheServerEndsTheConnectionReconnectBringsTheFacadeBack)
 {
     parlo->reconnect(); // before any connection: nothing to do
-    ASSERT_TRUE(connectFacade({ { "reconnectWait", 0.1 } }));
+    ASSERT_TRUE(connectFacade({{"reconnectWait", 0.1}}));
     recorder.events.clear();
-    EXPECT_EQ(control("POST", "/__control/disconnect", { { "all", true } }).toMap().value("disconnected").toInt(), 1);
-    ASSERT_TRUE(waitUntil(
-        [&] { return recorder.events.contains("d:ChangeConnectStatus 1 io server disconnect"); }));
+    EXPECT_EQ(control("POST", "/__control/disconnect", {{"all", true}}).toMap().value("disconnected").toInt(), 1);
+    ASSERT_TRUE(waitUntil([&] { return recorder.events.contains("d:ChangeConnectStatus 1 io server disconnect"); }));
     spinFor(400); // four times the socket's first reconnection delay: it stays away
     EXPECT_EQ(parlo->connectStatus(), 1);
     parlo->reconnect();

@@ -25,7 +25,8 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     ASSERT_TRUE(signInAs(shared, url, me));
 
     Peer &peer = signedInPeer();
-    const QString roomID = peer.ok("post", "/room", {{"name", "Pair"}, {"client", QVariantList{me}}}).value("id").toString();
+    const QString roomID
+        = peer.ok("post", "/room", {{"name", "Pair"}, {"client", QVariantList {me}}}).value("id").toString();
     ASSERT_TRUE(waitUntil([&] { return listed(roomID, shared) != nullptr; }, 10000));
     const IMRoomPtr room = listed(roomID, shared);
 
@@ -58,8 +59,8 @@ TEST_F(LiveCoreTest, TheSharedFacadeExchangesMessagesAndReadReceiptsWithAnotherC
     const IMRoomPtr unread = listed(roomID, shared);
     ASSERT_EQ(unread->badge(), 2);
     EXPECT_EQ(unread->message().value(0).toMap().value("message").toString(), "two");
-    EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().value(0)->message().value(0).toMap().value("message"),
-              QVariant("two"));
+    EXPECT_EQ(
+        IMDB::sharedInstance()->getAllRooms().value(0)->message().value(0).toMap().value("message"), QVariant("two"));
 
     Outcome<int> unseen;
     shared->unseenCountAfterLastSeenDate(mine->createdAt(), QString(), unread, unseen.ok(), unseen.fail());
@@ -103,7 +104,7 @@ TEST_F(LiveCoreTest, HistoryPagesByOffsetAndPinDateWithTheLoadingDelegate)
 {
     signInFacade(uniqueID("me"));
     auto room = IMRoom::fromDictionary(call(1, "/room", {{"name", "History"}}).toMap());
-    const QStringList loadedOnce{"d:WillStartLoading", "d:DidEndLoading"};
+    const QStringList loadedOnce {"d:WillStartLoading", "d:DidEndLoading"};
     auto loading = [this] { return recorder.events.filter("Loading"); };
     QStringList createdAt;
     for (int i = 1; i <= 5; ++i) {
@@ -161,7 +162,7 @@ TEST_F(LiveCoreTest, FailedSendsAreMarkedFailedAndAnnouncedOnce)
     EXPECT_EQ(intruder->sendingType(), 2u);
     EXPECT_TRUE(parlo->sendingMessages().contains(intruder));
     EXPECT_EQ(recorder.events.filter("ChangeMessageSendingType"),
-              QStringList({"d:ChangeMessageSendingType", "n:ParloDidChangeMessageSendingType"}));
+        QStringList({"d:ChangeMessageSendingType", "n:ParloDidChangeMessageSendingType"}));
 
     // A lost acknowledgement: a message is never sent twice, so it fails after one attempt.
     dropAnswers({{"path", "/message"}, {"method", "post"}, {"action", "drop"}, {"handle", false}});

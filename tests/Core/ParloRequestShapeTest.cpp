@@ -5,21 +5,21 @@
 #include "IMDate.h"
 
 namespace {
-const QVariantMap kParloEntry{{"url", "https://chat.example"}, {"storeid", "123"}};
+const QVariantMap kParloEntry {{"url", "https://chat.example"}, {"storeid", "123"}};
 //! Two URL types: the last one's first scheme, "myapp", is ours.
-const QVariantMap kSchemeInfo{{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"first"}}},
-                                                                QVariantMap{{"CFBundleURLSchemes", QVariantList{"myapp", "other"}}}}},
-                              {"parlo", kParloEntry}};
+const QVariantMap kSchemeInfo {{"CFBundleURLTypes",
+                                   QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {"first"}}},
+                                       QVariantMap {{"CFBundleURLSchemes", QVariantList {"myapp", "other"}}}}},
+    {"parlo", kParloEntry}};
 
-class ShapeTest : public CoreTest
-{
+class ShapeTest : public CoreTest {
 protected:
     void SetUp() override
     {
         CoreTest::SetUp();
         connectScripted();
         socket->autoAnswer = [](const QString &, const QVariantList &) {
-            return QVariantList{QVariantMap{{"statusCode", 200}, {"body", QVariantList()}}};
+            return QVariantList {QVariantMap {{"statusCode", 200}, {"body", QVariantList()}}};
         };
     }
     void TearDown() override
@@ -43,8 +43,7 @@ protected:
 
 TEST_F(ShapeTest, AgentQueriesAppendOnlyTheValuesSetAndTheNeedAgentListAlwaysTheType)
 {
-    const struct
-    {
+    const struct {
         QVariantMap params;
         QString needAgent;
         QString agentRooms;
@@ -55,10 +54,10 @@ TEST_F(ShapeTest, AgentQueriesAppendOnlyTheValuesSetAndTheNeedAgentListAlwaysThe
         {{{"county", 3}}, "/room/needAgentList?county=3&type=0", "/room/list?county=3"},
         {{{"skip", 20}}, "/room/needAgentList?type=0&skip=20", "/room/list?skip=20"},
         {{{"county", 1}, {"district", 2}, {"status", 3}, {"type", 4}, {"limit", 5}, {"skip", 6}},
-         "/room/needAgentList?county=1&district=2&status=3&type=4&limit=5&skip=6",
-         "/room/list?county=1&district=2&status=3&type=4&limit=5&skip=6"},
+            "/room/needAgentList?county=1&district=2&status=3&type=4&limit=5&skip=6",
+            "/room/list?county=1&district=2&status=3&type=4&limit=5&skip=6"},
         {{{"district", "7"}, {"limit", 10}}, "/room/needAgentList?district=7&type=0&limit=10",
-         "/room/list?district=7&limit=10"},
+            "/room/list?district=7&limit=10"},
     };
     for (const auto &c : cases) {
         parlo->needAgentListForTovoAgentWithParames(c.params, nullptr, nullptr);
@@ -142,14 +141,15 @@ TEST_F(ShapeTest, UrlSchemeComesFromTheLastUrlTypeAndNeedsBothParloEntries)
 
     const QVariantMap broken[] = {
         {{"parlo", kParloEntry}},
-        {{"CFBundleURLTypes", QVariantList{}}, {"parlo", kParloEntry}},
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}, QVariantMap{}}},
-         {"parlo", kParloEntry}},
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{}}}}}, {"parlo", kParloEntry}},
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}}},
-         {"parlo", QVariantMap{{"url", "https://chat.example"}}}},
-        {{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"a"}}}}},
-         {"parlo", QVariantMap{{"storeid", "123"}}}},
+        {{"CFBundleURLTypes", QVariantList {}}, {"parlo", kParloEntry}},
+        {{"CFBundleURLTypes", QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {"a"}}}, QVariantMap {}}},
+            {"parlo", kParloEntry}},
+        {{"CFBundleURLTypes", QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {}}}}},
+            {"parlo", kParloEntry}},
+        {{"CFBundleURLTypes", QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {"a"}}}}},
+            {"parlo", QVariantMap {{"url", "https://chat.example"}}}},
+        {{"CFBundleURLTypes", QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {"a"}}}}},
+            {"parlo", QVariantMap {{"storeid", "123"}}}},
     };
     for (const QVariantMap &info : broken) {
         IMPlatform::instance()->setInfoDictionary(info);

@@ -3,8 +3,7 @@
 #include "LiveFixture.h"
 
 namespace {
-class LiveRoomsTest : public LiveCoreTest
-{
+class LiveRoomsTest : public LiveCoreTest {
 protected:
     void SetUp() override
     {
@@ -20,7 +19,7 @@ protected:
     {
         QStringList ids;
         for (int i = 0; i < count; ++i) {
-            QVariantMap room{{"name", QString("Room %1").arg(i)}};
+            QVariantMap room {{"name", QString("Room %1").arg(i)}};
             if (!data.isEmpty())
                 room["data"] = data;
             ids.prepend(call(1, "/room", room).toMap().value("id").toString());
@@ -71,11 +70,11 @@ TEST_F(LiveRoomsTest, CreateJoinFetchAndArchive)
     ASSERT_TRUE(waitUntil([&] { return listed(open) != nullptr; }, 10000));
     parlo->joinRoomWithID(open);
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidUpdateRooms).size() == 2; }, 10000));
-    EXPECT_EQ(idsOf(parlo->chatRooms()), QStringList{open});
-    EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), QStringList{open});
+    EXPECT_EQ(idsOf(parlo->chatRooms()), QStringList {open});
+    EXPECT_EQ(idsOf(IMDB::sharedInstance()->getAllRooms()), QStringList {open});
 
     // An agent takes a room that asked for one.
-    const QString help = peer.ok("post", "/room", {{"name", "Help"}, {"data", QVariantMap{{"needAgent", true}}}})
+    const QString help = peer.ok("post", "/room", {{"name", "Help"}, {"data", QVariantMap {{"needAgent", true}}}})
                              .value("id")
                              .toString();
     parlo->tovoAgentJoinRoomWithID(help);
@@ -108,8 +107,8 @@ TEST_F(LiveRoomsTest, RoomFailuresReachTheFailureBlocksWithTheServersStatus)
     parlo->roomWithRoomID("no-such-room", missing.ok(), missing.fail());
     parlo->archiveRoom(room, archive.ok(), archive.fail());
     parlo->createRoom(room, "no-such-client", pair.ok(), pair.fail());
-    const std::pair<Outcome<IMRoomPtr> *, int> expected[] = {
-        {&join, 403}, {&fetch, 403}, {&missing, 404}, {&archive, 403}, {&pair, 404}};
+    const std::pair<Outcome<IMRoomPtr> *, int> expected[]
+        = {{&join, 403}, {&fetch, 403}, {&missing, 404}, {&archive, 403}, {&pair, 404}};
     for (const auto &[o, code] : expected)
         o->started = true;
     for (const auto &[o, code] : expected)
@@ -169,15 +168,15 @@ TEST_F(LiveRoomsTest, KeepingUpToDateWalksForwardPageByPageUntilAShortPage)
     parlo->setLog(true);
 
     Outcome<QList<IMRoomPtr>> walk;
-    parlo->roomListKeepUpdateingToNewestComplete([ok = walk.ok(), fail = walk.fail()](const IMError &error,
-                                                                                   const QList<IMRoomPtr> &page) {
-        if (error.isNull())
-            ok(page);
-        else
-            fail(error);
-    });
+    parlo->roomListKeepUpdateingToNewestComplete(
+        [ok = walk.ok(), fail = walk.fail()](const IMError &error, const QList<IMRoomPtr> &page) {
+            if (error.isNull())
+                ok(page);
+            else
+                fail(error);
+        });
     ASSERT_TRUE(succeedsOnce(walk));
-    EXPECT_EQ(idsOf(walk.value), QStringList{newestFirst[0]});
+    EXPECT_EQ(idsOf(walk.value), QStringList {newestFirst[0]});
     EXPECT_EQ(idsOf(parlo->chatRooms()), newestFirst);
     EXPECT_EQ(logLines().count("loading room data"), 2);
 

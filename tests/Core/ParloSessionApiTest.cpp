@@ -36,7 +36,8 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
 
     // Another client makes a room with us and writes in it.
     Peer &peer = signedInPeer();
-    const QString roomID = peer.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList{me}}}).value("id").toString();
+    const QString roomID
+        = peer.ok("post", "/room", {{"name", "Lunch"}, {"client", QVariantList {me}}}).value("id").toString();
     peer.ok("post", "/message/", {{"room", roomID}, {"message", "hi"}});
     ASSERT_TRUE(waitUntil([&] { return recorder.named(kParloDidReceiveMessage).size() == 1; }, 10000));
 
@@ -58,8 +59,9 @@ TEST_F(LiveCoreTest, SignUpChatInAccountReadsAndLogout)
     const bool chattedIn = succeedsOnce(chatIn);
     IMNotificationCenter::defaultCenter()->removeObserver(observer);
     ASSERT_TRUE(chattedIn);
-    EXPECT_EQ(recorder.events, QStringList({"success", "d:UpdateRooms", "d:ChatIn", "n:ParloDidChatIn", "d:UpdateBadge",
-                                            "n:ParloDidUpdateBadge", "deferred"}));
+    EXPECT_EQ(recorder.events,
+        QStringList({"success", "d:UpdateRooms", "d:ChatIn", "n:ParloDidChatIn", "d:UpdateBadge",
+            "n:ParloDidUpdateBadge", "deferred"}));
     EXPECT_EQ(listedWhenAnnounced, 1);
     EXPECT_EQ(parlo->chatRooms().value(0)->objectID(), roomID);
     EXPECT_EQ(IMDB::sharedInstance()->getAllRooms().size(), 1);
@@ -168,11 +170,12 @@ namespace {
 QString identityToken(const QString &subject, const QByteArray &secret, qint64 expiresInSeconds)
 {
     const auto part = [](const QVariantMap &map) {
-        return QJsonDocument::fromVariant(map).toJson(QJsonDocument::Compact).toBase64(
-            QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+        return QJsonDocument::fromVariant(map)
+            .toJson(QJsonDocument::Compact)
+            .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
     };
     const QByteArray signedPart = part({{"alg", "HS256"}, {"typ", "JWT"}}) + '.'
-                                  + part({{"sub", subject}, {"exp", QDateTime::currentSecsSinceEpoch() + expiresInSeconds}});
+        + part({{"sub", subject}, {"exp", QDateTime::currentSecsSinceEpoch() + expiresInSeconds}});
     const QByteArray signature = QMessageAuthenticationCode::hash(signedPart, secret, QCryptographicHash::Sha256)
                                      .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
     return QString::fromLatin1(signedPart + '.' + signature);
@@ -185,7 +188,7 @@ TEST_F(LiveCoreTest, StrictServerSignsUpWithTheHostsIdentityToken)
 {
     const QByteArray secret = "backend-secret";
     server = startReferenceServer({"--api-key", kLiveApiKey, "--client-key", kLiveClientKey, "--strict",
-                                   "--identity-secret", QString::fromLatin1(secret)});
+        "--identity-secret", QString::fromLatin1(secret)});
     ASSERT_TRUE(server->isRunning());
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     ASSERT_TRUE(connectFacade());

@@ -6,10 +6,7 @@
 #include <thread>
 
 namespace {
-QVariantMap envelope(const QString &url)
-{
-    return QVariantMap{{"url", url}, {"headers", QVariantMap()}};
-}
+QVariantMap envelope(const QString &url) { return QVariantMap {{"url", url}, {"headers", QVariantMap()}}; }
 } // namespace
 
 TEST_F(CoreTest, NotConnectedFailsAtOnceOnTheCallersThreadAndSendsNothing)
@@ -54,16 +51,17 @@ TEST_F(CoreTest, UnansweredGetsAndSignUpOrChatInPostsAreSentFourTimesOtherPostsO
         lastSent[key] = e.atMs;
         EXPECT_EQ(e.timeoutSeconds, 1.0);
     }
-    EXPECT_EQ(sent, (QMap<QString, int>{{"get /badge", 4}, {"post /message/", 1}, {"post /client/chatin/", 4},
-                                        {"post /client/", 4}}));
+    EXPECT_EQ(sent,
+        (QMap<QString, int> {
+            {"get /badge", 4}, {"post /message/", 1}, {"post /client/chatin/", 4}, {"post /client/", 4}}));
     spinFor(50);
     for (Outcome<> *o : {&get, &message, &chatin, &signup})
         EXPECT_TRUE(o->failedOnceWith(999));
     EXPECT_EQ(get.error.info(), "NO ACK");
     // Newest first in the persisted log, one line per retry of each request.
-    EXPECT_EQ(logLines().filter("api retry"), (QStringList{"api retry NO.2", "api retry NO.2", "api retry NO.2",
-                                                           "api retry NO.1", "api retry NO.1", "api retry NO.1",
-                                                           "api retry NO.0", "api retry NO.0", "api retry NO.0"}));
+    EXPECT_EQ(logLines().filter("api retry"),
+        (QStringList {"api retry NO.2", "api retry NO.2", "api retry NO.2", "api retry NO.1", "api retry NO.1",
+            "api retry NO.1", "api retry NO.0", "api retry NO.0", "api retry NO.0"}));
     EXPECT_FALSE(parlo->isPostRetryListAPI(envelope("/client/chatin")));
     EXPECT_FALSE(parlo->isPostRetryListAPI(envelope("/client/chatin/?x=1")));
 }
@@ -73,30 +71,29 @@ TEST_F(CoreTest, RequestsGoOutAsGivenAndAnswersBecomeSuccessOrStatusErrors)
     connectScripted();
     IMUserDefaults::standardUserDefaults()->setToken(QString());
     const QVariantMap header = parlo->header();
-    EXPECT_EQ(header, (QVariantMap{{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", ""}}));
-    const QStringList names{"get", "post", "put", "delete"};
+    EXPECT_EQ(header, (QVariantMap {{"apiKey", "api"}, {"clientKey", "client"}, {"clientID", "me"}, {"token", ""}}));
+    const QStringList names {"get", "post", "put", "delete"};
     for (uint method = 0; method < 4; ++method) {
-        QVariantMap item{{"url", "/room/r1"}, {"headers", header}, {"data", QVariantMap{{"k", method}}}};
+        QVariantMap item {{"url", "/room/r1"}, {"headers", header}, {"data", QVariantMap {{"k", method}}}};
         parlo->emitWithMethod(method, item, nullptr, nullptr);
         EXPECT_EQ(socket->emits().last().event, names[int(method)]);
-        EXPECT_EQ(socket->emits().last().items, QVariantList{item});
+        EXPECT_EQ(socket->emits().last().items, QVariantList {item});
     }
 
-    struct Case
-    {
+    struct Case {
         QVariantList answer;
         bool success;
         int code;
         QVariant bodyOrInfo;
     };
-    const QVariantMap body{{"a", 1}};
-    const QList<Case> cases{
-        {{QVariantMap{{"statusCode", 200}, {"body", body}}}, true, 0, body},
-        {{QVariantMap{{"statusCode", 399}, {"body", "fine"}}}, true, 0, "fine"},
-        {{QVariantMap{{"body", "no status"}}}, true, 0, "no status"},
-        {{QVariantMap{{"statusCode", 404}, {"body", "not found"}}}, false, 404, "not found"},
-        {{QVariantMap{{"statusCode", 500}}}, false, 500, ""},
-        {{QVariantMap{{"statusCode", QVariant()}, {"body", "null status"}}}, false, 0, "null status"},
+    const QVariantMap body {{"a", 1}};
+    const QList<Case> cases {
+        {{QVariantMap {{"statusCode", 200}, {"body", body}}}, true, 0, body},
+        {{QVariantMap {{"statusCode", 399}, {"body", "fine"}}}, true, 0, "fine"},
+        {{QVariantMap {{"body", "no status"}}}, true, 0, "no status"},
+        {{QVariantMap {{"statusCode", 404}, {"body", "not found"}}}, false, 404, "not found"},
+        {{QVariantMap {{"statusCode", 500}}}, false, 500, ""},
+        {{QVariantMap {{"statusCode", QVariant()}, {"body", "null status"}}}, false, 0, "null status"},
         {{}, false, 0, ""},
     };
     for (const Case &c : cases) {
@@ -139,8 +136,8 @@ TEST_F(LiveCoreTest, ARequestInFlightWhenTheServerStopsEndsOnceAfterItsRetries)
     // The server holds the answer back, so that it cannot answer before it stops.
     dropAnswers({{"path", "/room/list"}, {"prefix", true}, {"action", "drop"}});
     Outcome<> lost;
-    parlo->emitWithMethod(0, {{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}}, lost.ok(),
-                          lost.fail());
+    parlo->emitWithMethod(
+        0, {{"url", "/room/list?offset=0&limit=1"}, {"headers", parlo->header()}}, lost.ok(), lost.fail());
     ASSERT_TRUE(waitUntil([&] { return faultHits() == 1; }));
     server->stop();
     EXPECT_TRUE(failsOnceWith(lost, 999, 15000));
@@ -153,7 +150,7 @@ TEST_F(CoreTest, DeferredWorkRunsInOrderAndTheIndicatorFollowsRequests)
     parlo->appendToQueue([&] { order << "first"; });
     parlo->appendToQueue([&] { order << "second"; });
     parlo->execQueue();
-    EXPECT_EQ(order, (QStringList{"first", "second"}));
+    EXPECT_EQ(order, (QStringList {"first", "second"}));
     EXPECT_TRUE(parlo->queueArray().isEmpty());
 
     connectScripted();
@@ -161,7 +158,7 @@ TEST_F(CoreTest, DeferredWorkRunsInOrderAndTheIndicatorFollowsRequests)
     Outcome<> o;
     parlo->emitWithMethod(0, envelope("/badge"), o.ok(), o.fail());
     ASSERT_TRUE(waitUntil([] { return IMPlatform::instance()->isNetworkActivityIndicatorVisible(); }));
-    socket->answerAll({QVariantMap{{"statusCode", 200}}});
+    socket->answerAll({QVariantMap {{"statusCode", 200}}});
     ASSERT_TRUE(waitUntil([&] { return o.total() == 1; }));
     EXPECT_FALSE(IMPlatform::instance()->isNetworkActivityIndicatorVisible());
 }

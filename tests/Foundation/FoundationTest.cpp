@@ -19,13 +19,13 @@ TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAddedUntilRemoved)
     QStringList seen;
     center.addObserver(QStringLiteral("A"), [&](const IMNotification &n) { seen << "first:" + n.object.toString(); });
     center.addObserver(QStringLiteral("A"), QVariant(QStringLiteral("x")), nullptr,
-                       [&](const IMNotification &n) { seen << "onlyX:" + n.object.toString(); });
+        [&](const IMNotification &n) { seen << "onlyX:" + n.object.toString(); });
     center.addObserver(QString(), [&](const IMNotification &n) { seen << "any:" + n.name; });
 
     center.post(QStringLiteral("A"), QStringLiteral("x"));
     center.post(QStringLiteral("A"), QStringLiteral("y"));
     center.post(QStringLiteral("B"));
-    EXPECT_EQ(seen, (QStringList{"first:x", "onlyX:x", "any:A", "first:y", "any:A", "any:B"}));
+    EXPECT_EQ(seen, (QStringList {"first:x", "onlyX:x", "any:A", "first:y", "any:A", "any:B"}));
 
     // An observer may remove itself from inside its block.
     int calls = 0;
@@ -40,8 +40,8 @@ TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAddedUntilRemoved)
 
     // A delivery queued on the main queue is dropped when its observer goes before it runs.
     int queued = 0;
-    auto token = center.addObserver(QStringLiteral("Q"), QVariant(), IMDispatchQueue::mainQueue(),
-                                    [&](const IMNotification &) { ++queued; });
+    auto token = center.addObserver(
+        QStringLiteral("Q"), QVariant(), IMDispatchQueue::mainQueue(), [&](const IMNotification &) { ++queued; });
     center.post(QStringLiteral("Q"));
     center.removeObserver(token);
     spinFor(30);
@@ -51,10 +51,10 @@ TEST(NotificationCenter, DeliversByNameAndObjectFilterInOrderAddedUntilRemoved)
 TEST(NotificationCenter, QueuedObserverRunsOnItsQueueAndPostingIsThreadSafe)
 {
     IMNotificationCenter center;
-    std::atomic<int> onMain{0};
-    std::atomic<int> offMain{0};
+    std::atomic<int> onMain {0};
+    std::atomic<int> offMain {0};
     center.addObserver(QStringLiteral("T"), QVariant(), IMDispatchQueue::mainQueue(),
-                       [&](const IMNotification &) { (IMIsMainThread() ? onMain : offMain)++; });
+        [&](const IMNotification &) { (IMIsMainThread() ? onMain : offMain)++; });
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
@@ -90,15 +90,19 @@ TEST(Dispatch, MainAsyncIsNeverInlineSerialQueueKeepsOrderAndAfterRunsOnMain)
         bool current = false;
         queue.sync([&] { current = queue.isCurrent(); });
         EXPECT_TRUE(current);
-        queue.async([&] { QThread::msleep(20); std::lock_guard<std::mutex> lock(m); order.push_back(100); });
+        queue.async([&] {
+            QThread::msleep(20);
+            std::lock_guard<std::mutex> lock(m);
+            order.push_back(100);
+        });
     } // the destructor runs what was queued before it
     ASSERT_EQ(order.size(), 101u);
     for (int i = 0; i <= 100; ++i)
         EXPECT_EQ(order[size_t(i)], i);
 
     // A delayed block runs on the main queue, whichever thread asked for it.
-    std::atomic<bool> onMain{false};
-    std::atomic<bool> done{false};
+    std::atomic<bool> onMain {false};
+    std::atomic<bool> done {false};
     std::thread([&] {
         IMDispatchAfter(0.02, [&] {
             onMain = IMIsMainThread();
@@ -121,5 +125,5 @@ TEST(ErrorAndLog, ErrorRecordsAndConsoleLines)
     EXPECT_EQ(IMLogLine("/a/b/Parlo.cpp", 42), QStringLiteral("<Parlo.cpp:42>"));
     EXPECT_EQ(IMDescription(QVariant()), QStringLiteral("(null)"));
     EXPECT_EQ(IMDescription(QStringLiteral("text")), QStringLiteral("text"));
-    EXPECT_EQ(IMDescription(QVariantList{1, "a"}).simplified(), QStringLiteral("[ 1, \"a\" ]"));
+    EXPECT_EQ(IMDescription(QVariantList {1, "a"}).simplified(), QStringLiteral("[ 1, \"a\" ]"));
 }

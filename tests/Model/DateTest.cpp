@@ -8,9 +8,9 @@
 
 TEST(ModelDate, TimestampsRoundTripInEveryTimeZone)
 {
-    const QStringList texts{ "2016-01-02T03:04:05.678Z", "2016-05-04T09:30:00.000Z", "1999-12-31T23:59:59.999Z",
-                             "2024-02-29T00:00:00.001Z" };
-    for (const char *zone : { "UTC", "Asia/Taipei", "America/Los_Angeles", "Pacific/Chatham", "Asia/Kolkata" }) {
+    const QStringList texts {
+        "2016-01-02T03:04:05.678Z", "2016-05-04T09:30:00.000Z", "1999-12-31T23:59:59.999Z", "2024-02-29T00:00:00.001Z"};
+    for (const char *zone : {"UTC", "Asia/Taipei", "America/Los_Angeles", "Pacific/Chatham", "Asia/Kolkata"}) {
         ScopedTimeZone tz(zone);
         for (const QString &text : texts) {
             const QDateTime date = IMDate::toDate(text);
@@ -25,10 +25,9 @@ TEST(ModelDate, TimestampsRoundTripInEveryTimeZone)
 
 TEST(ModelDate, OnlyTheExactPatternGivesADate)
 {
-    for (const char *text : { "2016-01-02T03:04:05Z", "2016-01-02T03:04:05.678+08:00", "2016-01-02T03:04:05.678",
-                              "2016-01-02 03:04:05.678Z", "2016-02-30T03:04:05.678Z", "2016-01-02T24:04:05.678Z",
-                              "2016-01-02T03:04:05.67Z", "2016-01-02T03:04:05.6789Z", "x016-01-02T03:04:05.678Z",
-                              "", "garbage" })
+    for (const char *text : {"2016-01-02T03:04:05Z", "2016-01-02T03:04:05.678+08:00", "2016-01-02T03:04:05.678",
+             "2016-01-02 03:04:05.678Z", "2016-02-30T03:04:05.678Z", "2016-01-02T24:04:05.678Z",
+             "2016-01-02T03:04:05.67Z", "2016-01-02T03:04:05.6789Z", "x016-01-02T03:04:05.678Z", "", "garbage"})
         EXPECT_FALSE(IMDate::toDate(QString::fromLatin1(text)).isValid()) << text;
     EXPECT_TRUE(IMDate::toDate(QString()).isNull());
     EXPECT_TRUE(IMDate::toString8601(QDateTime()).isNull());
@@ -38,10 +37,11 @@ TEST(ModelDate, LocalFormattingUsesTheDeviceZone)
 {
     QLocale::setDefault(QLocale::c());
     const QString text = "2016-05-04T09:30:05.120Z";
-    const struct { const char *zone, *format, *expected; } cases[] = {
-        { "Asia/Taipei", "yyyy/MM/dd HH:mm", "2016/05/04 17:30" }, { "Asia/Taipei", "h:mm a", "5:30 PM" },
-        { "Asia/Taipei", "'at' HH'h' ss.SSS ''", "at 17h 05.120 '" }, { "Asia/Taipei", "EEE d MMM yy", "Wed 4 May 16" },
-        { "America/Los_Angeles", "M/d HH:mm", "5/4 02:30" }, { "America/Los_Angeles", "hh:mm a", "02:30 AM" } };
+    const struct {
+        const char *zone, *format, *expected;
+    } cases[] = {{"Asia/Taipei", "yyyy/MM/dd HH:mm", "2016/05/04 17:30"}, {"Asia/Taipei", "h:mm a", "5:30 PM"},
+        {"Asia/Taipei", "'at' HH'h' ss.SSS ''", "at 17h 05.120 '"}, {"Asia/Taipei", "EEE d MMM yy", "Wed 4 May 16"},
+        {"America/Los_Angeles", "M/d HH:mm", "5/4 02:30"}, {"America/Los_Angeles", "hh:mm a", "02:30 AM"}};
     for (const auto &c : cases) {
         ScopedTimeZone tz(c.zone);
         EXPECT_EQ(IMDate::toStringWithDateFormat(text, c.format), c.expected) << c.zone << " " << c.format;
@@ -66,16 +66,17 @@ TEST(ModelDate, RelativeUnitsRoundDownAndCalendarTestsCompareOneComponent)
 
     // Calendar questions compare one component only, in the local calendar.
     ScopedTimeZone tz("Asia/Taipei");
-    const auto local = [](int y, int m, int d) { return QDateTime(QDate(y, m, d), QTime(12, 0), QTimeZone("Asia/Taipei")); };
+    const auto local
+        = [](int y, int m, int d) { return QDateTime(QDate(y, m, d), QTime(12, 0), QTimeZone("Asia/Taipei")); };
 
-    EXPECT_TRUE(IMDate::isToday(local(2020, 2, 15), now));  // same day number, other month
+    EXPECT_TRUE(IMDate::isToday(local(2020, 2, 15), now)); // same day number, other month
     EXPECT_FALSE(IMDate::isToday(local(2020, 3, 14), now));
-    EXPECT_TRUE(IMDate::isThisMonth(local(2011, 3, 1), now));  // same month, other year
+    EXPECT_TRUE(IMDate::isThisMonth(local(2011, 3, 1), now)); // same month, other year
     EXPECT_FALSE(IMDate::isThisMonth(local(2020, 4, 15), now));
     EXPECT_TRUE(IMDate::isThisYear(local(2020, 12, 31), now));
     EXPECT_FALSE(IMDate::isThisYear(local(2019, 3, 15), now));
-    EXPECT_TRUE(IMDate::isThisWeek(local(2020, 3, 11), now));   // Wednesday of the same week
-    EXPECT_FALSE(IMDate::isThisWeek(local(2019, 3, 13), now));  // same week number, other year
+    EXPECT_TRUE(IMDate::isThisWeek(local(2020, 3, 11), now)); // Wednesday of the same week
+    EXPECT_FALSE(IMDate::isThisWeek(local(2019, 3, 13), now)); // same week number, other year
     EXPECT_TRUE(IMDate::isThisEra(local(1, 1, 1), now));
     EXPECT_FALSE(IMDate::isThisEra(local(-44, 3, 15), now));
     EXPECT_FALSE(IMDate::isTime(now, 5, now));

@@ -9,8 +9,7 @@
 #include <gtest/gtest.h>
 
 namespace {
-class ModelMessage : public ::testing::Test
-{
+class ModelMessage : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -29,7 +28,7 @@ protected:
 
 TEST_F(ModelMessage, InitialisersSetTheirDefaultsAndAFreshIdFromSender)
 {
-    IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "id", "c1" }, { "clientID", "me" } });
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({{"id", "c1"}, {"clientID", "me"}});
     IMMessagePtr plain = IMMessage::create();
     EXPECT_EQ(plain->sendingType(), IMMessageSendingTypeSettled);
     EXPECT_EQ(plain->messageType(), kMessageTypeText);
@@ -41,7 +40,7 @@ TEST_F(ModelMessage, InitialisersSetTheirDefaultsAndAFreshIdFromSender)
 
     auto room = std::make_shared<IMRoom>();
     IMMessagePtr outgoing = IMMessage::initWithRoom(room);
-    EXPECT_EQ(outgoing->room(), room);  // the same record, not a copy
+    EXPECT_EQ(outgoing->room(), room); // the same record, not a copy
     EXPECT_EQ(outgoing->sendingType(), IMMessageSendingTypeSending);
     EXPECT_TRUE(outgoing->messageType().isNull());
     EXPECT_TRUE(outgoing->message().isNull());
@@ -50,7 +49,7 @@ TEST_F(ModelMessage, InitialisersSetTheirDefaultsAndAFreshIdFromSender)
     EXPECT_TRUE(outgoing->option()->needToPush());
 
     // A mapped message starts from the initialised record.
-    IMMessagePtr mapped = IMMessage::fromDictionary({ { "id", "m1" }, { "messageType", "GEO" } });
+    IMMessagePtr mapped = IMMessage::fromDictionary({{"id", "m1"}, {"messageType", "GEO"}});
     ASSERT_TRUE(mapped);
     EXPECT_EQ(mapped->messageType(), kMessageTypeGeo);
     EXPECT_EQ(mapped->sendingType(), 0u);
@@ -72,11 +71,11 @@ TEST_F(ModelMessage, TempNeverTravelsAndTypesFollowTheirIndex)
     IMMessagePtr message = IMMessage::initWithRoom(nullptr);
     message->setTemp(QStringLiteral("/tmp/picture.png"));
     EXPECT_FALSE(message->toDictionary().contains("temp"));
-    IMMessagePtr mapped = IMMessage::fromDictionary({ { "temp", "from server" } });
+    IMMessagePtr mapped = IMMessage::fromDictionary({{"temp", "from server"}});
     ASSERT_TRUE(mapped);
     EXPECT_FALSE(mapped->temp().isValid());
 
-    const QStringList expected{ "text", "image", "audio", "video", "GEO", "sticker", "other", "delete" };
+    const QStringList expected {"text", "image", "audio", "video", "GEO", "sticker", "other", "delete"};
     for (int i = 0; i < expected.size(); ++i) {
         message->setMessageWithType(i);
         EXPECT_EQ(message->messageType(), expected.at(i));
@@ -91,7 +90,7 @@ TEST_F(ModelMessage, CopyKeepsTempAndOptionAndSharesNestedRecords)
     IMMessagePtr local = IMMessage::initWithRoom(std::make_shared<IMRoom>());
     local->setTemp(42);
     IMMessageOptionPtr option = local->option();
-    local->setData({ { "local", true } });
+    local->setData({{"local", true}});
 
     IMMessagePtr server = std::make_shared<IMMessage>();
     server->setObjectID("m7");
@@ -107,7 +106,7 @@ TEST_F(ModelMessage, CopyKeepsTempAndOptionAndSharesNestedRecords)
     EXPECT_EQ(local->message(), "hello");
     EXPECT_EQ(local->room(), server->room());
     EXPECT_EQ(local->sendingType(), 0u);
-    EXPECT_FALSE(local->hasData());  // unset on the server's record, so unset here too
+    EXPECT_FALSE(local->hasData()); // unset on the server's record, so unset here too
     EXPECT_TRUE(local->url().isNull());
     EXPECT_EQ(local->temp(), QVariant(42));
     EXPECT_EQ(local->option(), option);
@@ -120,7 +119,8 @@ TEST_F(ModelMessage, DaySeparatorsFollowTheLocalCalendar)
     IMMessagePtr late = at("2016-01-01T23:59:00.000Z");
     IMMessagePtr early = at("2016-01-02T00:01:00.000Z");
     // Both fall on 2 January in Taipei and on 1 January in New York.
-    for (const auto &[zone, different] : { std::pair{ "UTC", true }, { "Asia/Taipei", false }, { "America/New_York", false } }) {
+    for (const auto &[zone, different] :
+        {std::pair {"UTC", true}, {"Asia/Taipei", false}, {"America/New_York", false}}) {
         ScopedTimeZone tz(zone);
         EXPECT_EQ(late->isDifferentDateWithMessage(early), different) << zone;
     }
@@ -146,18 +146,18 @@ TEST_F(ModelMessage, CurrentClientIsRebuiltFromTheSettingsAndAnyOtherIsTheFirstM
     EXPECT_NE(first, IMClient::currentClient());
 
     // A persisted dictionary that no longer maps gives an empty record, not a crash.
-    IMUserDefaults::standardUserDefaults()->setCurrentUser({ { "totalBadge", QVariantList{ 1 } } });
+    IMUserDefaults::standardUserDefaults()->setCurrentUser({{"totalBadge", QVariantList {1}}});
     EXPECT_TRUE(IMClient::currentClient()->toDictionary().isEmpty());
 
     // Any other client is the first member who is not me.
     IMUserDefaults::standardUserDefaults()->setClientID("me");
     IMRoom room;
     EXPECT_FALSE(room.anyOtherClient());
-    room.setClient({ QVariantMap{ { "clientID", "me" } }, QVariantMap{ { "clientID", "A" } },
-                     QVariantMap{ { "clientID", "B" } } });
+    room.setClient(
+        {QVariantMap {{"clientID", "me"}}, QVariantMap {{"clientID", "A"}}, QVariantMap {{"clientID", "B"}}});
     ASSERT_TRUE(room.anyOtherClient());
     EXPECT_EQ(room.anyOtherClient()->clientID(), "A");
-    EXPECT_NE(room.anyOtherClient(), room.anyOtherClient());  // built afresh each time
-    room.setClient({ QVariantMap{ { "clientID", "me" } } });
+    EXPECT_NE(room.anyOtherClient(), room.anyOtherClient()); // built afresh each time
+    room.setClient({QVariantMap {{"clientID", "me"}}});
     EXPECT_FALSE(room.anyOtherClient());
 }

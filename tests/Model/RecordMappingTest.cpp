@@ -33,13 +33,13 @@ TEST(ModelMapping, ServerObjectMapsIdDropsUnknownKeysAndLeavesEverythingElseUnse
     EXPECT_FALSE(room->hasData());
     EXPECT_FALSE(room->sender());
     // Unset properties, numbers and booleans included, stay out of the way back.
-    EXPECT_EQ(room->toDictionary(), (QVariantMap{ { "id", "r1" }, { "name", "Room" } }));
+    EXPECT_EQ(room->toDictionary(), (QVariantMap {{"id", "r1"}, {"name", "Room"}}));
 
     // Unknown keys are dropped, nulls leave properties unset, and only "id" feeds objectID.
     room = IMRoom::fromDictionary(
-            json(R"({"id": "r1", "weird": [1, 2], "name": null, "badge": null, "objectID": "no"})"));
+        json(R"({"id": "r1", "weird": [1, 2], "name": null, "badge": null, "objectID": "no"})"));
     ASSERT_TRUE(room);
-    EXPECT_EQ(room->toDictionary(), (QVariantMap{ { "id", "r1" } }));
+    EXPECT_EQ(room->toDictionary(), (QVariantMap {{"id", "r1"}}));
 }
 
 TEST(ModelMapping, FullRoomRoundTripsThroughItsDictionary)
@@ -56,7 +56,7 @@ TEST(ModelMapping, FullRoomRoundTripsThroughItsDictionary)
     EXPECT_TRUE(room->hasIsPublic());
     EXPECT_FALSE(room->isPublic());
     EXPECT_EQ(room->badge(), 0);
-    EXPECT_EQ(room->message().size(), 2);  // entries beyond the latest are kept as sent
+    EXPECT_EQ(room->message().size(), 2); // entries beyond the latest are kept as sent
     ASSERT_TRUE(room->sender());
     EXPECT_EQ(room->sender()->totalBadge(), 4u);
 
@@ -66,8 +66,8 @@ TEST(ModelMapping, FullRoomRoundTripsThroughItsDictionary)
 
 TEST(ModelMapping, MismatchedTypesFailTheRecordOrTheWholeMergeAndTextNumbersConvert)
 {
-    for (const char *bad : { R"({"id": "r1", "name": {"a": 1}})", R"({"id": "r1", "badge": "many"})",
-                             R"({"id": "r1", "badge": 3000000000})", R"({"id": "r1", "archivedBy": [{"x": 1}]})" })
+    for (const char *bad : {R"({"id": "r1", "name": {"a": 1}})", R"({"id": "r1", "badge": "many"})",
+             R"({"id": "r1", "badge": 3000000000})", R"({"id": "r1", "archivedBy": [{"x": 1}]})"})
         EXPECT_FALSE(IMRoom::fromDictionary(json(bad))) << bad;
     EXPECT_FALSE(IMClient::fromDictionary(json(R"({"totalBadge": -1})")));
     EXPECT_FALSE(IMFile::fromDictionary(json(R"({"size": [1]})")));
@@ -80,7 +80,7 @@ TEST(ModelMapping, MismatchedTypesFailTheRecordOrTheWholeMergeAndTextNumbersConv
     IMClientPtr client = IMClient::fromDictionary(json(R"({"emailVerified": true, "roomIDs": ["a", 2]})"));
     ASSERT_TRUE(client);
     EXPECT_EQ(client->emailVerified(), "1");
-    EXPECT_EQ(client->roomIDs(), (QStringList{ "a", "2" }));
+    EXPECT_EQ(client->roomIDs(), (QStringList {"a", "2"}));
 
     // A merge with a mismatched value changes nothing.
     room = IMRoom::fromDictionary(json(R"({"id": "r1", "name": "Old", "badge": 2})"));
@@ -98,7 +98,7 @@ TEST(ModelMapping, MismatchedTypesFailTheRecordOrTheWholeMergeAndTextNumbersConv
 TEST(ModelMapping, NestedRecordsAndArrayEntriesThatDoNotMapAreSkipped)
 {
     IMMessagePtr message = IMMessage::fromDictionary(
-            json(R"({"id": "m1", "room": "r1", "sender": {"totalBadge": "x"}, "option": {"needToPush": true}})"));
+        json(R"({"id": "m1", "room": "r1", "sender": {"totalBadge": "x"}, "option": {"needToPush": true}})"));
     ASSERT_TRUE(message);
     EXPECT_EQ(message->objectID(), "m1");
     EXPECT_FALSE(message->room());
@@ -111,28 +111,31 @@ TEST(ModelMapping, NestedRecordsAndArrayEntriesThatDoNotMapAreSkipped)
     EXPECT_EQ(message->sender()->objectID(), "c1");
     EXPECT_FALSE(message->option()->needToPush());
     EXPECT_EQ(message->toDictionary().value("option").toMap(),
-              (QVariantMap{ { "needToPush", false }, { "badgeIncrease", true }, { "pushSound", "ding" } }));
+        (QVariantMap {{"needToPush", false}, {"badgeIncrease", true}, {"pushSound", "ding"}}));
 
     // Arrays leave out the entries that do not map.
-    const QVariantList array = QJsonDocument::fromJson(
-            R"([{"id": "a"}, "text", {"id": "b", "badge": "x"}, [{"id": "c"}], {"id": "d"}])").toVariant().toList();
+    const QVariantList array
+        = QJsonDocument::fromJson(R"([{"id": "a"}, "text", {"id": "b", "badge": "x"}, [{"id": "c"}], {"id": "d"}])")
+              .toVariant()
+              .toList();
     QStringList ids;
     for (const IMRoomPtr &room : IMRoom::arrayOfModelsFromDictionaries(array))
         ids << room->objectID();
-    EXPECT_EQ(ids, (QStringList{ "a", "c", "d" }));
-    EXPECT_EQ(IMBadge::arrayOfModelsFromDictionaries({ QVariantMap{ { "total", 1 } }, QVariantMap{} }).size(), 1);
+    EXPECT_EQ(ids, (QStringList {"a", "c", "d"}));
+    EXPECT_EQ(IMBadge::arrayOfModelsFromDictionaries({QVariantMap {{"total", 1}}, QVariantMap {}}).size(), 1);
 }
 
 TEST(ModelMapping, ValueRecordsRequireTheirKeys)
 {
-    for (const char *bad : { R"({"badgeIncrease": true})", R"({"needToPush": true})",
-                             R"({"needToPush": null, "badgeIncrease": true})" })
+    for (const char *bad :
+        {R"({"badgeIncrease": true})", R"({"needToPush": true})", R"({"needToPush": null, "badgeIncrease": true})"})
         EXPECT_FALSE(IMMessageOption::fromDictionary(json(bad))) << bad;
-    IMMessageOptionPtr option = IMMessageOption::fromDictionary(json(R"({"needToPush": true, "badgeIncrease": false})"));
+    IMMessageOptionPtr option
+        = IMMessageOption::fromDictionary(json(R"({"needToPush": true, "badgeIncrease": false})"));
     ASSERT_TRUE(option);
     EXPECT_TRUE(option->pushMessage().isNull());
     EXPECT_TRUE(option->pushSound().isNull());
-    EXPECT_EQ(option->toDictionary(), (QVariantMap{ { "needToPush", true }, { "badgeIncrease", false } }));
+    EXPECT_EQ(option->toDictionary(), (QVariantMap {{"needToPush", true}, {"badgeIncrease", false}}));
 
     IMMessageOption defaults;
     EXPECT_TRUE(defaults.needToPush());
@@ -145,8 +148,8 @@ TEST(ModelMapping, ValueRecordsRequireTheirKeys)
     EXPECT_EQ(badge->total(), 3);
 
     EXPECT_FALSE(IMInviteClient::fromDictionary(json(R"({"name": "A", "clientID": "a"})")));
-    IMInviteClientPtr invite =
-            IMInviteClient::fromDictionary(json(R"({"name": "A", "pictureURLString": "", "clientID": "a"})"));
+    IMInviteClientPtr invite
+        = IMInviteClient::fromDictionary(json(R"({"name": "A", "pictureURLString": "", "clientID": "a"})"));
     ASSERT_TRUE(invite);
     EXPECT_EQ(invite->pictureURLString(), "");
 }

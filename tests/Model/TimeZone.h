@@ -1,14 +1,15 @@
 #pragma once
 
 #include <QByteArray>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 
 //! Switches the process's local time zone for the lifetime of the object.
-class ScopedTimeZone
-{
+class ScopedTimeZone {
 public:
-    explicit ScopedTimeZone(const char *zone) : m_old(qgetenv("TZ")), m_hadOld(qEnvironmentVariableIsSet("TZ"))
+    explicit ScopedTimeZone(const char *zone)
+        : m_old(qgetenv("TZ"))
+        , m_hadOld(qEnvironmentVariableIsSet("TZ"))
     {
         qputenv("TZ", zone);
         tzset();

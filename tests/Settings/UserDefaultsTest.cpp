@@ -9,8 +9,7 @@
 #include <vector>
 
 namespace {
-class SettingsUserDefaults : public ::testing::Test
-{
+class SettingsUserDefaults : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -26,7 +25,8 @@ protected:
 TEST_F(SettingsUserDefaults, KeysArePrefixedPropertyNamesWithACapital)
 {
     // The properties' own keys are checked in the file below; these are the edge cases.
-    for (const auto &[name, key] : { std::pair{ "token", "OruChatToken" }, { "Already", "OruChatAlready" }, { "", "OruChat" } })
+    for (const auto &[name, key] :
+        {std::pair {"token", "OruChatToken"}, {"Already", "OruChatAlready"}, {"", "OruChat"}})
         EXPECT_EQ(IMUserDefaults::transformKey(name), key);
 }
 
@@ -35,9 +35,9 @@ TEST_F(SettingsUserDefaults, PropertiesLandUnderTheirKeysOnWrite)
     defaults()->setClientID("me");
     defaults()->setToken("t0k");
     defaults()->setFirstTimeLaunch(true);
-    defaults()->setCurrentUser({ { "id", "c1" }, { "totalBadge", 3 } });
-    defaults()->setMessageCache({ QVariantMap{ { "id", "m1" } } });
-    defaults()->setLog({ QVariantMap{ { "line", "<a.cpp:1>" }, { "data", "x" } } });
+    defaults()->setCurrentUser({{"id", "c1"}, {"totalBadge", 3}});
+    defaults()->setMessageCache({QVariantMap {{"id", "m1"}}});
+    defaults()->setLog({QVariantMap {{"line", "<a.cpp:1>"}, {"data", "x"}}});
     ASSERT_TRUE(defaults()->write());
 
     QSettings file(path, QSettings::IniFormat);
@@ -60,14 +60,14 @@ TEST_F(SettingsUserDefaults, ValuesSurviveSwitchingFilesAndClearing)
     EXPECT_TRUE(defaults()->log().isEmpty());
 
     defaults()->setToken("abc");
-    defaults()->setCurrentUser({ { "id", "c1" }, { "roomIDs", QStringList{ "r1", "r2" } } });
+    defaults()->setCurrentUser({{"id", "c1"}, {"roomIDs", QStringList {"r1", "r2"}}});
     // Pending changes reach the old file when the host points the settings elsewhere.
     const QString other = QDir(makeTempDir()).filePath("other.ini");
     defaults()->setSettingsFile(other);
     EXPECT_TRUE(defaults()->token().isNull());
     defaults()->setSettingsFile(path);
     EXPECT_EQ(defaults()->token(), "abc");
-    EXPECT_EQ(defaults()->currentUser().value("roomIDs").toStringList(), (QStringList{ "r1", "r2" }));
+    EXPECT_EQ(defaults()->currentUser().value("roomIDs").toStringList(), (QStringList {"r1", "r2"}));
     EXPECT_TRUE(defaults()->hasLog());
     EXPECT_TRUE(defaults()->log().isEmpty());
 

@@ -35,13 +35,20 @@ TEST(SocketIOCodec, EngineIOPayloadsAndFramesBothRevisions)
         QByteArray wire;
         QList<EP> packets;
     } cases[] = {
-        {4, "4hello\x1e" "2\x1e" "4" + euro.toUtf8(),
-         {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Ping), EP::makeText(EP::Message, euro)}},
-        {4, "4hello\x1e" "bAQIDBA==", {EP::makeText(EP::Message, "hello"), EP::makeBinary("\x01\x02\x03\x04")}},
+        {4,
+            "4hello\x1e"
+            "2\x1e"
+            "4" + euro.toUtf8(),
+            {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Ping), EP::makeText(EP::Message, euro)}},
+        {4,
+            "4hello\x1e"
+            "bAQIDBA==",
+            {EP::makeText(EP::Message, "hello"), EP::makeBinary("\x01\x02\x03\x04")}},
         {4, "0" + open.toUtf8(), {EP::makeText(EP::Open, open)}},
         {3, "6:4hello2:4" + euro.toUtf8() + "1:2",
-         {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Message, euro), EP::makeText(EP::Ping)}},
-        {3, ("3:4" + smile + "6:4hello").toUtf8(), {EP::makeText(EP::Message, smile), EP::makeText(EP::Message, "hello")}},
+            {EP::makeText(EP::Message, "hello"), EP::makeText(EP::Message, euro), EP::makeText(EP::Ping)}},
+        {3, ("3:4" + smile + "6:4hello").toUtf8(),
+            {EP::makeText(EP::Message, smile), EP::makeText(EP::Message, "hello")}},
         {3, "10:b4AQIDBA==", {EP::makeBinary("\x01\x02\x03\x04")}},
     };
     for (const auto &c : cases) {
@@ -52,9 +59,8 @@ TEST(SocketIOCodec, EngineIOPayloadsAndFramesBothRevisions)
         EXPECT_EQ(EP::encodePayload(c.packets, c.eio), c.wire);
     }
 
-    const std::pair<int, QByteArray> bad[] = {
-        {4, ""}, {4, "7x"}, {4, "4a\x1e\x1e"}, {4, "b!!!"}, {3, "9:4hello"}, {3, ":4"}, {3, "x:4"}, {3, "2:9z"},
-        {3, "4hello"}, {3, "99999999999999999999:4"}};
+    const std::pair<int, QByteArray> bad[] = {{4, ""}, {4, "7x"}, {4, "4a\x1e\x1e"}, {4, "b!!!"}, {3, "9:4hello"},
+        {3, ":4"}, {3, "x:4"}, {3, "2:9z"}, {3, "4hello"}, {3, "99999999999999999999:4"}};
     for (const auto &[eio, wire] : bad) {
         QList<EP> packets;
         EXPECT_FALSE(EP::decodePayload(wire, eio, &packets)) << eio << " " << wire.toStdString();
@@ -64,11 +70,11 @@ TEST(SocketIOCodec, EngineIOPayloadsAndFramesBothRevisions)
     EP p;
     EXPECT_EQ(EP::encodeText(EP::makeText(EP::Ping, "probe"), 4), "2probe");
     ASSERT_TRUE(EP::decodeText("3probe", 4, &p));
-    EXPECT_EQ(describe({p}), QStringList{"3:probe"});
+    EXPECT_EQ(describe({p}), QStringList {"3:probe"});
     EXPECT_EQ(EP::encodeBinaryFrame("\x01\x02", 4), QByteArray("\x01\x02"));
     EXPECT_EQ(EP::encodeBinaryFrame("\x01\x02", 3), QByteArray("\x04\x01\x02"));
     ASSERT_TRUE(EP::decodeBinaryFrame(QByteArray("\x04\x01\x02"), 3, &p));
-    EXPECT_EQ(describe({p}), QStringList{"4:b0102"});
+    EXPECT_EQ(describe({p}), QStringList {"4:b0102"});
     EXPECT_FALSE(EP::decodeText("", 4, &p));
     EXPECT_FALSE(EP::decodeText("x", 4, &p));
     EXPECT_FALSE(EP::decodeBinaryFrame(QByteArray("\x02\x01"), 3, &p));
@@ -129,15 +135,16 @@ TEST(SocketIOCodec, SocketIOPacketsEncode)
     } cases[] = {
         {packet(SP::Connect), "0"},
         {packet(SP::Connect, "/admin"), "0/admin,"},
-        {packet(SP::Connect, "/admin", -1, QVariantMap{{"token", "123"}}), "0/admin,{\"token\":\"123\"}"},
-        {packet(SP::Event, "/", -1, QVariantList{"foo"}), "2[\"foo\"]"},
-        {packet(SP::Event, "/admin", 456, QVariantList{"bar"}), "2/admin,456[\"bar\"]"},
-        {packet(SP::Ack, "/admin", 456, QVariantList{}), "3/admin,456[]"},
-        {packet(SP::Event, "/", -1, QVariantList{"n", QVariant(), qQNaN(), QString::fromUtf8("\xc3\xa9\"\n")}),
-         QString::fromUtf8("2[\"n\",null,null,\"\xc3\xa9\\\"\\n\"]")},
-        {packet(SP::Event, "/", -1, QVariantList{"baz", bytes}), "51-[\"baz\",{\"_placeholder\":true,\"num\":0}]", {bytes}},
-        {packet(SP::Ack, "/admin", 456, QVariantList{QVariantMap{{"a", QByteArray("x")}}, QByteArray("y")}),
-         "62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":0}},{\"_placeholder\":true,\"num\":1}]", {"x", "y"}},
+        {packet(SP::Connect, "/admin", -1, QVariantMap {{"token", "123"}}), "0/admin,{\"token\":\"123\"}"},
+        {packet(SP::Event, "/", -1, QVariantList {"foo"}), "2[\"foo\"]"},
+        {packet(SP::Event, "/admin", 456, QVariantList {"bar"}), "2/admin,456[\"bar\"]"},
+        {packet(SP::Ack, "/admin", 456, QVariantList {}), "3/admin,456[]"},
+        {packet(SP::Event, "/", -1, QVariantList {"n", QVariant(), qQNaN(), QString::fromUtf8("\xc3\xa9\"\n")}),
+            QString::fromUtf8("2[\"n\",null,null,\"\xc3\xa9\\\"\\n\"]")},
+        {packet(SP::Event, "/", -1, QVariantList {"baz", bytes}), "51-[\"baz\",{\"_placeholder\":true,\"num\":0}]",
+            {bytes}},
+        {packet(SP::Ack, "/admin", 456, QVariantList {QVariantMap {{"a", QByteArray("x")}}, QByteArray("y")}),
+            "62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":0}},{\"_placeholder\":true,\"num\":1}]", {"x", "y"}},
     };
     QList<QByteArray> buffers; // shared: each binary packet replaces what the one before left
     for (const auto &c : cases) {
@@ -157,12 +164,12 @@ TEST(SocketIOCodec, SocketIOPacketsDecode)
         qint64 id;
         QVariant data; // invalid: the packet has none
     } cases[] = {
-        {"0{\"sid\":\"oSO0OpakMV_3jnilAAAA\"}", SP::Connect, "/", -1, QVariantMap{{"sid", "oSO0OpakMV_3jnilAAAA"}}},
-        {"4{\"message\":\"Not authorized\"}", SP::ConnectError, "/", -1, QVariantMap{{"message", "Not authorized"}}},
+        {"0{\"sid\":\"oSO0OpakMV_3jnilAAAA\"}", SP::Connect, "/", -1, QVariantMap {{"sid", "oSO0OpakMV_3jnilAAAA"}}},
+        {"4{\"message\":\"Not authorized\"}", SP::ConnectError, "/", -1, QVariantMap {{"message", "Not authorized"}}},
         {"4/admin,\"Not authorized\"", SP::ConnectError, "/admin", -1, "Not authorized"},
-        {"2/admin,456[\"bar\"]", SP::Event, "/admin", 456, QVariantList{"bar"}},
+        {"2/admin,456[\"bar\"]", SP::Event, "/admin", 456, QVariantList {"bar"}},
         {"1/admin,", SP::Disconnect, "/admin", -1, QVariant()},
-        {"3/admin,456[]", SP::Ack, "/admin", 456, QVariantList{}},
+        {"3/admin,456[]", SP::Ack, "/admin", 456, QVariantList {}},
         {"0/admin?token=1,", SP::Connect, "/admin?token=1", -1, QVariant()},
     };
     SP p;
@@ -176,8 +183,8 @@ TEST(SocketIOCodec, SocketIOPacketsDecode)
         EXPECT_EQ(p.data, c.data);
     }
 
-    ASSERT_TRUE(SP::decode("62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":1}},{\"_placeholder\":true,\"num\":0}]",
-                           &p));
+    ASSERT_TRUE(
+        SP::decode("62-/admin,456[{\"a\":{\"_placeholder\":true,\"num\":1}},{\"_placeholder\":true,\"num\":0}]", &p));
     EXPECT_EQ(p.attachments, 2);
     EXPECT_FALSE(p.isComplete());
     p.buffers = {"zero", "one"};
@@ -189,21 +196,24 @@ TEST(SocketIOCodec, SocketIOPacketsDecode)
     p.buffers = {"only"};
     EXPECT_FALSE(p.reconstruct());
 
-    for (const QString bad : {"", "7", "2[\"a\"", "2[1,2]x", "3[1]", "5-[\"a\"]", "5x-[]", "2/a,1234567890123456[]",
-                              "2{\"a\":1}{}"})
+    for (const QString bad :
+        {"", "7", "2[\"a\"", "2[1,2]x", "3[1]", "5-[\"a\"]", "5x-[]", "2/a,1234567890123456[]", "2{\"a\":1}{}"})
         EXPECT_FALSE(SP::decode(bad, &p)) << bad.toStdString();
 }
 
 TEST(SocketIOCodec, BackoffGrowsWithJitterAndCap)
 {
     IMSocketIOBackoff plain(1000, 5000, 0);
-    for (const auto &[attempt, ms] : {std::pair{0, 1000}, {1, 2000}, {2, 4000}, {3, 5000}, {500, 5000}})
+    for (const auto &[attempt, ms] : {std::pair {0, 1000}, {1, 2000}, {2, 4000}, {3, 5000}, {500, 5000}})
         EXPECT_EQ(plain.duration(attempt), ms) << attempt;
 
     // An even tenth of the random draw subtracts, an odd one adds (0.15 * 0.5 * 2000 at 0.15, attempt 1).
     IMSocketIOBackoff jitter(1000, 100000, 0.5);
-    const struct { double random; int attempt; qint64 ms; } draws[] = {
-        {0.0, 1, 2000}, {0.15, 1, 2150}, {0.99, 0, 1495}, {0.8, 0, 600}};
+    const struct {
+        double random;
+        int attempt;
+        qint64 ms;
+    } draws[] = {{0.0, 1, 2000}, {0.15, 1, 2150}, {0.99, 0, 1495}, {0.8, 0, 600}};
     for (const auto &d : draws) {
         jitter.setRandom([r = d.random] { return r; });
         EXPECT_EQ(jitter.duration(d.attempt), d.ms) << d.random;
@@ -232,7 +242,7 @@ TEST(SocketIOCodec, AckTableEndsEachCallbackOnceInOrder)
     EXPECT_FALSE(table->answer(4, {"again"}));
     EXPECT_FALSE(table->answer(99, {}));
     ASSERT_TRUE(waitUntil([&] { return calls.size() == 3; }, 2000));
-    EXPECT_EQ(calls, (QStringList{"d=yes", "b=NO ACK", "a=NO ACK"}));
+    EXPECT_EQ(calls, (QStringList {"d=yes", "b=NO ACK", "a=NO ACK"}));
     table->failUnbounded();
     EXPECT_EQ(calls.last(), "c=NO ACK");
     // A callback that re-enters the table while it is being failed.
@@ -241,7 +251,7 @@ TEST(SocketIOCodec, AckTableEndsEachCallbackOnceInOrder)
         table->add(7, 10, cb("g"));
     });
     table->failAll();
-    EXPECT_EQ(calls.mid(4), (QStringList{"e=NO ACK", "f"}));
+    EXPECT_EQ(calls.mid(4), (QStringList {"e=NO ACK", "f"}));
     table.reset(); // g ends with the table
     EXPECT_EQ(calls.last(), "g=NO ACK");
     EXPECT_EQ(calls.size(), 7);

@@ -53,8 +53,8 @@ struct EventLog {
     //! Only the life events, in order.
     QStringList lifeEvents() const
     {
-        static const QStringList life = {"connect",      "disconnect",         "error",          "reconnect",
-                                         "reconnectAttempt", "reconnecting", "reconnectfailed"};
+        static const QStringList life
+            = {"connect", "disconnect", "error", "reconnect", "reconnectAttempt", "reconnecting", "reconnectfailed"};
         QStringList out;
         for (const QString &n : names)
             if (life.contains(n))
@@ -77,8 +77,7 @@ inline bool connectAndWait(IMSocketIOClient &client, int ms = 8000)
 }
 
 //! Sends `event` with `items` and waits for the answer (["NO ACK"] on time-out).
-inline QVariantList call(IMSocketIOClient &client, const QString &event, const QVariantList &items,
-                         double timeout = 5)
+inline QVariantList call(IMSocketIOClient &client, const QString &event, const QVariantList &items, double timeout = 5)
 {
     auto answers = std::make_shared<QList<QVariantList>>();
     client.emitWithAck(event, items, timeout, [answers](const QVariantList &a) { answers->append(a); });

@@ -45,29 +45,29 @@ TEST(SocketIOReconnect, LifeEventsInOrderAcrossServerRestartWithNewSession)
     const QString firstSid = client.sid();
     peer->stop();
     ASSERT_TRUE(waitUntil([&] { return log.count("disconnect") == 1; }));
-    EXPECT_EQ(log.last("disconnect"), QVariantList{"transport close"});
+    EXPECT_EQ(log.last("disconnect"), QVariantList {"transport close"});
     EXPECT_EQ(client.status(), IMSocket::Status::Connecting);
     ASSERT_TRUE(waitUntil([&] { return log.count("error") >= 2; }));
 
     ASSERT_TRUE(peer->start(15000, {"--port", QString::number(port)}));
     ASSERT_TRUE(waitConnected(client, 10000));
     EXPECT_NE(client.sid(), firstSid);
-    EXPECT_EQ(call(client, "echo", {"again"}), QVariantList{"again"});
+    EXPECT_EQ(call(client, "echo", {"again"}), QVariantList {"again"});
 
     // connect, disconnect, then per failed try: reconnectAttempt, reconnecting, error;
     // then the last try: reconnectAttempt, reconnecting, reconnect, connect.
     const QStringList life = log.lifeEvents();
     ASSERT_GE(life.size(), 8);
-    EXPECT_EQ(life.mid(0, 2), (QStringList{"connect", "disconnect"}));
-    EXPECT_EQ(life.mid(life.size() - 4), (QStringList{"reconnectAttempt", "reconnecting", "reconnect", "connect"}));
+    EXPECT_EQ(life.mid(0, 2), (QStringList {"connect", "disconnect"}));
+    EXPECT_EQ(life.mid(life.size() - 4), (QStringList {"reconnectAttempt", "reconnecting", "reconnect", "connect"}));
     const QStringList tries = life.mid(2, life.size() - 6);
     ASSERT_EQ(tries.size() % 3, 0);
     for (int i = 0; i < tries.size(); i += 3)
-        EXPECT_EQ(tries.mid(i, 3), (QStringList{"reconnectAttempt", "reconnecting", "error"}));
+        EXPECT_EQ(tries.mid(i, 3), (QStringList {"reconnectAttempt", "reconnecting", "error"}));
     const int attempts = tries.size() / 3 + 1;
-    EXPECT_EQ(log.last("reconnect"), QVariantList{attempts});
-    EXPECT_EQ(log.last("reconnecting"), QVariantList{attempts});
-    EXPECT_EQ(log.last("reconnectAttempt"), QVariantList{-1});
+    EXPECT_EQ(log.last("reconnect"), QVariantList {attempts});
+    EXPECT_EQ(log.last("reconnecting"), QVariantList {attempts});
+    EXPECT_EQ(log.last("reconnectAttempt"), QVariantList {-1});
 }
 
 TEST(SocketIOReconnect, GivesUpAfterItsAttemptsAndServerKickDoesNotReconnect)
@@ -77,9 +77,9 @@ TEST(SocketIOReconnect, GivesUpAfterItsAttemptsAndServerKickDoesNotReconnect)
         IMSocketIOClient client(peerUrl(*peer), fastRetry({{"reconnectAttempts", 2}}));
         EventLog log(client);
         ASSERT_TRUE(connectAndWait(client));
-        EXPECT_EQ(call(client, "kickMe", {}), QVariantList{"bye"});
+        EXPECT_EQ(call(client, "kickMe", {}), QVariantList {"bye"});
         ASSERT_TRUE(waitUntil([&] { return log.count("disconnect") == 1; }));
-        EXPECT_EQ(log.last("disconnect"), QVariantList{"io server disconnect"});
+        EXPECT_EQ(log.last("disconnect"), QVariantList {"io server disconnect"});
         spinFor(200); // four first reconnection delays
         EXPECT_EQ(log.count("reconnectAttempt"), 0);
         EXPECT_EQ(client.status(), IMSocket::Status::Disconnected);
@@ -93,13 +93,14 @@ TEST(SocketIOReconnect, GivesUpAfterItsAttemptsAndServerKickDoesNotReconnect)
     peer->stop();
     ASSERT_TRUE(waitUntil([&] { return log.count("reconnectfailed") == 1; }));
     EXPECT_EQ(client.status(), IMSocket::Status::Disconnected);
-    EXPECT_EQ(log.lifeEvents(), (QStringList{"connect", "disconnect", "reconnectAttempt", "reconnecting", "error",
-                                             "reconnectAttempt", "reconnecting", "error", "reconnectfailed"}));
+    EXPECT_EQ(log.lifeEvents(),
+        (QStringList {"connect", "disconnect", "reconnectAttempt", "reconnecting", "error", "reconnectAttempt",
+            "reconnecting", "error", "reconnectfailed"}));
     QList<int> remaining;
     for (int i = 0; i < log.names.size(); ++i)
         if (log.names.at(i) == "reconnectAttempt")
             remaining << log.items.at(i).value(0).toInt();
-    EXPECT_EQ(remaining, (QList<int>{2, 1}));
+    EXPECT_EQ(remaining, (QList<int> {2, 1}));
     spinFor(300);
     EXPECT_EQ(log.count("reconnectAttempt"), 2);
 }
@@ -127,15 +128,13 @@ TEST_P(SocketIOHeartbeat, FrozenServerIsDetectedWhileWeKeepSending)
     chatter.stop();
     peer->suspend(false);
     ASSERT_TRUE(detected);
-    EXPECT_EQ(log.last("disconnect"), QVariantList{"ping timeout"});
+    EXPECT_EQ(log.last("disconnect"), QVariantList {"ping timeout"});
     EXPECT_LT(frozen.elapsed(), 2500);
     ASSERT_TRUE(waitConnected(client, 8000));
 }
 
 INSTANTIATE_TEST_SUITE_P(SocketIO, SocketIOHeartbeat, ::testing::Values(3, 2),
-                         [](const ::testing::TestParamInfo<int> &info) {
-                             return info.param == 3 ? std::string("v4") : std::string("v3");
-                         });
+    [](const ::testing::TestParamInfo<int> &info) { return info.param == 3 ? std::string("v4") : std::string("v3"); });
 
 TEST(SocketIOAcks, EveryCallbackRunsExactlyOnce)
 {
@@ -147,11 +146,11 @@ TEST(SocketIOAcks, EveryCallbackRunsExactlyOnce)
         IMSocketIOClient client(peerUrl(*peer), fastRetry());
         // Not connected: nothing is sent, the callback waits for its time-out.
         clock.start();
-        client.emitWithAck("echo", { "early" }, 0.15, acks.make());
+        client.emitWithAck("echo", {"early"}, 0.15, acks.make());
         ASSERT_TRUE(connectAndWait(client));
         ASSERT_TRUE(waitUntil([&] { return acks.done() == 1; }));
         EXPECT_GE(clock.elapsed(), 140);
-        EXPECT_EQ(acks.answers->at(0), QVariantList{"NO ACK"});
+        EXPECT_EQ(acks.answers->at(0), QVariantList {"NO ACK"});
 
         // The server never answers: ["NO ACK"] at the time-out, not before.
         clock.restart();
@@ -159,13 +158,13 @@ TEST(SocketIOAcks, EveryCallbackRunsExactlyOnce)
         client.emitWithAck("echo", {"fast"}, 0.4, acks.make());
         ASSERT_TRUE(waitUntil([&] { return acks.done() == 3; }));
         EXPECT_GE(clock.elapsed(), 190);
-        EXPECT_EQ(acks.answers->at(1), QVariantList{"NO ACK"});
-        EXPECT_EQ(acks.answers->at(2), QVariantList{"fast"});
+        EXPECT_EQ(acks.answers->at(1), QVariantList {"NO ACK"});
+        EXPECT_EQ(acks.answers->at(2), QVariantList {"fast"});
 
         // Across a server kill: bounded ones at their time-out, unbounded ones at the drop.
         client.emitWithAck("never", {}, 0.25, acks.make()); // 3
-        client.emitWithAck("never", {}, 0, acks.make());   // 4
-        client.emitWithAck("never", {}, 60, acks.make());  // 5: ends with the client
+        client.emitWithAck("never", {}, 0, acks.make()); // 4
+        client.emitWithAck("never", {}, 60, acks.make()); // 5: ends with the client
         peer->stop();
         ASSERT_TRUE(waitUntil([&] { return acks.done() == 5; }, 3000));
         EXPECT_EQ(acks.calls->at(5), 0);
@@ -182,7 +181,7 @@ TEST(SocketIOAcks, EveryCallbackRunsExactlyOnce)
     } // destroyed: the rest end now
     EXPECT_TRUE(acks.allOnce());
     for (const QVariantList &a : *acks.answers)
-        EXPECT_TRUE(a == QVariantList{"NO ACK"} || a == QVariantList{"fast"} || a == QVariantList{"late"});
+        EXPECT_TRUE(a == QVariantList {"NO ACK"} || a == QVariantList {"fast"} || a == QVariantList {"late"});
     spinFor(200);
     EXPECT_TRUE(acks.allOnce());
 }
@@ -196,7 +195,7 @@ TEST(SocketIOAcks, EmitsFromOtherThreadsAnswerOnTheMainThreadOrFailWithTheClient
         ASSERT_TRUE(connectAndWait(client));
         constexpr int kThreads = 4;
         constexpr int kEach = 100;
-        std::atomic<int> offMain{0};
+        std::atomic<int> offMain {0};
         auto answered = std::make_shared<std::atomic<int>>(0);
         std::vector<std::thread> threads;
         for (int t = 0; t < kThreads; ++t)
@@ -224,7 +223,7 @@ TEST(SocketIOAcks, EmitsFromOtherThreadsAnswerOnTheMainThreadOrFailWithTheClient
         std::thread([&] {
             for (int i = 0; i < 20; ++i)
                 client.emitWithAck("echo", {i}, 0, [failed](const QVariantList &a) {
-                    EXPECT_EQ(a, QVariantList{"NO ACK"});
+                    EXPECT_EQ(a, QVariantList {"NO ACK"});
                     ++*failed;
                 });
         }).join();

@@ -6,26 +6,26 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <cstring>
 #include <QRandomGenerator>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <vector>
 
 TEST(RecordJSONText, WritesWhatQtReadsReadsBackTheSameAndRecordsWriteTheirDictionaries)
 {
-    const QVariantMap value{
-        { "text", QString::fromUtf8("quote \" backslash \\ slash / tab \t newline \n nul \x01 中文 🚀") },
-        { "empty", "" },
-        { "int", 42 },
-        { "negative", qint64(-9007199254740993LL) },
-        { "big", quint64(std::numeric_limits<qint64>::max()) },
-        { "real", 0.1 },
-        { "bool", true },
-        { "null", QVariant::fromValue(nullptr) },
-        { "list", QVariantList{ 1, "two", QVariantList{}, QVariantMap{} } },
-        { "strings", QStringList{ "a", "b" } },
-        { "nested", QVariantMap{ { "deeper", QVariantMap{ { "k", false } } } } },
+    const QVariantMap value {
+        {"text", QString::fromUtf8("quote \" backslash \\ slash / tab \t newline \n nul \x01 中文 🚀")},
+        {"empty", ""},
+        {"int", 42},
+        {"negative", qint64(-9007199254740993LL)},
+        {"big", quint64(std::numeric_limits<qint64>::max())},
+        {"real", 0.1},
+        {"bool", true},
+        {"null", QVariant::fromValue(nullptr)},
+        {"list", QVariantList {1, "two", QVariantList {}, QVariantMap {}}},
+        {"strings", QStringList {"a", "b"}},
+        {"nested", QVariantMap {{"deeper", QVariantMap {{"k", false}}}}},
     };
     const QByteArray text = IMJSONText::toJson(value);
     QJsonParseError error;
@@ -40,21 +40,21 @@ TEST(RecordJSONText, WritesWhatQtReadsReadsBackTheSameAndRecordsWriteTheirDictio
     EXPECT_EQ(back.value("big").toLongLong(), std::numeric_limits<qint64>::max());
     EXPECT_EQ(back.value("real").toDouble(), 0.1);
     EXPECT_EQ(back.value("null").typeId(), QMetaType::Nullptr);
-    EXPECT_EQ(back.value("strings").toStringList(), (QStringList{ "a", "b" }));
+    EXPECT_EQ(back.value("strings").toStringList(), (QStringList {"a", "b"}));
     EXPECT_EQ(back.value("nested"), value.value("nested"));
     EXPECT_EQ(IMJSONText::toJson(back), text);
 
     // Texts are copied sixteen and eight characters at a time until one needs care: every length
     // around those blocks, with that character at every place, reads back the same.
-    for (const QString &special : { QStringLiteral("\""), QStringLiteral("\\"), QStringLiteral("\n"),
-                                   QStringLiteral("\x1f"), QStringLiteral("\x7f"), QString::fromUtf8("é"),
-                                   QString::fromUtf8("中"), QString::fromUtf8("🚀"), QString(QChar(0x8000)) }) {
+    for (const QString &special : {QStringLiteral("\""), QStringLiteral("\\"), QStringLiteral("\n"),
+             QStringLiteral("\x1f"), QStringLiteral("\x7f"), QString::fromUtf8("é"), QString::fromUtf8("中"),
+             QString::fromUtf8("🚀"), QString(QChar(0x8000))}) {
         for (int length = 0; length <= 40; ++length) {
             for (int at = 0; at <= length; ++at) {
                 QString text(length, QLatin1Char('a'));
                 text.insert(at, special);
-                const QByteArray json = IMJSONText::toJson(QVariantMap{ { "t", text } });
-                QVariantMap strict;  // refuses raw control characters, which Qt lets through
+                const QByteArray json = IMJSONText::toJson(QVariantMap {{"t", text}});
+                QVariantMap strict; // refuses raw control characters, which Qt lets through
                 ASSERT_TRUE(IMJSONText::parseObject(json.constData(), json.size(), &strict)) << json.toStdString();
                 ASSERT_EQ(strict.value("t").toString(), text);
                 ASSERT_EQ(QJsonDocument::fromJson(json).object().value("t").toString(), text) << json.toStdString();
@@ -69,20 +69,20 @@ TEST(RecordJSONText, WritesWhatQtReadsReadsBackTheSameAndRecordsWriteTheirDictio
     EXPECT_EQ(back.value("b").toList().value(0).toDouble(), 1000.0);
 
     // Each record's own writer gives the text of its dictionary.
-    const QVariantMap client{ { "id", "c1" }, { "clientID", "alice" }, { "username", QString::fromUtf8("愛麗絲") },
-                              { "roomIDs", QVariantList{ "r1" } }, { "totalBadge", 3 }, { "emailVerified", "1" } };
-    const QVariantMap room{ { "id", "r1" }, { "name", "Team \"A\"" }, { "isPublic", true }, { "badge", 2 },
-                            { "client", QVariantList{ client } }, { "message", QVariantList{ QVariantMap{ { "id", "m0" } } } },
-                            { "archivedBy", QVariantList{ "bob" } }, { "readTime", QVariantMap{ { "alice", "t" } } },
-                            { "lastMessageTime", "2024-01-02T03:04:05.678Z" }, { "sender", client },
-                            { "thumbnail", "http://img/r.png" }, { "data", QVariantMap{ { "k", 1 } } },
-                            { "createdAt", "2024-01-01T00:00:00.000Z" }, { "url", "/room/r1" }, { "className", "Room" } };
-    IMMessagePtr message = IMMessage::fromDictionary({ { "id", "m1" }, { "message", "hi\n🚀" }, { "room", room },
-                                                       { "sender", client }, { "sendingType", 2 },
-                                                       { "option", QVariantMap{ { "needToPush", true }, { "badgeIncrease", false } } } });
-    const std::vector<IMObjectPtr> records{ IMRoom::fromDictionary(room), IMClient::fromDictionary(client), message,
-                                            IMFile::fromDictionary({ { "id", "f1" }, { "fileName", "a.png" }, { "size", 10 } }),
-                                            std::make_shared<IMRoom>(), IMObject::fromDictionary({ { "id", "o1" } }) };
+    const QVariantMap client {{"id", "c1"}, {"clientID", "alice"}, {"username", QString::fromUtf8("愛麗絲")},
+        {"roomIDs", QVariantList {"r1"}}, {"totalBadge", 3}, {"emailVerified", "1"}};
+    const QVariantMap room {{"id", "r1"}, {"name", "Team \"A\""}, {"isPublic", true}, {"badge", 2},
+        {"client", QVariantList {client}}, {"message", QVariantList {QVariantMap {{"id", "m0"}}}},
+        {"archivedBy", QVariantList {"bob"}}, {"readTime", QVariantMap {{"alice", "t"}}},
+        {"lastMessageTime", "2024-01-02T03:04:05.678Z"}, {"sender", client}, {"thumbnail", "http://img/r.png"},
+        {"data", QVariantMap {{"k", 1}}}, {"createdAt", "2024-01-01T00:00:00.000Z"}, {"url", "/room/r1"},
+        {"className", "Room"}};
+    IMMessagePtr message
+        = IMMessage::fromDictionary({{"id", "m1"}, {"message", "hi\n🚀"}, {"room", room}, {"sender", client},
+            {"sendingType", 2}, {"option", QVariantMap {{"needToPush", true}, {"badgeIncrease", false}}}});
+    const std::vector<IMObjectPtr> records {IMRoom::fromDictionary(room), IMClient::fromDictionary(client), message,
+        IMFile::fromDictionary({{"id", "f1"}, {"fileName", "a.png"}, {"size", 10}}), std::make_shared<IMRoom>(),
+        IMObject::fromDictionary({{"id", "o1"}})};
     for (const IMObjectPtr &record : records) {
         ASSERT_TRUE(record);
         EXPECT_EQ(IMStoredText::write(*record), IMJSONText::toJson(record->toDictionary()));
@@ -91,12 +91,12 @@ TEST(RecordJSONText, WritesWhatQtReadsReadsBackTheSameAndRecordsWriteTheirDictio
 
 TEST(RecordJSONText, MalformedOrHostileTextIsRefused)
 {
-    QVariantMap out{ { "untouched", true } };
-    for (const char *bad : { "", "[]", "\"text\"", "{", "{\"a\":}", "{\"a\":1,}", "{\"a\" 1}", "{\"a\":tru}",
-                             "{\"a\":\"\\x\"}", "{\"a\":\"unterminated}", "{\"a\":1} trailing", "{\"a\":\"\\u12\"}",
-                             "{\"a\":-}", "{'a':1}" })
+    QVariantMap out {{"untouched", true}};
+    for (const char *bad :
+        {"", "[]", "\"text\"", "{", "{\"a\":}", "{\"a\":1,}", "{\"a\" 1}", "{\"a\":tru}", "{\"a\":\"\\x\"}",
+            "{\"a\":\"unterminated}", "{\"a\":1} trailing", "{\"a\":\"\\u12\"}", "{\"a\":-}", "{'a':1}"})
         EXPECT_FALSE(IMJSONText::parseObject(bad, qsizetype(strlen(bad)), &out)) << bad;
-    EXPECT_EQ(out, (QVariantMap{ { "untouched", true } }));
+    EXPECT_EQ(out, (QVariantMap {{"untouched", true}}));
     EXPECT_FALSE(IMJSONText::parseObject(nullptr, 0, &out));
 
     // Nesting far beyond any record is refused, not a stack overflow.
@@ -107,11 +107,11 @@ TEST(RecordJSONText, MalformedOrHostileTextIsRefused)
 
     // Random bytes and truncations of a valid text never crash.
     const QByteArray valid = R"({"id":"r1","client":[{"clientID":"a"}],"readTime":{"a":"2016"},"n":1.5})";
-    const QLatin1StringView deferred[] = { QLatin1StringView("client"), QLatin1StringView("readTime") };
+    const QLatin1StringView deferred[] = {QLatin1StringView("client"), QLatin1StringView("readTime")};
     IMJSONText::Span spans[2];
     const auto members = [&](const QByteArray &text, qsizetype size) {
-        return IMJSONText::parseMembers(text.constData(), size, deferred, 2, spans,
-                                        [](const QString &, const QVariant &) { return true; });
+        return IMJSONText::parseMembers(
+            text.constData(), size, deferred, 2, spans, [](const QString &, const QVariant &) { return true; });
     };
     for (int cut = 0; cut < valid.size(); ++cut) {
         EXPECT_FALSE(IMJSONText::parseObject(valid.constData(), cut, &out)) << cut;
@@ -131,9 +131,10 @@ TEST(RecordJSONText, MalformedOrHostileTextIsRefused)
 
 TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
 {
-    const QLatin1StringView keys[] = { QLatin1StringView("room"), QLatin1StringView("tags"),
-                                       QLatin1StringView("absent") };
-    const auto text = [](const QByteArray &json, const IMJSONText::Span &span) { return json.mid(span.offset, span.size); };
+    const QLatin1StringView keys[]
+        = {QLatin1StringView("room"), QLatin1StringView("tags"), QLatin1StringView("absent")};
+    const auto text
+        = [](const QByteArray &json, const IMJSONText::Span &span) { return json.mid(span.offset, span.size); };
     IMJSONText::Span spans[3];
     QVariantMap out;
     const auto parse = [&](const char *json, qsizetype size) {
@@ -146,7 +147,7 @@ TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
     // Brackets and quotes inside strings do not end a deferred value; a repeated key keeps its last value.
     const QByteArray json = R"({"room":{"id":"x"},"id":"m1", "room" : {"name":"a } \" ] {","list":[1,{}]},"tags":"t"})";
     ASSERT_TRUE(parse(json.constData(), json.size()));
-    EXPECT_EQ(out, (QVariantMap{ { "id", "m1" } }));
+    EXPECT_EQ(out, (QVariantMap {{"id", "m1"}}));
     EXPECT_EQ(text(json, spans[0]), R"({"name":"a } \" ] {","list":[1,{}]})");
     EXPECT_EQ(text(json, spans[1]), R"("t")");
     EXPECT_EQ(spans[2].size, 0);
@@ -158,11 +159,11 @@ TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
     // (and escapes across two) are told apart the same way; a value cut short never closes.
     for (int pad = 0; pad <= 140; ++pad) {
         const QByteArray room = R"({"name":")" + QByteArray(pad, 'a') + R"( } \" ] {\\","list":[1,{"k":"[\\\""}],"t":")"
-                                + QByteArray(140 - pad, 'b') + R"("})";
+            + QByteArray(140 - pad, 'b') + R"("})";
         const QByteArray json = R"({"room":)" + room + R"(,"id":"m1"})";
         ASSERT_TRUE(parse(json.constData(), json.size())) << pad;
         EXPECT_EQ(text(json, spans[0]), room);
-        EXPECT_EQ(out, (QVariantMap{ { "id", "m1" } }));
+        EXPECT_EQ(out, (QVariantMap {{"id", "m1"}}));
         const QByteArray cut = R"({"room":)" + room.chopped(1) + R"(,"id":"m1"})";
         EXPECT_FALSE(parse(cut.constData(), cut.size())) << pad;
     }
@@ -172,6 +173,6 @@ TEST(RecordJSONText, DeferredValuesAreLeftAsTheirText)
     const QByteArray nested = R"({"data":{"room":1}})";
     ASSERT_TRUE(parse(nested.constData(), nested.size()));
     EXPECT_EQ(out.value("data").toMap().value("room"), 1);
-    for (const char *bad : { R"({"room":{"a":1},"id":})", R"({"room":{"a":"}})", R"({"room":[1,2)", R"({"tags":tru})" })
+    for (const char *bad : {R"({"room":{"a":1},"id":})", R"({"room":{"a":"}})", R"({"room":[1,2)", R"({"tags":tru})"})
         EXPECT_FALSE(parse(bad, qsizetype(strlen(bad)))) << bad;
 }

@@ -15,8 +15,7 @@
 #include <sqlite3.h>
 
 //! Collects the kit's console lines while it lives.
-class LogCapture
-{
+class LogCapture {
 public:
     LogCapture()
     {
@@ -49,8 +48,7 @@ private:
     QStringList m_lines;
 };
 
-class StoreTest : public ::testing::Test
-{
+class StoreTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -91,8 +89,7 @@ protected:
         return QDateTime(QDate(2020, 1, 1), QTime(0, 0), Qt::UTC).addSecs(n).toString("yyyy-MM-ddTHH:mm:ss.zzzZ");
     }
 
-    template<typename Ptr>
-    static QStringList ids(const QList<Ptr> &records)
+    template <typename Ptr> static QStringList ids(const QList<Ptr> &records)
     {
         QStringList out;
         for (const auto &record : records)

@@ -20,8 +20,7 @@ namespace {
 const QString kApiKey = QStringLiteral("cli-api");
 const QString kClientKey = QStringLiteral("cli-client");
 
-struct CliRun
-{
+struct CliRun {
     int code = -1;
     QString out;
     QString err;
@@ -35,8 +34,7 @@ QList<QVariantMap> jsonLines(const QString &text)
     return records;
 }
 
-class CliEndToEnd : public ::testing::Test
-{
+class CliEndToEnd : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -56,9 +54,9 @@ protected:
                 env.remove(key);
         p->setProcessEnvironment(env);
         p->setProgram(QStringLiteral(PARLO_CLI_PATH));
-        p->setArguments(QStringList{"--url", url, "--api-key", kApiKey, "--client-key", kClientKey, "--profile",
-                                    dir + "/" + user}
-                        + args);
+        p->setArguments(
+            QStringList {"--url", url, "--api-key", kApiKey, "--client-key", kClientKey, "--profile", dir + "/" + user}
+            + args);
         return p;
     }
 
@@ -110,15 +108,17 @@ protected:
 
 TEST_F(CliEndToEnd, TwoUsersTalkAndEachSeesTheOther)
 {
-    EXPECT_TRUE(ok("alice", {"signup", "--client-id", "alice", "--name", "Alice"}).out.contains("signed in as alice (Alice)"));
+    EXPECT_TRUE(
+        ok("alice", {"signup", "--client-id", "alice", "--name", "Alice"}).out.contains("signed in as alice (Alice)"));
     // One-shot commands may also sign up on the way.
     ok("bob", {"--client-id", "bob", "--name", "Bob", "rooms"});
 
-    const QList<QVariantMap> created = jsonLines(ok("alice", {"--json", "create-room", "Lunch", "--member", "bob"}).out);
+    const QList<QVariantMap> created
+        = jsonLines(ok("alice", {"--json", "create-room", "Lunch", "--member", "bob"}).out);
     ASSERT_EQ(created.size(), 1);
     const QString roomID = created[0].value("id").toString();
     ASSERT_FALSE(roomID.isEmpty());
-    EXPECT_EQ(created[0].value("members").toStringList(), (QStringList{"alice", "bob"}));
+    EXPECT_EQ(created[0].value("members").toStringList(), (QStringList {"alice", "bob"}));
     EXPECT_TRUE(ok("alice", {"send", "Lunch", "hello", "bob"}).out.contains("Alice: hello bob"));
 
     // Bob finds the room by its name with one unread message, and the message in its history.
@@ -135,7 +135,8 @@ TEST_F(CliEndToEnd, TwoUsersTalkAndEachSeesTheOther)
     auto watch = process("alice", {"--json", "watch", "--count", "2"});
     watch->start();
     QString watched;
-    ASSERT_TRUE(readUntil(*watch, watched, "\"watching\"")) << QString::fromUtf8(watch->readAllStandardError()).toStdString();
+    ASSERT_TRUE(readUntil(*watch, watched, "\"watching\""))
+        << QString::fromUtf8(watch->readAllStandardError()).toStdString();
     ok("bob", {"send", "Lunch", "hi alice"});
     EXPECT_TRUE(ok("bob", {"read", "Lunch"}).out.contains("marked Lunch read"));
     ASSERT_TRUE(watch->waitForFinished(15000)) << watched.toStdString();
@@ -247,10 +248,10 @@ TEST_F(CliEndToEnd, TheInteractiveModeRunsLinesInOrderAndShowsEvents)
 
 TEST_F(CliEndToEnd, WatchComesBackAfterTheServerEndsTheConnection)
 {
-    ok("alice", { "signup", "--client-id", "alice" });
-    ok("bob", { "signup", "--client-id", "bob" });
-    ok("alice", { "create-room", "Back", "--member", "bob" });
-    auto watch = process("bob", { "--json", "watch", "--for", "30" });
+    ok("alice", {"signup", "--client-id", "alice"});
+    ok("bob", {"signup", "--client-id", "bob"});
+    ok("alice", {"create-room", "Back", "--member", "bob"});
+    auto watch = process("bob", {"--json", "watch", "--for", "30"});
     watch->start();
     QString out;
     const auto seen = [&](const QString &text, int ms = 15000) { return readUntil(*watch, out, text, ms); };
@@ -268,7 +269,7 @@ TEST_F(CliEndToEnd, WatchComesBackAfterTheServerEndsTheConnection)
     // Its chat-in runs after "connected": a message sent before it ends is not pushed to it.
     bool reached = false;
     for (int attempt = 0; attempt < 5 && !reached; ++attempt) {
-        ok("alice", { "send", "Back", "still there?" });
+        ok("alice", {"send", "Back", "still there?"});
         reached = seen("still there?", 2000);
     }
     EXPECT_TRUE(reached) << out.toStdString();

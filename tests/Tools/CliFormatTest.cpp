@@ -18,18 +18,14 @@ IMRoomPtr room(const QVariantMap &dict)
     return r;
 }
 
-const QVariantMap kLunch{
-    {"id", "r1"},
-    {"name", "Lunch"},
-    {"badge", 2},
-    {"client", QVariantList{QVariantMap{{"clientID", "alice"}, {"username", "Alice"}}, QVariantMap{{"clientID", "bob"}}}},
-    {"archivedBy", QStringList{"bob"}},
-    {"readTime", QVariantMap{{"alice", "2024-05-04T09:30:00.000Z"}}},
-    {"message", QVariantList{QVariantMap{{"id", "m9"},
-                                         {"message", "line one\nline two"},
-                                         {"messageType", "text"},
-                                         {"createdAt", "2024-05-04T09:31:00.000Z"},
-                                         {"sender", QVariantMap{{"clientID", "alice"}, {"username", "Alice"}}}}}}};
+const QVariantMap kLunch {{"id", "r1"}, {"name", "Lunch"}, {"badge", 2},
+    {"client",
+        QVariantList {QVariantMap {{"clientID", "alice"}, {"username", "Alice"}}, QVariantMap {{"clientID", "bob"}}}},
+    {"archivedBy", QStringList {"bob"}}, {"readTime", QVariantMap {{"alice", "2024-05-04T09:30:00.000Z"}}},
+    {"message",
+        QVariantList {QVariantMap {{"id", "m9"}, {"message", "line one\nline two"}, {"messageType", "text"},
+            {"createdAt", "2024-05-04T09:31:00.000Z"},
+            {"sender", QVariantMap {{"clientID", "alice"}, {"username", "Alice"}}}}}}};
 } // namespace
 
 TEST(CliFormat, RoomsShowUnreadMembersAndTheLastMessageInTextAndJson)
@@ -44,7 +40,7 @@ TEST(CliFormat, RoomsShowUnreadMembersAndTheLastMessageInTextAndJson)
     EXPECT_EQ(parsed.value("type"), "room");
     EXPECT_EQ(parsed.value("id"), "r1");
     EXPECT_EQ(parsed.value("unread").toInt(), 2);
-    EXPECT_EQ(parsed.value("members").toStringList(), (QStringList{"alice", "bob"}));
+    EXPECT_EQ(parsed.value("members").toStringList(), (QStringList {"alice", "bob"}));
     EXPECT_EQ(parsed.value("archived"), true);
     EXPECT_EQ(parsed.value("lastMessage").toMap().value("message"), "line one\nline two");
     EXPECT_EQ(parsed.value("lastMessage").toMap().value("createdAt"), "2024-05-04T09:31:00.000Z");
@@ -60,12 +56,9 @@ TEST(CliFormat, RoomsShowUnreadMembersAndTheLastMessageInTextAndJson)
 
 TEST(CliFormat, MessagesAndPreviewsByType)
 {
-    IMMessagePtr m = IMMessage::fromDictionary({{"id", "m1"},
-                                                {"message", "abc.png"},
-                                                {"messageType", "image"},
-                                                {"createdAt", "2024-05-04T09:31:00.000Z"},
-                                                {"room", QVariantMap{{"id", "r1"}, {"name", "Lunch"}}},
-                                                {"sender", QVariantMap{{"clientID", "bob"}}}});
+    IMMessagePtr m = IMMessage::fromDictionary(
+        {{"id", "m1"}, {"message", "abc.png"}, {"messageType", "image"}, {"createdAt", "2024-05-04T09:31:00.000Z"},
+            {"room", QVariantMap {{"id", "r1"}, {"name", "Lunch"}}}, {"sender", QVariantMap {{"clientID", "bob"}}}});
     ASSERT_TRUE(m);
     const Line line = messageLine(m);
     EXPECT_TRUE(line.text.endsWith("] bob: [picture abc.png]")) << line.text.toStdString();
@@ -75,8 +68,8 @@ TEST(CliFormat, MessagesAndPreviewsByType)
     EXPECT_EQ(localTime("2024-05-04T09:31:00.000Z").size(), 19);
     EXPECT_EQ(localTime("not a time"), "not a time");
 
-    for (const auto &[type, text, preview] : {std::tuple{"other", "f.bin", "[file f.bin]"}, {"delete", "x", "(deleted)"},
-                                             {"GEO", "25,121", "[GEO 25,121]"}})
+    for (const auto &[type, text, preview] : {std::tuple {"other", "f.bin", "[file f.bin]"},
+             {"delete", "x", "(deleted)"}, {"GEO", "25,121", "[GEO 25,121]"}})
         EXPECT_EQ(messagePreview(type, text), preview);
     EXPECT_EQ(displayName({{"clientID", "c"}}), "c");
     EXPECT_EQ(displayName({}), "?");
@@ -92,14 +85,14 @@ TEST(CliFormat, MessagesAndPreviewsByType)
 
 TEST(CliFormat, ReadReceiptsAndJoinersAreTheChangesSinceLastSeen)
 {
-    const QVariantMap before{{"alice", "t1"}, {"bob", "t1"}};
-    const QVariantMap after{{"alice", "t2"}, {"bob", "t1"}, {"carol", "t3"}, {"dave", ""}};
+    const QVariantMap before {{"alice", "t1"}, {"bob", "t1"}};
+    const QVariantMap after {{"alice", "t2"}, {"bob", "t1"}, {"carol", "t3"}, {"dave", ""}};
     // My own read and unchanged times are no receipts; an empty time is none either.
-    EXPECT_EQ(readReceipts(before, after, "alice"), (QList<QPair<QString, QString>>{{"carol", "t3"}}));
-    EXPECT_EQ(readReceipts(before, after, "me"), (QList<QPair<QString, QString>>{{"alice", "t2"}, {"carol", "t3"}}));
+    EXPECT_EQ(readReceipts(before, after, "alice"), (QList<QPair<QString, QString>> {{"carol", "t3"}}));
+    EXPECT_EQ(readReceipts(before, after, "me"), (QList<QPair<QString, QString>> {{"alice", "t2"}, {"carol", "t3"}}));
 
     const IMRoomPtr lunch = room(kLunch);
-    EXPECT_EQ(newMembers({"alice"}, lunch), QStringList{"bob"});
+    EXPECT_EQ(newMembers({"alice"}, lunch), QStringList {"bob"});
     EXPECT_TRUE(newMembers({"alice", "bob"}, lunch).isEmpty());
     EXPECT_TRUE(joinedEvent(lunch, {"bob"}, "alice").text.contains("bob joined (members: alice, bob)"));
     EXPECT_TRUE(joinedEvent(lunch, {"bob"}, "bob").text.contains("you are in it now"));
@@ -129,8 +122,8 @@ TEST(CliFormat, ProgressBar)
 
 TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNamesAndJoinLinksRoundTrip)
 {
-    const QList<IMRoomPtr> rooms{room({{"id", "a1"}, {"name", "Lunch"}}), room({{"id", "b2"}, {"name", "Team"}}),
-                                 room({{"id", "c3"}, {"name", "Team"}}), room({{"id", "Team"}, {"name", "x"}})};
+    const QList<IMRoomPtr> rooms {room({{"id", "a1"}, {"name", "Lunch"}}), room({{"id", "b2"}, {"name", "Team"}}),
+        room({{"id", "c3"}, {"name", "Team"}}), room({{"id", "Team"}, {"name", "x"}})};
     QString error;
     EXPECT_EQ(resolveRoom("Lunch", rooms, &error), "a1");
     EXPECT_EQ(resolveRoom("b2", rooms, &error), "b2");
@@ -140,7 +133,7 @@ TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNamesAndJoinLinksRoundTrip)
     EXPECT_EQ(resolveRoom("zz", rooms, &error), "zz");
     EXPECT_TRUE(error.isEmpty());
 
-    const QList<IMRoomPtr> twins{room({{"id", "b2"}, {"name", "Team"}}), room({{"id", "c3"}, {"name", "Team"}})};
+    const QList<IMRoomPtr> twins {room({{"id", "b2"}, {"name", "Team"}}), room({{"id", "c3"}, {"name", "Team"}})};
     EXPECT_TRUE(resolveRoom("Team", twins, &error).isEmpty());
     EXPECT_TRUE(error.contains("2 rooms are named \"Team\" (b2, c3)")) << error.toStdString();
 
@@ -150,9 +143,9 @@ TEST(CliFormat, RoomReferencesPreferIdsThenUniqueNamesAndJoinLinksRoundTrip)
     EXPECT_EQ(roomFromJoinLink(link, "parlo", &error), "r 1");
     EXPECT_EQ(roomFromJoinLink("parlo://parlo.integrate/joinRoom/abc", "parlo", &error), "abc");
 
-    for (const char *bad : {"https://parlo.integrate/joinRoom/abc", "parlo://elsewhere/joinRoom/abc",
-                            "parlo://parlo.integrate/joinRoom/", "parlo://parlo.integrate/leave/abc",
-                            "parlo://parlo.integrate/joinRoom/a/b", "::::"}) {
+    for (const char *bad :
+        {"https://parlo.integrate/joinRoom/abc", "parlo://elsewhere/joinRoom/abc", "parlo://parlo.integrate/joinRoom/",
+            "parlo://parlo.integrate/leave/abc", "parlo://parlo.integrate/joinRoom/a/b", "::::"}) {
         error.clear();
         EXPECT_TRUE(roomFromJoinLink(QString::fromUtf8(bad), "parlo", &error).isEmpty()) << bad;
         EXPECT_TRUE(error.startsWith("not a join link")) << bad;

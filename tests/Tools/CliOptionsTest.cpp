@@ -18,7 +18,7 @@ TEST(CliOptions, OptionsGoAnywhereTakeTheirValueEitherWayAndOverrideTheEnvironme
     const ParseResult r = parse("--profile /tmp/a history Lunch --limit=5 --json --url http://h:9 --page 3");
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
     EXPECT_EQ(r.options.command, "history");
-    EXPECT_EQ(r.options.args, QStringList{"Lunch"});
+    EXPECT_EQ(r.options.args, QStringList {"Lunch"});
     EXPECT_EQ(r.options.limit, 5);
     EXPECT_EQ(r.options.page, 3);
     EXPECT_TRUE(r.options.json);
@@ -32,12 +32,12 @@ TEST(CliOptions, OptionsGoAnywhereTakeTheirValueEitherWayAndOverrideTheEnvironme
     // "--" ends the options: a text may start with a dash.
     const ParseResult send = parseArguments({"send", "Lunch", "--", "-1", "is", "--json"});
     ASSERT_TRUE(send.ok()) << send.error.toStdString();
-    EXPECT_EQ(send.options.args, (QStringList{"Lunch", "-1 is --json"}));
+    EXPECT_EQ(send.options.args, (QStringList {"Lunch", "-1 is --json"}));
     EXPECT_FALSE(send.options.json);
 
     // The environment gives defaults that options override.
-    const QMap<QString, QString> env{{"PARLO_URL", "http://env:1"}, {"PARLO_PROFILE", "/p"},
-                                     {"PARLO_CLIENT_ID", "bob"}};
+    const QMap<QString, QString> env {
+        {"PARLO_URL", "http://env:1"}, {"PARLO_PROFILE", "/p"}, {"PARLO_CLIENT_ID", "bob"}};
     const ParseResult fromEnv = parse("rooms", env);
     ASSERT_TRUE(fromEnv.ok());
     EXPECT_EQ(fromEnv.options.url, "http://env:1");
@@ -50,8 +50,7 @@ TEST(CliOptions, OptionsGoAnywhereTakeTheirValueEitherWayAndOverrideTheEnvironme
 
 TEST(CliOptions, BadArgumentsAreRefusedWithAMessageNamingTheProblem)
 {
-    struct Case
-    {
+    struct Case {
         const char *line;
         const char *expected;
     };
@@ -79,8 +78,7 @@ TEST(CliOptions, BadArgumentsAreRefusedWithAMessageNamingTheProblem)
     };
     for (const Case &c : cases) {
         const ParseResult r = parse(QString::fromUtf8(c.line));
-        EXPECT_TRUE(r.error.contains(QString::fromUtf8(c.expected)))
-            << c.line << " gave: " << r.error.toStdString();
+        EXPECT_TRUE(r.error.contains(QString::fromUtf8(c.expected))) << c.line << " gave: " << r.error.toStdString();
         EXPECT_FALSE(r.ok()) << c.line;
     }
     // An empty argument (a script's unset variable) is caught before anything is sent.
@@ -90,7 +88,7 @@ TEST(CliOptions, BadArgumentsAreRefusedWithAMessageNamingTheProblem)
 TEST(CliOptions, HelpVersionAndTheInteractiveModeNeedNoCommandArguments)
 {
     EXPECT_TRUE(parse("--help").help);
-    for (const auto &[line, topic] : {std::pair{"help history", "history"}, {"send --help", "send"}}) {
+    for (const auto &[line, topic] : {std::pair {"help history", "history"}, {"send --help", "send"}}) {
         EXPECT_TRUE(parse(line).help) << line;
         EXPECT_EQ(parse(line).helpTopic, topic);
     }
@@ -115,22 +113,22 @@ TEST(CliOptions, InteractiveLinesKeepTheConnectionAndSplitWordsLikeAShell)
     base.limit = 99; // a command's option does not leak from the program's line
     ParseResult r = parseShellLine(R"(send "Lunch room" 'it''s fine' \"ok\")", base);
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    EXPECT_EQ(r.options.args, (QStringList{"Lunch room", "its fine \"ok\""}));
+    EXPECT_EQ(r.options.args, (QStringList {"Lunch room", "its fine \"ok\""}));
     EXPECT_EQ(r.options.url, "http://h:1");
     EXPECT_EQ(r.options.clientID, "alice");
     EXPECT_TRUE(r.options.json);
     r = parseShellLine("history Lunch", base);
     EXPECT_EQ(r.options.limit, 20);
 
-    for (const auto &[line, expected] : {std::pair{"rooms --url http://other:2", "set when parlo-cli starts"},
-                                         {"send Lunch \"unfinished", "unterminated"}, {"shell", "already"}, {"   ", "empty"}})
+    for (const auto &[line, expected] : {std::pair {"rooms --url http://other:2", "set when parlo-cli starts"},
+             {"send Lunch \"unfinished", "unterminated"}, {"shell", "already"}, {"   ", "empty"}})
         EXPECT_TRUE(parseShellLine(line, base).error.contains(expected)) << line;
 
     // The words themselves.
     QString error;
-    EXPECT_EQ(splitWords("  a   b\tc ", &error), (QStringList{"a", "b", "c"}));
-    EXPECT_EQ(splitWords(R"(a "" 'x y' z\ w)", &error), (QStringList{"a", "", "x y", "z w"}));
-    EXPECT_EQ(splitWords(R"('back\slash')", &error), QStringList{R"(back\slash)"});
+    EXPECT_EQ(splitWords("  a   b\tc ", &error), (QStringList {"a", "b", "c"}));
+    EXPECT_EQ(splitWords(R"(a "" 'x y' z\ w)", &error), (QStringList {"a", "", "x y", "z w"}));
+    EXPECT_EQ(splitWords(R"('back\slash')", &error), QStringList {R"(back\slash)"});
     EXPECT_TRUE(error.isEmpty());
     EXPECT_TRUE(splitWords("'open", &error).isEmpty());
     EXPECT_FALSE(error.isEmpty());

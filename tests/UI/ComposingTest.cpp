@@ -28,15 +28,17 @@ namespace {
 
 // Records what the screens hand to the platform while `recording`; the picker answers with
 // `picked`. One is installed for the whole program (the kit keeps every platform it was given).
-class RecordingPlatform : public IMPlatform
-{
+class RecordingPlatform : public IMPlatform {
 public:
     bool recording = false;
     QString pasteboard;
     QVariantList shared;
     QImage picked;
     QImage saved;
-    void setPasteboardString(const QString &text) override { recording ? void(pasteboard = text) : IMPlatform::setPasteboardString(text); }
+    void setPasteboardString(const QString &text) override
+    {
+        recording ? void(pasteboard = text) : IMPlatform::setPasteboardString(text);
+    }
     void presentShareSheet(const QVariantList &items, QObject *window) override
     {
         recording ? void(shared = items) : IMPlatform::presentShareSheet(items, window);
@@ -84,15 +86,14 @@ QImage testPicture(int side)
 IMMessagePtr message(const QString &type, const QString &from, const QString &text)
 {
     IMMessagePtr m = IMMessage::fromDictionary({{"id", text + from}, {"messageType", type}, {"message", text},
-                                               {"sender", QVariantMap{{"clientID", from}, {"username", from}}}});
+        {"sender", QVariantMap {{"clientID", from}, {"username", from}}}});
     if (type == kMessageTypeImage)
         m->setTemp(QVariant::fromValue(testPicture(60)));
     return m;
 }
 
 // The screen in a window, signed in locally as "me", without a server.
-class ComposingScreen : public ScreenTest
-{
+class ComposingScreen : public ScreenTest {
 protected:
     void SetUp() override
     {
@@ -127,15 +128,15 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
     }
     screen->inputTextView->setText(QString());
     screen->sendMessageBtnPressed();
-    EXPECT_TRUE(screen->dataSource().isEmpty());  // an empty text is not sent
+    EXPECT_TRUE(screen->dataSource().isEmpty()); // an empty text is not sent
     QTest::keyClick(screen->inputTextView, Qt::Key_Return, Qt::ShiftModifier);
-    EXPECT_EQ(screen->inputTextView->text(), "\n");  // Shift+Return starts a line
+    EXPECT_EQ(screen->inputTextView->text(), "\n"); // Shift+Return starts a line
     EXPECT_TRUE(screen->dataSource().isEmpty());
 
     // A row grows with its text's lines (measured rows keep no stale height).
     screen->setDataSource({message(kMessageTypeText, "me", "one"), message(kMessageTypeText, "me", "one\ntwo\nthree")});
     EXPECT_GT(screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(1)).height(),
-              screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).height() + 30);
+        screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).height() + 30);
 
     // Editing, finished with an empty text: updated in place, no new row.
     const IMMessagePtr mine = message(kMessageTypeText, "me", "first draft");
@@ -176,10 +177,12 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
     screen->shareRoomWithURLSchemeLastObjectBtnPressed();
     EXPECT_TRUE(log.texts().contains("url type not found"));
     EXPECT_TRUE(platform->shared.isEmpty());
-    platform->setInfoDictionary({{"CFBundleURLTypes", QVariantList{QVariantMap{{"CFBundleURLSchemes", QVariantList{"lunchapp"}}}}},
-                                 {"parlo", QVariantMap{{"storeid", "42"}, {"url", "https://join.example"}}}});
+    platform->setInfoDictionary(
+        {{"CFBundleURLTypes", QVariantList {QVariantMap {{"CFBundleURLSchemes", QVariantList {"lunchapp"}}}}},
+            {"parlo", QVariantMap {{"storeid", "42"}, {"url", "https://join.example"}}}});
     screen->shareRoomWithURLSchemeLastObjectBtnPressed();
-    EXPECT_EQ(platform->shared, QVariantList{QUrl("https://join.example/r1?urlType=lunchapp&appID=42&action=joinRoom")});
+    EXPECT_EQ(
+        platform->shared, QVariantList {QUrl("https://join.example/r1?urlType=lunchapp&appID=42&action=joinRoom")});
 
     // A text too long for one message stays in the text view, with an alert.
     const QString huge(IMMessageViewController::kMaxTextLength + 1, QLatin1Char('x'));
@@ -192,12 +195,19 @@ TEST_F(ComposingScreen, TextViewGrowsAndEditCancelAndTheMorePanelFollowTheirRule
 
 TEST_F(ComposingScreen, MenusDependOnTypeAndSenderAndOnlyALongEnoughPressOpensThem)
 {
-    const QString copy = "複製文字", edit = "編輯訊息", remove = "刪除訊息", save = "存到相簿", share = "分享照片", cancel = "取消";
-    struct Case { QString type, from; QStringList titles; };
+    const QString copy = "複製文字", edit = "編輯訊息", remove = "刪除訊息", save = "存到相簿", share = "分享照片",
+                  cancel = "取消";
+    struct Case {
+        QString type, from;
+        QStringList titles;
+    };
     const Case cases[] = {
-        {kMessageTypeText, "me", {copy, edit, remove, cancel}}, {kMessageTypeText, "bob", {copy, cancel}},
-        {kMessageTypeImage, "me", {save, share, remove, cancel}}, {kMessageTypeImage, "bob", {save, share, cancel}},
-        {QStringLiteral("audio"), "me", {}}, {QStringLiteral("sticker"), "bob", {}},
+        {kMessageTypeText, "me", {copy, edit, remove, cancel}},
+        {kMessageTypeText, "bob", {copy, cancel}},
+        {kMessageTypeImage, "me", {save, share, remove, cancel}},
+        {kMessageTypeImage, "bob", {save, share, cancel}},
+        {QStringLiteral("audio"), "me", {}},
+        {QStringLiteral("sticker"), "bob", {}},
     };
     for (const Case &c : cases) {
         EXPECT_EQ(menuFor(message(c.type, c.from, "body")), c.titles) << c.type.toStdString() << c.from.toStdString();
@@ -219,7 +229,7 @@ TEST_F(ComposingScreen, MenusDependOnTypeAndSenderAndOnlyALongEnoughPressOpensTh
     settle();
     QWidget *viewport = screen->tableview()->viewport();
     const QPoint row = screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).center().toPoint()
-                       - screen->tableview()->contentOffset().toPoint();
+        - screen->tableview()->contentOffset().toPoint();
     for (int held : {500, 1150}) {
         QTest::mousePress(viewport, Qt::LeftButton, {}, row);
         QTest::qWait(held);
@@ -231,12 +241,15 @@ TEST_F(ComposingScreen, MenusDependOnTypeAndSenderAndOnlyALongEnoughPressOpensTh
 TEST_F(ComposingScreen, PictureViewerSnapsBackUnderFiftyPointsAndClosesAtFifty)
 {
     // (49.999999999 is 50 in single precision.)
-    for (auto [off, near] : QList<QPair<QPointF, bool>>{{{49, -49}, true}, {{50, 0}, false}, {{0, 50}, false}, {{49.999999999, 0}, false}})
-        EXPECT_EQ(IMMessageViewController::isPictureNearHome({390, 640}, QPointF(195, 320) + off), near) << off.x() << "," << off.y();
+    for (auto [off, near] :
+        QList<QPair<QPointF, bool>> {{{49, -49}, true}, {{50, 0}, false}, {{0, 50}, false}, {{49.999999999, 0}, false}})
+        EXPECT_EQ(IMMessageViewController::isPictureNearHome({390, 640}, QPointF(195, 320) + off), near)
+            << off.x() << "," << off.y();
 
     screen->setDataSource({message(kMessageTypeImage, "bob", "pic")});
     settle(10);
-    auto *cell = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(0)));
+    auto *cell = qobject_cast<IMMessageTableViewCell *>(
+        screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(0)));
     ASSERT_TRUE(cell);
     QTest::mouseClick(cell->pictureImageView(), Qt::LeftButton);
     ASSERT_TRUE(screen->imageViewBackgroundView);
@@ -259,20 +272,27 @@ TEST_F(ComposingScreen, PictureViewerSnapsBackUnderFiftyPointsAndClosesAtFifty)
     };
     drag({49, 49});
     ASSERT_TRUE(screen->imageView);
-    EXPECT_EQ(IMViewCenter(screen->imageView), QPointF(195, 320));  // back home
+    EXPECT_EQ(IMViewCenter(screen->imageView), QPointF(195, 320)); // back home
     QPointer<QWidget> backdrop = screen->imageViewBackgroundView;
     drag({0, 50});
     settle(5);
     EXPECT_FALSE(screen->imageViewBackgroundView);
-    EXPECT_FALSE(backdrop);  // removed from the window
+    EXPECT_FALSE(backdrop); // removed from the window
 }
 
-class ComposingLive : public UILiveTest
-{
+class ComposingLive : public UILiveTest {
 protected:
     // The recording platform goes in first: a default one made before it would be kept, unused.
-    void SetUp() override { platform = startRecording(dir); UILiveTest::SetUp(); }
-    void TearDown() override { UILiveTest::TearDown(); platform->recording = false; }
+    void SetUp() override
+    {
+        platform = startRecording(dir);
+        UILiveTest::SetUp();
+    }
+    void TearDown() override
+    {
+        UILiveTest::TearDown();
+        platform->recording = false;
+    }
     RecordingPlatform *platform = nullptr;
 };
 
@@ -284,23 +304,25 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     ASSERT_TRUE(room);
     IMWindow window;
     IMMessageViewController *screen = showConversation(window, room);
-    const auto bobsMessages = [&] {
-        return bob->request("get", "/message/?room=" + roomID + "&offset=0&limit=10").value("body").toList();
-    };
+    const auto bobsMessages
+        = [&] { return bob->request("get", "/message/?room=" + roomID + "&offset=0&limit=10").value("body").toList(); };
     const auto bobSees = [&](const QString &id, const QString &type, const QString &body) {
-        return waitUntil([&] {
-            for (const QVariant &m : bobsMessages())
-                if (m.toMap().value("id") == id)
-                    return m.toMap().value("messageType") == type && (body.isNull() || m.toMap().value("message") == body);
-            return false;
-        }, 10000);
+        return waitUntil(
+            [&] {
+                for (const QVariant &m : bobsMessages())
+                    if (m.toMap().value("id") == id)
+                        return m.toMap().value("messageType") == type
+                            && (body.isNull() || m.toMap().value("message") == body);
+                return false;
+            },
+            10000);
     };
     const auto last = [&] { return screen->dataSource().isEmpty() ? IMMessagePtr() : screen->dataSource().last(); };
-    ASSERT_TRUE(waitUntil([&] { return screen->isLoadEnd; }, 10000));  // the (empty) first page is in
+    ASSERT_TRUE(waitUntil([&] { return screen->isLoadEnd; }, 10000)); // the (empty) first page is in
 
     // Typed and sent: sending (1), then sent (0) when the server's echo arrives.
     QTest::keyClicks(screen->inputTextView, QStringLiteral("Hi Bob "));
-    QInputMethodEvent typed;  // CJK and emoji arrive through the input method
+    QInputMethodEvent typed; // CJK and emoji arrive through the input method
     typed.setCommitString(QStringLiteral("你好 👋"));
     QCoreApplication::sendEvent(screen->inputTextView, &typed);
     QTest::mouseClick(screen->sendMessageBtn, Qt::LeftButton);
@@ -308,31 +330,36 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     EXPECT_EQ(last()->sendingType(), 1u);
     EXPECT_EQ(last()->option()->pushMessage(), QStringLiteral("alice:Hi Bob 你好 👋"));
     EXPECT_EQ(screen->inputTextView->text(), "");
-    ASSERT_TRUE(waitUntil([&] { return last() && last()->sendingType() == 0 && !last()->objectID().isEmpty(); }, 10000));
+    ASSERT_TRUE(
+        waitUntil([&] { return last() && last()->sendingType() == 0 && !last()->objectID().isEmpty(); }, 10000));
     const IMMessagePtr text = last();
 
     // A picture: shown at once, its progress in the row's time label, then sent; Bob gets the same bytes.
     screen->cameraBtnPressed();
     ASSERT_TRUE(UxAlertController::current());
-    EXPECT_EQ(UxAlertController::current()->buttonTitles(), (QStringList{"照相機", "相片圖庫", "取消"}));
+    EXPECT_EQ(UxAlertController::current()->buttonTitles(), (QStringList {"照相機", "相片圖庫", "取消"}));
     UxAlertController::current()->choose(1);
     ASSERT_TRUE(waitUntil([&] { return last() != text; }, 5000));
     const IMMessagePtr picture = last();
     EXPECT_EQ(picture->message(), "sending image");
     QStringList progress;
-    ASSERT_TRUE(waitUntil([&] {
-        for (IMTableViewCell *cell : screen->tableview()->visibleCells())
-            if (cell->timeLabel() && cell->timeLabel()->text().endsWith(" %") && !progress.contains(cell->timeLabel()->text()))
-                progress << cell->timeLabel()->text();
-        return picture->sendingType() == 0 && !picture->objectID().isEmpty();
-    }, 15000));
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            for (IMTableViewCell *cell : screen->tableview()->visibleCells())
+                if (cell->timeLabel() && cell->timeLabel()->text().endsWith(" %")
+                    && !progress.contains(cell->timeLabel()->text()))
+                    progress << cell->timeLabel()->text();
+            return picture->sendingType() == 0 && !picture->objectID().isEmpty();
+        },
+        15000));
     EXPECT_FALSE(progress.isEmpty());
     for (const QString &p : progress)
         EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{1,3} %$")).match(p).hasMatch()) << p.toStdString();
     EXPECT_TRUE(picture->temp().isNull());
     EXPECT_EQ(picture->option()->pushMessage(), QStringLiteral("alice 傳送一張照片"));
     QByteArray uploaded;
-    Parlo::shareInstance()->getFileWithName(picture->message(), true, [&](const QByteArray &d) { uploaded = d; }, [](const IMError &) {});
+    Parlo::shareInstance()->getFileWithName(
+        picture->message(), true, [&](const QByteArray &d) { uploaded = d; }, [](const IMError &) {});
     ASSERT_FALSE(uploaded.isEmpty());
     EXPECT_EQ(bob->request("get", "/files/" + picture->message()).value("body").toByteArray(), uploaded);
     EXPECT_TRUE(bobSees(picture->objectID(), "image", picture->message()));
@@ -354,20 +381,22 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     EXPECT_TRUE(bobSees(text->objectID(), "delete", QString()));
     // (Row 0 is never looked at by updates, so the deleted row is checked after a reload.)
     screen->loadMessageComplete({});
-    ASSERT_TRUE(waitUntil([&] { return screen->dataSource().value(0) && screen->dataSource()[0]->messageType() == "delete"; }, 10000));
-    EXPECT_TRUE(waitUntil([&] { return screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).height() == 0; }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return screen->dataSource().value(0) && screen->dataSource()[0]->messageType() == "delete"; }, 10000));
+    EXPECT_TRUE(waitUntil(
+        [&] { return screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(0)).height() == 0; }));
 
     // With the server stalled the send fails (state 2); once it answers again the error button sends it.
     Parlo::shareInstance()->setTimeout(1);
     server->suspend(true);
     screen->inputTextView->setText(QStringLiteral("are you there?"));
-    QTest::keyClick(screen->inputTextView, Qt::Key_Return);  // Return sends
+    QTest::keyClick(screen->inputTextView, Qt::Key_Return); // Return sends
     const IMMessagePtr stalled = last();
     ASSERT_TRUE(waitUntil([&] { return stalled->sendingType() == 2; }, 10000));
     server->suspend(false);
     Parlo::shareInstance()->setTimeout(5);
-    auto *row = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(
-        IMIndexPath::indexPathForRow(screen->dataSource().size() - 1)));
+    auto *row = qobject_cast<IMMessageTableViewCell *>(
+        screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().size() - 1)));
     ASSERT_TRUE(row);
     ASSERT_TRUE(waitUntil([&] { return row->errorButton()->isVisible(); }, 5000));
     QTest::mouseClick(row->errorButton(), Qt::LeftButton);
@@ -375,7 +404,7 @@ TEST_F(ComposingLive, TextPictureEditDeleteAndAResendAfterAStalledServer)
     int copies = 0;
     for (const QVariant &m : bobsMessages())
         copies += m.toMap().value("message") == "are you there?";
-    EXPECT_EQ(copies, 1);  // the late first attempt and the re-send are one message
+    EXPECT_EQ(copies, 1); // the late first attempt and the re-send are one message
 }
 
 TEST(ComposingPicker, DecodesOffTheMainThreadScalesHugePicturesAndRefusesOthers)
@@ -394,7 +423,10 @@ TEST(ComposingPicker, DecodesOffTheMainThreadScalesHugePicturesAndRefusesOthers)
     for (const QString &path : {garbage, huge}) {
         bool answered = false;
         QImage picked;
-        IMPlatform::instance()->pickImage(1, nullptr, [&](const QImage &image) { answered = true; picked = image; });
+        IMPlatform::instance()->pickImage(1, nullptr, [&](const QImage &image) {
+            answered = true;
+            picked = image;
+        });
         settle();
         QFileDialog *dialog = nullptr;
         for (QWidget *w : QApplication::topLevelWidgets())

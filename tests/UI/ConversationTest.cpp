@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "IMDate.h"
-#include "IMPlatform.h"
 #include "IMLayoutConstraint.h"
 #include "IMMessageTableViewCell.h"
 #include "IMMessageViewController.h"
 #include "IMNavigationController.h"
+#include "IMPlatform.h"
 #include "IMUserDefaults.h"
 #include "IMWindow.h"
 #include "Parlo.h"
@@ -21,11 +21,13 @@
 
 namespace {
 
-IMMessagePtr msg(const QString &type, const QString &from, const QString &createdAt = {}, const QString &text = QStringLiteral("hi"))
+IMMessagePtr msg(
+    const QString &type, const QString &from, const QString &createdAt = {}, const QString &text = QStringLiteral("hi"))
 {
-    QVariantMap d{{"id", QStringLiteral("m%1").arg(qHash(text + createdAt + from))}, {"messageType", type}, {"message", text}};
+    QVariantMap d {
+        {"id", QStringLiteral("m%1").arg(qHash(text + createdAt + from))}, {"messageType", type}, {"message", text}};
     if (!from.isEmpty())
-        d["sender"] = QVariantMap{{"clientID", from}, {"username", from}};
+        d["sender"] = QVariantMap {{"clientID", from}, {"username", from}};
     if (!createdAt.isEmpty())
         d["createdAt"] = createdAt;
     return IMMessage::fromDictionary(d);
@@ -35,7 +37,8 @@ IMRoomPtr roomWithReads(const QVariantMap &readTime, int members = 2)
 {
     QVariantList clients;
     for (int i = 0; i < members; ++i)
-        clients << QVariantMap{{"clientID", i == 0 ? "me" : QStringLiteral("u%1").arg(i)}, {"username", QStringLiteral("User %1").arg(i)}};
+        clients << QVariantMap {
+            {"clientID", i == 0 ? "me" : QStringLiteral("u%1").arg(i)}, {"username", QStringLiteral("User %1").arg(i)}};
     IMRoomPtr r = IMRoom::fromDictionary({{"id", "r1"}, {"name", "Lunch"}, {"client", clients}});
     r->setReadTime(readTime);
     return r;
@@ -44,27 +47,30 @@ IMRoomPtr roomWithReads(const QVariantMap &readTime, int members = 2)
 TEST(ConversationRules, RowKindsTitlesAndReadMarkers)
 {
     const QString me = QStringLiteral("me");
-    const QList<QPair<IMMessagePtr, QString>> kinds{{msg("text", "me"), CellRight}, {msg("text", "bob"), CellLeft},
+    const QList<QPair<IMMessagePtr, QString>> kinds {{msg("text", "me"), CellRight}, {msg("text", "bob"), CellLeft},
         {msg("image", "me"), CellRightImage}, {msg("image", "bob"), CellLeftImage}, {msg("audio", "bob"), CellRight},
         {msg("text", ""), CellLeft}};
     for (const auto &k : kinds)
         EXPECT_EQ(IMMessageTableViewCell::cellIDForMessage(k.first, me), k.second);
 
-    for (auto [members, title] : QList<QPair<int, QString>>{{2, "User 1"}, {3, "Lunch (3)"}, {1, "Lunch (1)"}})
+    for (auto [members, title] : QList<QPair<int, QString>> {{2, "User 1"}, {3, "Lunch (3)"}, {1, "Lunch (1)"}})
         EXPECT_EQ(IMMessageViewController::titleForRoom(roomWithReads({}, members), me), title) << members;
 
     const QString t0 = QStringLiteral("2026-11-20T10:00:00.000Z");
     const QString before = QStringLiteral("2026-11-20T09:00:00.000Z");
     const QString after = QStringLiteral("2026-11-20T11:00:00.000Z");
     const IMMessagePtr m = msg("text", "me", t0);
-    struct Case { QVariantMap reads; QString marker; };
+    struct Case {
+        QVariantMap reads;
+        QString marker;
+    };
     const Case cases[] = {
-        {{{"me", after}}, ""},                                   // only the reader
-        {{{"me", after}, {"u1", after}}, "已讀"},                 // two people, read
-        {{{"me", after}, {"u1", before}}, ""},                   // two people, not yet
-        {{{"me", after}, {"u1", t0}}, ""},                       // same moment: not read
+        {{{"me", after}}, ""}, // only the reader
+        {{{"me", after}, {"u1", after}}, "已讀"}, // two people, read
+        {{{"me", after}, {"u1", before}}, ""}, // two people, not yet
+        {{{"me", after}, {"u1", t0}}, ""}, // same moment: not read
         {{{"me", after}, {"u1", after}, {"u2", after}}, "2 已讀"},
-        {{{"me", after}, {"u1", after}, {"u2", t0}}, "1 已讀"},   // only strictly later counts
+        {{{"me", after}, {"u1", after}, {"u2", t0}}, "1 已讀"}, // only strictly later counts
         {{{"me", after}, {"u1", before}, {"u2", before}}, ""},
     };
     for (const Case &c : cases)
@@ -73,7 +79,8 @@ TEST(ConversationRules, RowKindsTitlesAndReadMarkers)
     for (int i = 0; i < 10000; ++i)
         many.insert(QStringLiteral("u%1").arg(i), after);
     EXPECT_EQ(IMMessageTableViewCell::readString(roomWithReads(many), m, me), "");
-    EXPECT_EQ(IMMessageTableViewCell::readCount(roomWithReads({{"u1", after}}), msg("text", "me"), me), 0);  // no createdAt
+    EXPECT_EQ(
+        IMMessageTableViewCell::readCount(roomWithReads({{"u1", after}}), msg("text", "me"), me), 0); // no createdAt
 }
 
 using ConversationScreen = ScreenTest;
@@ -85,11 +92,11 @@ TEST_F(ConversationScreen, RowsShowSendingStatesOneTurnLaterAndCollapseAMissingA
     IMMessagePtr m = msg("text", "me", "2026-11-20T10:00:00.000Z", "hello");
     m->setSendingType(2);
     row.setMessage(m);
-    EXPECT_TRUE(row.errorButton()->isHidden());  // not yet: one main-loop turn later
+    EXPECT_TRUE(row.errorButton()->isHidden()); // not yet: one main-loop turn later
     settle();
     EXPECT_FALSE(row.errorButton()->isHidden());
     EXPECT_EQ(row.cellType(), 0u);
-    EXPECT_EQ(row.photoImageViewWidth()->constant(), 0);  // no photo: the avatar column collapses
+    EXPECT_EQ(row.photoImageViewWidth()->constant(), 0); // no photo: the avatar column collapses
     row.setCellType(3);
     settle();
     EXPECT_TRUE(row.errorButton()->isHidden());
@@ -116,16 +123,19 @@ TEST_F(ConversationScreen, BadMessagesStillDraw)
     IMRoomPtr room = roomWithReads({{"me", "garbage"}, {"u1", 42}, {"u2", QVariant()}}, 3);
     IMMessageViewController *screen = showConversation(window, room, true);
     screen->setDataSource({IMMessage::fromDictionary({{"id", "a"}, {"messageType", "text"}, {"message", "no sender"}}),
-                           msg("sticker", "u1", "not a date"), msg("text", "u1", {}, QString(1 << 20, QLatin1Char('x'))),
-                           msg("image", "u1", "2026-11-20T10:00:00.000Z", "broken.jpg")});
+        msg("sticker", "u1", "not a date"), msg("text", "u1", {}, QString(1 << 20, QLatin1Char('x'))),
+        msg("image", "u1", "2026-11-20T10:00:00.000Z", "broken.jpg")});
     screen->scrollToBottomWithAnimate(false);
     settle(10);
     EXPECT_EQ(screen->tableview()->numberOfRowsInSection(0), 4);
-    screen->tableview()->scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(3), IMTableView::ScrollPositionBottom, false);
+    screen->tableview()->scrollToRowAtIndexPath(
+        IMIndexPath::indexPathForRow(3), IMTableView::ScrollPositionBottom, false);
     settle(10);
-    auto *picture = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(3)));
+    auto *picture = qobject_cast<IMMessageTableViewCell *>(
+        screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(3)));
     ASSERT_TRUE(picture);
-    EXPECT_TRUE(waitUntil([&] { return !picture->pictureImageView()->image().isNull(); }));  // the placeholder, not nothing
+    EXPECT_TRUE(
+        waitUntil([&] { return !picture->pictureImageView()->image().isNull(); })); // the placeholder, not nothing
     EXPECT_FALSE(window.grab().isNull());
 }
 
@@ -133,8 +143,12 @@ TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheB
 {
     const IMRoomPtr room = roomWithReads({});
     IMMessageViewController *screen = showConversation(window, room);
-    const auto inRoom = [&](IMMessagePtr m) { m->setRoom(room); return m; };
-    const auto now = [](int offset = 0) { return IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(offset)); };
+    const auto inRoom = [&](IMMessagePtr m) {
+        m->setRoom(room);
+        return m;
+    };
+    const auto now
+        = [](int offset = 0) { return IMDate::toString8601(QDateTime::currentDateTimeUtc().addSecs(offset)); };
     QList<IMMessagePtr> page;
     for (int i = 0; i < 40; ++i)
         page << inRoom(msg("text", i % 3 ? "bob" : "me", now(i - 100), QStringLiteral("message %1").arg(i)));
@@ -158,7 +172,7 @@ TEST_F(ConversationScreen, UpdatesSkipTheOldestRowAndNewMessagesScrollOnlyAtTheB
     screen->tableview()->setContentOffset(QPointF(0, 0));
     screen->ParloDidReceiveMessageFromOthers(inRoom(msg("text", "bob", now(), "newer")));
     settle();
-    EXPECT_EQ(screen->tableview()->contentOffset().y(), 0);  // scrolled up: left where it was
+    EXPECT_EQ(screen->tableview()->contentOffset().y(), 0); // scrolled up: left where it was
     EXPECT_EQ(screen->dataSource().size(), 42);
 
     // A deleted message takes no space; the first row never has a date header.
@@ -174,11 +188,11 @@ TEST_F(ConversationScreen, InputBarTakesTheBarsTintAndFollowsTheKeyboard)
     auto *screen = new IMMessageViewController;
     screen->setRoom(roomWithReads({}));
     showInNavigation(window, screen, [](IMNavigationController *nav) {
-        nav->setTintColor(Qt::white);  // white: the bar's background colour is used instead
+        nav->setTintColor(Qt::white); // white: the bar's background colour is used instead
         nav->setBarTintColor(QColor(36, 113, 163));
     });
     EXPECT_EQ(screen->sendMessageBtn->tintColor(), QColor(36, 113, 163));
-    EXPECT_EQ(screen->inputTextViewLeadingDistance->constant(), 60);  // no more button by default
+    EXPECT_EQ(screen->inputTextViewLeadingDistance->constant(), 60); // no more button by default
     EXPECT_EQ(screen->inputTextViewHeight->constant(), 30);
 
     // A keyboard of 250 points at the bottom lifts the bar by its height; a tap on the list lowers it.
@@ -220,24 +234,30 @@ TEST_F(ConversationLive, HistoryPagesBackAndLiveMessagesUpdatesDeletionsAndRecei
     ASSERT_TRUE(waitUntil([&] { return screen->dataSource().size() == 101; }, 10000));
     EXPECT_TRUE(screen->isTableViewAtBottom());
     bob->ok("put", "/message/" + fresh, {{"message", "fresh, edited"}, {"messageType", "text"}});
-    ASSERT_TRUE(waitUntil([&] { return screen->dataSource().last()->message() == QLatin1String("fresh, edited"); }, 10000));
+    ASSERT_TRUE(
+        waitUntil([&] { return screen->dataSource().last()->message() == QLatin1String("fresh, edited"); }, 10000));
     bob->ok("put", "/message/" + ids[98], {{"message", ""}, {"messageType", "delete"}});
-    ASSERT_TRUE(waitUntil([&] {
-        return screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(98)).height() == 0; }, 10000));
+    ASSERT_TRUE(waitUntil(
+        [&] { return screen->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(98)).height() == 0; },
+        10000));
 
     // Alice answers; Bob reads with the echo on; her row shows the marker.
     bool sent = false;
     IMMessagePtr answer = IMMessage::initWithRoom(room);
     answer->setMessage(QStringLiteral("On my way"));
-    Parlo::shareInstance()->sendMessage(answer, [&](const IMMessagePtr &) { sent = true; }, [](const IMError &) {});
+    Parlo::shareInstance()->sendMessage(
+        answer, [&](const IMMessagePtr &) { sent = true; }, [](const IMError &) {});
     ASSERT_TRUE(waitUntil([&] { return sent; }, 10000));
     bob->ok("put", "/room/receive/" + roomID, {{"echo", 1}});
-    ASSERT_TRUE(waitUntil([&] {
-        for (IMTableViewCell *cell : screen->tableview()->visibleCells())
-            if (auto *row = qobject_cast<IMMessageTableViewCell *>(cell); row && row->readLabel() && row->readLabel()->text() == QStringLiteral("已讀"))
-                return true;
-        return false;
-    }, 10000));
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            for (IMTableViewCell *cell : screen->tableview()->visibleCells())
+                if (auto *row = qobject_cast<IMMessageTableViewCell *>(cell);
+                    row && row->readLabel() && row->readLabel()->text() == QStringLiteral("已讀"))
+                    return true;
+            return false;
+        },
+        10000));
 }
 
 } // namespace

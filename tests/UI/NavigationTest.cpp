@@ -24,10 +24,13 @@
 namespace {
 
 // A screen that records its lifecycle and keyboard calls.
-class Probe : public IMViewController
-{
+class Probe : public IMViewController {
 public:
-    explicit Probe(QStringList *log = nullptr, const QString &name = QStringLiteral("probe")) : m_log(log), m_name(name) {}
+    explicit Probe(QStringList *log = nullptr, const QString &name = QStringLiteral("probe"))
+        : m_log(log)
+        , m_name(name)
+    {
+    }
     QList<QPair<QRect, float>> keyboard;
     IMTableView *table = nullptr;
 
@@ -37,11 +40,31 @@ protected:
         table = new IMTableView(this);
         setTableview(table);
     }
-    void viewDidLoad() override { IMViewController::viewDidLoad(); note("load"); }
-    void viewWillAppear(bool a) override { IMViewController::viewWillAppear(a); note("willAppear"); }
-    void viewDidAppear(bool a) override { IMViewController::viewDidAppear(a); note("didAppear"); }
-    void viewWillDisappear(bool a) override { IMViewController::viewWillDisappear(a); note("willDisappear"); }
-    void viewDidDisappear(bool a) override { IMViewController::viewDidDisappear(a); note("didDisappear"); }
+    void viewDidLoad() override
+    {
+        IMViewController::viewDidLoad();
+        note("load");
+    }
+    void viewWillAppear(bool a) override
+    {
+        IMViewController::viewWillAppear(a);
+        note("willAppear");
+    }
+    void viewDidAppear(bool a) override
+    {
+        IMViewController::viewDidAppear(a);
+        note("didAppear");
+    }
+    void viewWillDisappear(bool a) override
+    {
+        IMViewController::viewWillDisappear(a);
+        note("willDisappear");
+    }
+    void viewDidDisappear(bool a) override
+    {
+        IMViewController::viewDidDisappear(a);
+        note("didDisappear");
+    }
     void keyboardWillChangeToFrame(const QRect &frame, float duration) override { keyboard.append({frame, duration}); }
 
 private:
@@ -60,7 +83,8 @@ TEST_F(Navigation, AScreenInANavigationControllerGetsABareBackItemAndATintedTitl
 {
     auto *screen = new Probe;
     screen->setTitle(QStringLiteral("聊天室"));
-    IMNavigationController *nav = showInNavigation(window, screen, [](IMNavigationController *n) { n->setTintColor(QColor(255, 80, 0)); });
+    IMNavigationController *nav
+        = showInNavigation(window, screen, [](IMNavigationController *n) { n->setTintColor(QColor(255, 80, 0)); });
 
     ASSERT_TRUE(screen->navigationItem()->backBarButtonItem());
     EXPECT_EQ(screen->navigationItem()->backBarButtonItem()->title(), QStringLiteral(""));
@@ -92,7 +116,7 @@ TEST_F(Navigation, AScreenInANavigationControllerGetsABareBackItemAndATintedTitl
 TEST_F(Navigation, PushPopAndBackButtonDriveTheLifecycleAndDeleteThePoppedScreen)
 {
     QStringList log;
-    IMWindow window;  // after the log its screens write to
+    IMWindow window; // after the log its screens write to
     auto *root = new Probe(&log, QStringLiteral("root"));
     root->setTitle(QStringLiteral("Rooms"));
     IMNavigationController *nav = showInNavigation(window, root);
@@ -110,19 +134,19 @@ TEST_F(Navigation, PushPopAndBackButtonDriveTheLifecycleAndDeleteThePoppedScreen
     // The real back button in the bar pops.
     auto *back = qobject_cast<QToolButton *>(nav->navigationBar()->backButton());
     ASSERT_TRUE(back);
-    EXPECT_TRUE(back->text().isEmpty());  // the root's bare back item
+    EXPECT_TRUE(back->text().isEmpty()); // the root's bare back item
     log.clear();
     QTest::mouseClick(back, Qt::LeftButton);
     settle();
     EXPECT_TRUE(second.isNull());
     EXPECT_EQ(nav->viewControllers().size(), 1);
     EXPECT_TRUE(log.contains("root:didAppear"));
-    EXPECT_FALSE(nav->popViewControllerAnimated(false));  // never the root
+    EXPECT_FALSE(nav->popViewControllerAnimated(false)); // never the root
 }
 
 TEST_F(Navigation, PresentAndDismissCompleteOnceAndFillTheWindow)
 {
-    QStringList log;  // outlives the window, whose screens write to it as they go
+    QStringList log; // outlives the window, whose screens write to it as they go
     IMWindow window;
     window.resize(390, 600);
     auto *root = new Probe(&log, QStringLiteral("root"));
@@ -162,14 +186,14 @@ TEST_F(Navigation, KeyboardObserversAccumulateAcrossAppearances)
     settle();
     screen->hide();
     screen->show();
-    screen->hide();  // off screen: the hook still runs
+    screen->hide(); // off screen: the hook still runs
     EXPECT_EQ(screen->keyboardObserverCount(), 2);
     IMNotificationCenter::defaultCenter()->post(kIMKeyboardWillChangeFrameNotification, {},
         {{QStringLiteral("frameEnd"), QRect(0, 300, 390, 300)}, {QStringLiteral("duration"), 0.25}});
     ASSERT_EQ(screen->keyboard.size(), 2);
     EXPECT_EQ(screen->keyboard[0].first, QRect(0, 300, 390, 300));
     EXPECT_FLOAT_EQ(screen->keyboard[0].second, 0.25f);
-    delete screen;  // its registrations end with it
+    delete screen; // its registrations end with it
     IMNotificationCenter::defaultCenter()->post(kIMKeyboardWillChangeFrameNotification);
 }
 
@@ -193,33 +217,39 @@ TEST_F(Navigation, NavigationControllerColoursAndStatusBar)
 
 TEST(Colour, ComparisonBringsBothColoursToRgbFirst)
 {
-    struct Case { QColor a, b; bool equal; };
+    struct Case {
+        QColor a, b;
+        bool equal;
+    };
     const Case cases[] = {
-        {QColor::fromHsvF(0, 0, 1, 1), QColor::fromRgbF(1, 1, 1, 1), true},  // white given as grey
+        {QColor::fromHsvF(0, 0, 1, 1), QColor::fromRgbF(1, 1, 1, 1), true}, // white given as grey
         {QColor(Qt::white), QColor(255, 255, 255), true},
         {QColor::fromHslF(0, 0, 0.5, 1), QColor::fromRgbF(0.5, 0.5, 0.5, 1), true},
-        {QColor(255, 255, 255, 128), QColor(Qt::white), false},  // alpha counts
+        {QColor(255, 255, 255, 128), QColor(Qt::white), false}, // alpha counts
         {QColor(0, 122, 255), QColor(0, 122, 254), false},
         {QColor(), QColor(), true},
         {QColor(), QColor(Qt::white), false},
     };
     for (const Case &c : cases)
-        EXPECT_EQ(IMColorIsEqualToColor(c.a, c.b), c.equal) << c.a.name().toStdString() << " vs " << c.b.name().toStdString();
+        EXPECT_EQ(IMColorIsEqualToColor(c.a, c.b), c.equal)
+            << c.a.name().toStdString() << " vs " << c.b.name().toStdString();
 }
 
 TEST(Storyboard, NamesAndIdentifiersResolveOrGiveNull)
 {
     EXPECT_EQ(IMStoryboard::storyboardWithName(QStringLiteral("NoSuchBoard")), nullptr);
-    IMStoryboard::registerViewController(QStringLiteral("TestBoard"), QStringLiteral("Probe"), [] { return new Probe; });
+    IMStoryboard::registerViewController(
+        QStringLiteral("TestBoard"), QStringLiteral("Probe"), [] { return new Probe; });
     IMStoryboard *board = IMStoryboard::storyboardWithName(QStringLiteral("TestBoard"));
     ASSERT_TRUE(board);
     EXPECT_EQ(board->instantiateViewControllerWithIdentifier(QStringLiteral("Missing")), nullptr);
     std::unique_ptr<IMUIViewController> made(board->instantiateViewControllerWithIdentifier(QStringLiteral("Probe")));
     ASSERT_TRUE(dynamic_cast<Probe *>(made.get()));
-    EXPECT_FALSE(made->isViewLoaded());  // loads before it first shows, after the caller set it up
+    EXPECT_FALSE(made->isViewLoaded()); // loads before it first shows, after the caller set it up
 
     // A host replaces a screen, or removes it.
-    IMStoryboard::registerViewController(QStringLiteral("TestBoard"), QStringLiteral("Probe"), [] { return new IMViewController; });
+    IMStoryboard::registerViewController(
+        QStringLiteral("TestBoard"), QStringLiteral("Probe"), [] { return new IMViewController; });
     made.reset(board->instantiateViewControllerWithIdentifier(QStringLiteral("Probe")));
     EXPECT_FALSE(dynamic_cast<Probe *>(made.get()));
     IMStoryboard::unregisterViewController(QStringLiteral("TestBoard"), QStringLiteral("Probe"));
@@ -235,9 +265,14 @@ TEST(Animation, CompletionRunsOnceAndConstraintsKeepTheirTargetValue)
         constraint.bind([&](qreal v) { shown << v; });
         int completions = 0;
         bool finishedFlag = false;
-        IMAnimate(0.05, [&] { constraint.setConstant(98); }, [&](bool finished) { ++completions; finishedFlag = finished; });
-        EXPECT_EQ(constraint.constant(), 98);  // the model value at once
-        EXPECT_EQ(completions, 0);             // always posted
+        IMAnimate(
+            0.05, [&] { constraint.setConstant(98); },
+            [&](bool finished) {
+                ++completions;
+                finishedFlag = finished;
+            });
+        EXPECT_EQ(constraint.constant(), 98); // the model value at once
+        EXPECT_EQ(completions, 0); // always posted
         ASSERT_TRUE(waitUntil([&] { return (completions) == (1); }));
         EXPECT_TRUE(finishedFlag);
         EXPECT_EQ(constraint.presentedConstant(), 98);
@@ -249,7 +284,8 @@ TEST(Animation, CompletionRunsOnceAndConstraintsKeepTheirTargetValue)
     IMSetAnimationsEnabled(true);
     // A block that animates nothing still completes once.
     int completions = 0;
-    IMAnimate(0.2, [] {}, [&](bool) { ++completions; });
+    IMAnimate(
+        0.2, [] {}, [&](bool) { ++completions; });
     ASSERT_TRUE(waitUntil([&] { return (completions) == (1); }));
 }
 

@@ -1,8 +1,8 @@
 // The room list, room creation and invitation, the chat button and the bar-button badge: their
 // rules offscreen with local records, then the whole path against the reference server.
 #include <QLineEdit>
-#include <QRandomGenerator>
 #include <QPushButton>
+#include <QRandomGenerator>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -35,8 +35,7 @@
 namespace {
 
 // A stand-in conversation screen: records the rooms it was opened with.
-class ConversationProbe : public IMViewController
-{
+class ConversationProbe : public IMViewController {
     Q_OBJECT
 public:
     static inline int made = 0;
@@ -47,14 +46,14 @@ public:
 
 QVariantMap member(const QString &id, const QString &name = {})
 {
-    QVariantMap m{{"clientID", id}};
+    QVariantMap m {{"clientID", id}};
     if (!name.isNull())
         m["username"] = name;
     return m;
 }
 
 IMRoomPtr room(const QString &id, const QString &name, const QVariantList &members, int badge = 0,
-               const QVariantList &messages = {}, const QStringList &archivedBy = {})
+    const QVariantList &messages = {}, const QStringList &archivedBy = {})
 {
     IMRoomPtr r = IMRoom::fromDictionary({{"id", id}});
     r->setName(name);
@@ -66,18 +65,22 @@ IMRoomPtr room(const QString &id, const QString &name, const QVariantList &membe
     return r;
 }
 
-class RoomScreens : public ScreenTest
-{
+class RoomScreens : public ScreenTest {
 protected:
     void SetUp() override
     {
-        IMUserDefaults::standardUserDefaults()->setCurrentUser(member(QStringLiteral("alice"), QStringLiteral("Alice")));
-        IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"),
-                                             [] { return new ConversationProbe; });
+        IMUserDefaults::standardUserDefaults()->setCurrentUser(
+            member(QStringLiteral("alice"), QStringLiteral("Alice")));
+        IMStoryboard::registerViewController(
+            QStringLiteral("IMMain"), QStringLiteral("IMMessageViewController"), [] { return new ConversationProbe; });
         list = new IMRoomViewController;
         nav = showInNavigation(window, list);
     }
-    IMRoomTableViewCell *row(int i) { return qobject_cast<IMRoomTableViewCell *>(list->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(i))); }
+    IMRoomTableViewCell *row(int i)
+    {
+        return qobject_cast<IMRoomTableViewCell *>(
+            list->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(i)));
+    }
 
     IMRoomViewController *list = nullptr;
     IMNavigationController *nav = nullptr;
@@ -85,36 +88,45 @@ protected:
 
 TEST(RoomRowRules, SubtitleBadgeTimeAndUnreadSum)
 {
-    const QList<QPair<QString, QString>> subtitles{{"text", "hi"}, {"image", "傳送了一張照片"}, {"audio", "傳送了一個聲音訊息"},
-        {"video", "傳送了一個影片"}, {"GEO", "傳送了一個位置"}, {"sticker", "傳送了一個貼圖"}, {"geo", ""}, {"other", ""}};
+    const QList<QPair<QString, QString>> subtitles {{"text", "hi"}, {"image", "傳送了一張照片"},
+        {"audio", "傳送了一個聲音訊息"}, {"video", "傳送了一個影片"}, {"GEO", "傳送了一個位置"},
+        {"sticker", "傳送了一個貼圖"}, {"geo", ""}, {"other", ""}};
     for (const auto &c : subtitles)
-        EXPECT_EQ(IMRoomTableViewCell::subtitleForMessage({{"messageType", c.first}, {"message", "hi"}}), c.second) << c.first.toStdString();
-    for (auto [count, text] : QList<QPair<int, QString>>{{0, "0"}, {5, "5"}, {99, "99"}, {150, "99"}, {-3, "-3"}})
+        EXPECT_EQ(IMRoomTableViewCell::subtitleForMessage({{"messageType", c.first}, {"message", "hi"}}), c.second)
+            << c.first.toStdString();
+    for (auto [count, text] : QList<QPair<int, QString>> {{0, "0"}, {5, "5"}, {99, "99"}, {150, "99"}, {-3, "-3"}})
         EXPECT_EQ(IMRoomTableViewCell::badgeText(count), text);
     const QDateTime now = QDateTime::currentDateTime();
     EXPECT_TRUE(IMRelativeDateString(now, true, now).startsWith("今天"));
     EXPECT_TRUE(IMRelativeDateString(now.addDays(-1), true, now).startsWith("昨天"));
     EXPECT_TRUE(IMRelativeDateString(QDateTime(), true, now).isEmpty());
-    EXPECT_EQ(IMRoomViewController::getAllUnreadNumber({room("a", "A", {}, 3), room("b", "B", {}, 4, {}, {"alice"}), nullptr}), 7);
+    EXPECT_EQ(IMRoomViewController::getAllUnreadNumber(
+                  {room("a", "A", {}, 3), room("b", "B", {}, 4, {}, {"alice"}), nullptr}),
+        7);
 }
 
 TEST_F(RoomScreens, RowsShowGroupAndOneToOneRoomsAndArchivedRoomsTakeNoSpace)
 {
     list->setDataSource({
-        room("1", "Lunch", {member("alice"), member("bob", "Bob")}, 150, {QVariantMap{{"messageType", "text"}, {"message", "Noodles?"}}}),
-        room("2", "Team", {member("alice"), member("bob"), member("carol")}, 0, {QVariantMap{{"messageType", "GEO"}}}),
+        room("1", "Lunch", {member("alice"), member("bob", "Bob")}, 150,
+            {QVariantMap {{"messageType", "text"}, {"message", "Noodles?"}}}),
+        room("2", "Team", {member("alice"), member("bob"), member("carol")}, 0, {QVariantMap {{"messageType", "GEO"}}}),
         room("3", "Nameless", {member("alice"), member("dan")}, 5),
         room("4", "Gone", {member("alice")}, 2, {}, {"alice"}),
         room("5", "Empty", {}),
     });
     // One-to-one rooms take the other member's name, or the id without one; the badge caps at 99.
-    struct Shown { QString title, subtitle, badge; };
+    struct Shown {
+        QString title, subtitle, badge;
+    };
     const Shown shown[] = {{"Bob", "Noodles?", "99"}, {"Team", "傳送了一個位置", "hidden"}, {"dan", "", "5"}};
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(row(i)) << i;
         EXPECT_EQ(row(i)->titleLabel()->text(), shown[i].title) << i;
         EXPECT_EQ(row(i)->subTitleLabel()->text(), shown[i].subtitle) << i;
-        EXPECT_EQ(row(i)->badgeLabel()->isHidden() ? QStringLiteral("hidden") : row(i)->badgeLabel()->text(), shown[i].badge) << i;
+        EXPECT_EQ(
+            row(i)->badgeLabel()->isHidden() ? QStringLiteral("hidden") : row(i)->badgeLabel()->text(), shown[i].badge)
+            << i;
     }
     EXPECT_EQ(list->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(3)).height(), 0);
     EXPECT_GT(list->tableview()->rectForRowAtIndexPath(IMIndexPath::indexPathForRow(4)).height(), 0);
@@ -130,19 +142,20 @@ TEST_F(RoomScreens, ATapOpensTheConversationOncePerSecondAndAFailedHideClosesThe
     const QPoint first = row(0)->geometry().center();
     const QPoint second = row(1)->geometry().center();
     QTest::mouseClick(list->tableview()->viewport(), Qt::LeftButton, {}, first);
-    QTest::mouseClick(list->tableview()->viewport(), Qt::LeftButton, {}, second);  // within the second: ignored
+    QTest::mouseClick(list->tableview()->viewport(), Qt::LeftButton, {}, second); // within the second: ignored
     settle();
     ASSERT_EQ(nav->viewControllers().size(), 2);
     auto *opened = qobject_cast<ConversationProbe *>(nav->topViewController());
     ASSERT_TRUE(opened && opened->room);
     EXPECT_EQ(opened->room->objectID(), "1");
-    EXPECT_EQ(ConversationProbe::made, 2);  // instantiated twice: the first only proves it exists
+    EXPECT_EQ(ConversationProbe::made, 2); // instantiated twice: the first only proves it exists
     nav->popViewControllerAnimated(false);
     settle();
 
     // Not connected: the archive fails, the line is logged and the row closes.
     LogCapture log;
-    QList<IMTableViewRowAction *> actions = list->editActionsForRowAtIndexPath(list->tableview(), IMIndexPath::indexPathForRow(1));
+    QList<IMTableViewRowAction *> actions
+        = list->editActionsForRowAtIndexPath(list->tableview(), IMIndexPath::indexPathForRow(1));
     ASSERT_EQ(actions.size(), 1);
     EXPECT_EQ(actions.first()->title(), "隱藏");
     actions.first()->trigger(IMIndexPath::indexPathForRow(1));
@@ -152,8 +165,7 @@ TEST_F(RoomScreens, ATapOpensTheConversationOncePerSecondAndAFailedHideClosesThe
 }
 
 // The host's invite candidates, page by page.
-class Candidates : public IMRoomCreateDelegate
-{
+class Candidates : public IMRoomCreateDelegate {
 public:
     int pageSize = 10;
     int asked = 0;
@@ -181,8 +193,8 @@ TEST_F(RoomScreens, CreationValidatesNameFirstThenPictureAndHandsOverToTheInvite
     auto red = [](QWidget *w) { return w->styleSheet().contains("red"); };
     create->doneItemPressed();
     EXPECT_TRUE(red(create->roomNameTextField()));
-    EXPECT_FALSE(red(create->roomThumbnailBtn()));  // the name first, even with no picture
-    create->roomNameTextField()->insert(QStringLiteral("午餐"));  // as an input method commits it
+    EXPECT_FALSE(red(create->roomThumbnailBtn())); // the name first, even with no picture
+    create->roomNameTextField()->insert(QStringLiteral("午餐")); // as an input method commits it
     create->doneItemPressed();
     EXPECT_FALSE(red(create->roomNameTextField()));
     EXPECT_TRUE(red(create->roomThumbnailBtn()));
@@ -199,7 +211,7 @@ TEST_F(RoomScreens, CreationValidatesNameFirstThenPictureAndHandsOverToTheInvite
     settle();
     EXPECT_EQ(invite->roomName, "午餐");
     EXPECT_EQ(candidates.asked, 1);
-    EXPECT_EQ(invite->inviteList.size(), 10);  // a full page is kept
+    EXPECT_EQ(invite->inviteList.size(), 10); // a full page is kept
     EXPECT_FALSE(invite->isloadingEnd);
 
     // A short page sets the end and is dropped; tapping a candidate twice leaves it unchecked.
@@ -216,7 +228,8 @@ TEST_F(RoomScreens, CreationValidatesNameFirstThenPictureAndHandsOverToTheInvite
     for (int i = 0; i < 2; ++i)
         shortList.didSelectRowAtIndexPath(shortList.tableview(), IMIndexPath::indexPathForRow(0));
     EXPECT_TRUE(shortList.inviteList.isEmpty());
-    auto *cell = qobject_cast<IMRoomInviteTableViewCell *>(shortList.tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(0)));
+    auto *cell = qobject_cast<IMRoomInviteTableViewCell *>(
+        shortList.tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(0)));
     ASSERT_TRUE(cell);
     EXPECT_FALSE(cell->checked());
 }
@@ -224,7 +237,7 @@ TEST_F(RoomScreens, CreationValidatesNameFirstThenPictureAndHandsOverToTheInvite
 TEST_F(RoomScreens, ChatButtonRefusesInOrderAndCountsWithoutACap)
 {
     LogCapture log;
-    IMChatButton loose;  // on no screen
+    IMChatButton loose; // on no screen
     loose.click();
     auto *button = new IMChatButton(list);
     button->setDisableWhenDisconnect(true);
@@ -237,9 +250,11 @@ TEST_F(RoomScreens, ChatButtonRefusesInOrderAndCountsWithoutACap)
     settle();
     IMStoryboard::unregisterViewController(QStringLiteral("IMMain"), QStringLiteral("IMRoomViewController"));
     button->click();
-    IMStoryboard::registerViewController(QStringLiteral("IMMain"), QStringLiteral("IMRoomViewController"), [] { return new IMRoomViewController; });
-    EXPECT_EQ(log.texts(), QStringList({"self.viewController is nil", "plz sign & chatin first", "presentedViewController",
-                                        "IMMain.storyboard or IMRoomViewController is not exists"}));
+    IMStoryboard::registerViewController(
+        QStringLiteral("IMMain"), QStringLiteral("IMRoomViewController"), [] { return new IMRoomViewController; });
+    EXPECT_EQ(log.texts(),
+        QStringList({"self.viewController is nil", "plz sign & chatin first", "presentedViewController",
+            "IMMain.storyboard or IMRoomViewController is not exists"}));
 
     button->setBadgeNumber(150);
     EXPECT_EQ(button->badgeLabel()->text(), "150");
@@ -252,7 +267,7 @@ TEST_F(RoomScreens, ChatButtonRefusesInOrderAndCountsWithoutACap)
     button->setDisableWhenDisconnect(false);
     IMNotificationCenter::defaultCenter()->post(kParloDidChangeConnectStatus, {}, {{"status", 0}});
     settle();
-    EXPECT_FALSE(button->isEnabled());  // no longer touched
+    EXPECT_FALSE(button->isEnabled()); // no longer touched
 
     // A click presents the room list, coloured, with the close item.
     button->setEnabled(true);
@@ -289,7 +304,7 @@ TEST(BarButtonBadge, DefaultsHideRulesFrameAndBounce)
     EXPECT_EQ(item.property("UIBarButtonItem_badgeBGColorKey").value<QColor>(), QColor(Qt::red));
     EXPECT_EQ(B::badgeOriginY(&item), -4);
 
-    for (auto [value, hideAtZero, hidden] : QList<std::tuple<QString, bool, bool>>{
+    for (auto [value, hideAtZero, hidden] : QList<std::tuple<QString, bool, bool>> {
              {"0", true, true}, {"0", false, false}, {"", false, true}, {QString(), false, true}, {"7", true, false}}) {
         B::setShouldHideBadgeAtZero(&item, hideAtZero);
         B::setBadgeValue(&item, value);
@@ -366,7 +381,8 @@ TEST_F(RoomScreensLive, ChatButtonCountsOpensTheListCreatesAndHidesRooms)
     const int before = rooms->dataSource().size();
     const int at = rooms->dataSource().indexOf(findRoom("Lunch"));
     ASSERT_GE(at, 0);
-    QList<IMTableViewRowAction *> actions = rooms->editActionsForRowAtIndexPath(rooms->tableview(), IMIndexPath::indexPathForRow(at));
+    QList<IMTableViewRowAction *> actions
+        = rooms->editActionsForRowAtIndexPath(rooms->tableview(), IMIndexPath::indexPathForRow(at));
     actions.first()->trigger(IMIndexPath::indexPathForRow(at));
     ASSERT_TRUE(waitUntil([&] { return rooms->dataSource().size() == before - 1; }, 10000));
     qDeleteAll(actions);

@@ -17,10 +17,10 @@
 
 namespace {
 
-class TextCell : public IMTableViewCell
-{
+class TextCell : public IMTableViewCell {
 public:
-    explicit TextCell(const QString &id) : IMTableViewCell(id)
+    explicit TextCell(const QString &id)
+        : IMTableViewCell(id)
     {
         auto *layout = new QVBoxLayout(contentView());
         label = new QLabel(contentView());
@@ -31,11 +31,10 @@ public:
 };
 
 // Rows of varied heights: row i is 30 + (i % 5) * 10 points tall.
-class Model : public IMTableViewDataSource, public IMTableViewDelegate
-{
+class Model : public IMTableViewDataSource, public IMTableViewDelegate {
 public:
     int rows = 0;
-    QList<int> extra;  // inserted rows, kept as a count only
+    QList<int> extra; // inserted rows, kept as a count only
     QStringList events;
     bool logEvents = false;
     int heightAsks = 0;
@@ -72,12 +71,11 @@ public:
     QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(IMTableView *, const IMIndexPath &) override
     {
         return {new IMTableViewRowAction(IMTableViewRowAction::Default, QStringLiteral("隱藏"),
-                                         [this](IMTableViewRowAction *, const IMIndexPath &p) { actioned << p; })};
+            [this](IMTableViewRowAction *, const IMIndexPath &p) { actioned << p; })};
     }
 };
 
-class TableView : public ::testing::Test
-{
+class TableView : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -102,7 +100,7 @@ protected:
 TEST_F(TableView, TenThousandRowsOpenAndScrollWithFewWidgetsAndFewMeasurements)
 {
     fill(10000);
-    EXPECT_LT(model.heightAsks, 40);  // only the rows on screen were measured
+    EXPECT_LT(model.heightAsks, 40); // only the rows on screen were measured
     const int onScreen = table.visibleCells().size();
     EXPECT_GT(onScreen, 5);
     for (int step = 0; step < 300; ++step)
@@ -122,7 +120,7 @@ TEST_F(TableView, DisplayCallbacksComeInScrollOrder)
     fill(100);
     model.logEvents = true;
     model.events.clear();
-    table.verticalScrollBar()->setValue(200);  // down: leaving at the top, arriving at the bottom
+    table.verticalScrollBar()->setValue(200); // down: leaving at the top, arriving at the bottom
     ASSERT_FALSE(model.events.isEmpty());
     QList<int> leaving, arriving;
     for (const QString &e : model.events)
@@ -130,7 +128,7 @@ TEST_F(TableView, DisplayCallbacksComeInScrollOrder)
     EXPECT_TRUE(std::is_sorted(leaving.begin(), leaving.end()));
     EXPECT_TRUE(std::is_sorted(arriving.begin(), arriving.end()));
     model.events.clear();
-    table.verticalScrollBar()->setValue(0);  // up: the reverse
+    table.verticalScrollBar()->setValue(0); // up: the reverse
     arriving.clear();
     for (const QString &e : model.events)
         if (e.startsWith('+'))
@@ -146,13 +144,18 @@ TEST_F(TableView, PagingArithmeticKeepsTheOldRowsInViewWhenEveryRowIsMeasured)
     fill(40);
     table.setContentOffset(QPointF(0, 0));
     const qreal oldHeight = table.contentSize().height();
-    EXPECT_EQ(oldHeight, [] { qreal s = 0; for (int i = 0; i < 40; ++i) s += 30 + (i % 5) * 10; return s; }());
-    model.heightOf = [](int row) { return qreal(30 + ((row + 40) % 5) * 10); };  // old rows keep their heights
+    EXPECT_EQ(oldHeight, [] {
+        qreal s = 0;
+        for (int i = 0; i < 40; ++i)
+            s += 30 + (i % 5) * 10;
+        return s;
+    }());
+    model.heightOf = [](int row) { return qreal(30 + ((row + 40) % 5) * 10); }; // old rows keep their heights
     model.rows = 80;
     table.reloadData();
     const qreal newHeight = table.contentSize().height();
     table.setContentOffset(QPointF(table.contentOffset().x(), newHeight - oldHeight));
-    EXPECT_EQ(table.indexPathsForVisibleRows().first().row, 40);  // the row that was at the top
+    EXPECT_EQ(table.indexPathsForVisibleRows().first().row, 40); // the row that was at the top
     // At the bottom: |visible height - (content height - offset)| < 120.
     table.scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(79), IMTableView::ScrollPositionBottom, false);
     EXPECT_LT(std::abs(table.height() - (table.contentSize().height() - table.contentOffset().y())), 1.0);
@@ -165,7 +168,8 @@ TEST_F(TableView, InsertDeleteAndReloadKeepRowsAndWidgetsConsistent)
     table.insertRowsAtIndexPaths({IMIndexPath::indexPathForRow(10)}, IMTableView::RowAnimationBottom);
     table.scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(10), IMTableView::ScrollPositionBottom, false);
     ASSERT_TRUE(table.cellForRowAtIndexPath(IMIndexPath::indexPathForRow(10)));
-    EXPECT_EQ(static_cast<TextCell *>(table.cellForRowAtIndexPath(IMIndexPath::indexPathForRow(10)))->label->text(), "row 10");
+    EXPECT_EQ(static_cast<TextCell *>(table.cellForRowAtIndexPath(IMIndexPath::indexPathForRow(10)))->label->text(),
+        "row 10");
     model.rows = 10;
     table.deleteRowsAtIndexPaths({IMIndexPath::indexPathForRow(3)}, IMTableView::RowAnimationFade);
     EXPECT_EQ(table.numberOfRowsInSection(0), 10);
@@ -186,13 +190,14 @@ TEST_F(TableView, BadInputIsLoggedAndSurvived)
     table.scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(99), IMTableView::ScrollPositionTop, true);
     table.reloadRowsAtIndexPaths({IMIndexPath::indexPathForRow(42)}, IMTableView::RowAnimationNone);
     table.deleteRowsAtIndexPaths({IMIndexPath::indexPathForRow(-3)}, IMTableView::RowAnimationNone);
-    model.rows = 7;  // the data source grew by 2, the insert says 1: reloads
+    model.rows = 7; // the data source grew by 2, the insert says 1: reloads
     table.insertRowsAtIndexPaths({IMIndexPath::indexPathForRow(5)}, IMTableView::RowAnimationNone);
     EXPECT_EQ(table.numberOfRowsInSection(0), 7);
     model.heightOf = [](int row) { return row % 2 ? -5.0 : std::nan(""); };
     table.reloadData();
     EXPECT_EQ(table.contentSize().height(), 0);
-    EXPECT_EQ(table.dequeueReusableCellWithIdentifier(QStringLiteral("Nope"), IMIndexPath::indexPathForRow(0)), nullptr);
+    EXPECT_EQ(
+        table.dequeueReusableCellWithIdentifier(QStringLiteral("Nope"), IMIndexPath::indexPathForRow(0)), nullptr);
     table.setDataSource(nullptr);
     EXPECT_EQ(table.numberOfRowsInSection(0), 0);
     EXPECT_TRUE(table.visibleCells().isEmpty());

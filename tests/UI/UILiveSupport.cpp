@@ -21,7 +21,7 @@ void UILiveTest::SetUp()
     IMSetAnimationsEnabled(false);
     IMPlatform::instance()->setDocumentsPath(dir.filePath(QStringLiteral("data")));
     IMPlatform::instance()->setTemporaryPath(dir.filePath(QStringLiteral("cache")));
-    server = startReferenceServer({ "--api-key", kApiKey, "--client-key", kClientKey });
+    server = startReferenceServer({"--api-key", kApiKey, "--client-key", kClientKey});
     ASSERT_TRUE(server->isRunning());
     url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
     Parlo::shareInstance()->setApiKey(kApiKey);
@@ -40,12 +40,14 @@ void UILiveTest::TearDown()
 
 QString UILiveTest::bobsRoomWithAlice(const QString &name)
 {
-    return bob->ok("post", "/room", {{"name", name}, {"client", QVariantList{"alice"}}}).value("id").toString();
+    return bob->ok("post", "/room", {{"name", name}, {"client", QVariantList {"alice"}}}).value("id").toString();
 }
 
 QString UILiveTest::bobWrites(const QString &roomID, const QString &text, qint64 idFromSender)
 {
-    return bob->ok("post", "/message/", {{"room", roomID}, {"message", text}, {"messageType", "text"}, {"idFromSender", idFromSender}})
+    return bob
+        ->ok("post", "/message/",
+            {{"room", roomID}, {"message", text}, {"messageType", "text"}, {"idFromSender", idFromSender}})
         .value("id")
         .toString();
 }
@@ -53,7 +55,8 @@ QString UILiveTest::bobWrites(const QString &roomID, const QString &text, qint64
 IMRoomPtr UILiveTest::fetchRoom(const QString &id)
 {
     IMRoomPtr room;
-    Parlo::shareInstance()->roomWithRoomID(id, [&](const IMRoomPtr &r) { room = r; }, [](const IMError &) {});
+    Parlo::shareInstance()->roomWithRoomID(
+        id, [&](const IMRoomPtr &r) { room = r; }, [](const IMError &) {});
     EXPECT_TRUE(waitUntil([&] { return bool(room); }, 10000)) << "room " << id.toStdString();
     return room;
 }

@@ -17,8 +17,7 @@ public:
     explicit UIPeer(const QString &url);
 };
 
-class UILiveTest : public ::testing::Test
-{
+class UILiveTest : public ::testing::Test {
 protected:
     //! Starts the server, signs the shared facade up and in as "alice", as a host does, and Bob up.
     void SetUp() override;
@@ -31,7 +30,7 @@ protected:
     IMRoomPtr fetchRoom(const QString &id);
 
     QTemporaryDir dir;
-    SettingsInDir settings{ dir };
+    SettingsInDir settings {dir};
     std::unique_ptr<NodeProcess> server;
     QString url;
     std::unique_ptr<UIPeer> bob;

@@ -7,8 +7,8 @@
 
 #include <QTest>
 
-IMNavigationController *showInNavigation(IMWindow &window, IMUIViewController *root,
-                                         const std::function<void(IMNavigationController *)> &style)
+IMNavigationController *showInNavigation(
+    IMWindow &window, IMUIViewController *root, const std::function<void(IMNavigationController *)> &style)
 {
     window.resize(390, 640);
     auto *nav = new IMNavigationController(root);
@@ -76,10 +76,7 @@ LogCapture::LogCapture()
     g_previous = qInstallMessageHandler(capture);
 }
 
-LogCapture::~LogCapture()
-{
-    qInstallMessageHandler(g_previous);
-}
+LogCapture::~LogCapture() { qInstallMessageHandler(g_previous); }
 
 QStringList LogCapture::texts() const
 {

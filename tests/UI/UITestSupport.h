@@ -24,8 +24,7 @@ inline void settle(int rounds = 3)
 }
 
 // The first button under `root` whose text is `text`, or null.
-template <typename Button = QAbstractButton>
-Button *buttonWithText(QWidget *root, const QString &text)
+template <typename Button = QAbstractButton> Button *buttonWithText(QWidget *root, const QString &text)
 {
     for (Button *b : root->findChildren<Button *>())
         if (b->text() == text)
@@ -39,16 +38,15 @@ class IMUIViewController;
 
 // Makes `root` the first screen of a navigation controller filling `window` (390 x 640) and shows
 // it; `style`, when given, dresses the controller before its screens load.
-IMNavigationController *showInNavigation(IMWindow &window, IMUIViewController *root,
-                                         const std::function<void(IMNavigationController *)> &style = {});
+IMNavigationController *showInNavigation(
+    IMWindow &window, IMUIViewController *root, const std::function<void(IMNavigationController *)> &style = {});
 // The conversation screen on `room`, shown that way; `echoReads` is set before it loads.
 IMMessageViewController *showConversation(IMWindow &window, const IMRoomPtr &room, bool echoReads = false);
 
 // The user defaults kept in `dir`'s "settings.ini" while this lives; written out and pointed back
 // at the application's standard settings before the folder goes (a later write would remake it).
 // Declare it after `dir`.
-class SettingsInDir
-{
+class SettingsInDir {
 public:
     explicit SettingsInDir(const QTemporaryDir &dir);
     ~SettingsInDir();
@@ -56,14 +54,13 @@ public:
 
 // The ground of a screen test: animations off, the user defaults in a fresh folder, signed in
 // locally as "me", and a window to show screens in.
-class ScreenTest : public ::testing::Test
-{
+class ScreenTest : public ::testing::Test {
 protected:
     ScreenTest();
     ~ScreenTest() override;
 
     QTemporaryDir dir;
-    SettingsInDir settings{ dir };
+    SettingsInDir settings {dir};
     IMWindow window;
 };
 
@@ -73,8 +70,7 @@ QPointingDevice *testTouchScreen();
 #include <QStringList>
 
 // Collects the kit's console lines ("<File:line> text") while it lives.
-class LogCapture
-{
+class LogCapture {
 public:
     LogCapture();
     ~LogCapture();

@@ -29,11 +29,17 @@ TEST(ActionSheet, CompletesExactlyOnceWhicheverWayItCloses)
     QWidget window;
     window.resize(390, 700);
     window.show();
-    const QStringList buttons{QStringLiteral("照相機"), QStringLiteral("相片圖庫")};
+    const QStringList buttons {QStringLiteral("照相機"), QStringLiteral("相片圖庫")};
     // How it closes -> the index the completion gets.
-    const QList<QPair<std::function<void(UxAlertController *)>, int>> ways{
-        {[](UxAlertController *s) { QTest::mouseClick(buttonWithText<QPushButton>(s, QStringLiteral("相片圖庫")), Qt::LeftButton); }, 1},
-        {[](UxAlertController *s) { QTest::mouseClick(buttonWithText<QPushButton>(s, QStringLiteral("取消")), Qt::LeftButton); }, -1},
+    const QList<QPair<std::function<void(UxAlertController *)>, int>> ways {
+        {[](UxAlertController *s) {
+             QTest::mouseClick(buttonWithText<QPushButton>(s, QStringLiteral("相片圖庫")), Qt::LeftButton);
+         },
+            1},
+        {[](UxAlertController *s) {
+             QTest::mouseClick(buttonWithText<QPushButton>(s, QStringLiteral("取消")), Qt::LeftButton);
+         },
+            -1},
         {[](UxAlertController *s) { QTest::keyClick(s, Qt::Key_Escape); }, -1},
         {[](UxAlertController *s) { QTest::mouseClick(s, Qt::LeftButton, {}, QPoint(10, 10)); }, -1},
         {[](UxAlertController *s) { delete s; }, -1},
@@ -46,18 +52,19 @@ TEST(ActionSheet, CompletesExactlyOnceWhicheverWayItCloses)
         EXPECT_EQ(sheet->buttonTitles(), QStringList({"照相機", "相片圖庫", "取消"}));
         way.first(sheet);
         settle();
-        EXPECT_EQ(got, QList<int>{way.second});
+        EXPECT_EQ(got, QList<int> {way.second});
         EXPECT_EQ(UxAlertController::current(), nullptr);
     }
     // A second sheet cancels the first.
     QList<int> first, second;
-    UxAlertController::showWithController(&window, QStringLiteral("取消"), 0, {}, {}, buttons, [&](int i) { first << i; });
-    UxAlertController *next = UxAlertController::showWithController(&window, QStringLiteral("取消"), 0, {}, {}, buttons,
-                                                                      [&](int i) { second << i; });
+    UxAlertController::showWithController(
+        &window, QStringLiteral("取消"), 0, {}, {}, buttons, [&](int i) { first << i; });
+    UxAlertController *next = UxAlertController::showWithController(
+        &window, QStringLiteral("取消"), 0, {}, {}, buttons, [&](int i) { second << i; });
     next->choose(0);
     settle();
-    EXPECT_EQ(first, QList<int>{-1});
-    EXPECT_EQ(second, QList<int>{0});
+    EXPECT_EQ(first, QList<int> {-1});
+    EXPECT_EQ(second, QList<int> {0});
     IMSetAnimationsEnabled(true);
 }
 
@@ -65,7 +72,7 @@ TEST(Gestures, TapLongPressAndPanOverMouseAndTouch)
 {
     QWidget view;
     view.resize(300, 300);
-    auto *child = new QWidget(&view);  // events on a child reach the parent's recognisers
+    auto *child = new QWidget(&view); // events on a child reach the parent's recognisers
     child->setGeometry(50, 50, 100, 100);
     view.show();
 
@@ -85,15 +92,16 @@ TEST(Gestures, TapLongPressAndPanOverMouseAndTouch)
     QTest::mousePress(&view, Qt::LeftButton, {}, QPoint(20, 20));
     QTest::qWait(100);
     QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(20, 20));
-    EXPECT_TRUE(presses.isEmpty());  // shorter than the minimum
+    EXPECT_TRUE(presses.isEmpty()); // shorter than the minimum
     QTest::mousePress(&view, Qt::LeftButton, {}, QPoint(20, 20));
-    ASSERT_TRUE(waitUntil([&] { return !presses.isEmpty(); }));  // began while still held
+    ASSERT_TRUE(waitUntil([&] { return !presses.isEmpty(); })); // began while still held
     QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(20, 20));
-    EXPECT_EQ(presses, (QList<IMGestureRecognizer::State>{IMGestureRecognizer::Began, IMGestureRecognizer::Ended}));
+    EXPECT_EQ(presses, (QList<IMGestureRecognizer::State> {IMGestureRecognizer::Began, IMGestureRecognizer::Ended}));
     longPress.removeFromView();
 
     QPointF moved;
-    IMPanGestureRecognizer pan([&](IMGestureRecognizer *r) { moved = static_cast<IMPanGestureRecognizer *>(r)->translationInView(); });
+    IMPanGestureRecognizer pan(
+        [&](IMGestureRecognizer *r) { moved = static_cast<IMPanGestureRecognizer *>(r)->translationInView(); });
     pan.addToView(&view);
     QTest::touchEvent(&view, testTouchScreen()).press(0, QPoint(100, 100));
     QTest::touchEvent(&view, testTouchScreen()).move(0, QPoint(130, 120));
@@ -104,8 +112,7 @@ TEST(Gestures, TapLongPressAndPanOverMouseAndTouch)
 }
 
 // A one-shot HTTP server on loopback answering every request with `body`.
-class TinyServer : public QTcpServer
-{
+class TinyServer : public QTcpServer {
 public:
     QByteArray body;
     int requests = 0;
@@ -118,13 +125,17 @@ public:
                     if (!s->readAll().contains("\r\n\r\n"))
                         return;
                     ++requests;
-                    s->write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+                    s->write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size())
+                        + "\r\nConnection: close\r\n\r\n" + body);
                     s->disconnectFromHost();
                 });
             }
         });
     }
-    QUrl url(const QString &path) const { return QUrl(QStringLiteral("http://127.0.0.1:%1/%2").arg(serverPort()).arg(path)); }
+    QUrl url(const QString &path) const
+    {
+        return QUrl(QStringLiteral("http://127.0.0.1:%1/%2").arg(serverPort()).arg(path));
+    }
 };
 
 TEST(ImageView, LoadsThroughBothCachesKeepsPlaceholderOnGarbageAndLetsTheLaterRequestWin)
@@ -149,8 +160,11 @@ TEST(ImageView, LoadsThroughBothCachesKeepsPlaceholderOnGarbageAndLetsTheLaterRe
         if (round == 2)
             UxImageLoader::shared()->clearMemory();
         UxImageView view;
-        view.setImageWithURL(server.url("a.png"), round ? QImage() : placeholder, round ? 0 : int(UxImageOptionSetImageWithFadeAnimation),
-                             [&](const QImage &, bool cached) { ++calls; fromCache = cached; });
+        view.setImageWithURL(server.url("a.png"), round ? QImage() : placeholder,
+            round ? 0 : int(UxImageOptionSetImageWithFadeAnimation), [&](const QImage &, bool cached) {
+                ++calls;
+                fromCache = cached;
+            });
         ASSERT_TRUE(waitUntil([&] { return calls == round + 1; })) << round;
         EXPECT_EQ(fromCache, round > 0) << round;
         EXPECT_EQ(view.image().pixelColor(0, 0), QColor(Qt::red)) << round;
@@ -161,10 +175,17 @@ TEST(ImageView, LoadsThroughBothCachesKeepsPlaceholderOnGarbageAndLetsTheLaterRe
     server.body = "not a picture";
     UxImageView broken;
     int brokenCalls = 0;
-    broken.setImageWithURL(server.url("b.png"), placeholder, 0, [&](const QImage &image, bool) { ++brokenCalls; EXPECT_TRUE(image.isNull()); });
-    broken.setImageWithURL(QUrl(QStringLiteral("http://127.0.0.1:1/none.png")), placeholder, 0,
-                           [&](const QImage &image, bool) { ++brokenCalls; EXPECT_TRUE(image.isNull()); });
-    ASSERT_TRUE(waitUntil([&] { return (brokenCalls) == (1); }));  // the first request was replaced: only the later one answers
+    broken.setImageWithURL(server.url("b.png"), placeholder, 0, [&](const QImage &image, bool) {
+        ++brokenCalls;
+        EXPECT_TRUE(image.isNull());
+    });
+    broken.setImageWithURL(
+        QUrl(QStringLiteral("http://127.0.0.1:1/none.png")), placeholder, 0, [&](const QImage &image, bool) {
+            ++brokenCalls;
+            EXPECT_TRUE(image.isNull());
+        });
+    ASSERT_TRUE(
+        waitUntil([&] { return (brokenCalls) == (1); })); // the first request was replaced: only the later one answers
     EXPECT_EQ(broken.image(), placeholder);
     QTest::qWait(200);
     EXPECT_EQ(brokenCalls, 1);
@@ -187,7 +208,9 @@ TEST(NamedImages, DefaultsExistAndAHostResourceWins)
     qrc.write("<RCC><qresource prefix=\"/ParloSDK/images\"><file>camera.png</file></qresource></RCC>");
     qrc.close();
     const QString rcc = dir.filePath(QStringLiteral("host.rcc"));
-    if (QProcess::execute(QStringLiteral("/usr/lib/qt6/libexec/rcc"), {QStringLiteral("-binary"), qrc.fileName(), QStringLiteral("-o"), rcc}) != 0)
+    if (QProcess::execute(QStringLiteral("/usr/lib/qt6/libexec/rcc"),
+            {QStringLiteral("-binary"), qrc.fileName(), QStringLiteral("-o"), rcc})
+        != 0)
         GTEST_SKIP() << "rcc not found";
     ASSERT_TRUE(QResource::registerResource(rcc));
     EXPECT_EQ(IMImage::named(QStringLiteral("camera")).size(), QSize(5, 5));
@@ -203,7 +226,7 @@ TEST(TextView, CountsVisualLines)
     text.setText(QStringLiteral("一\n二\n三"));
     EXPECT_EQ(text.numberOfLine(), 3);
     text.setText(QStringLiteral("word ").repeated(60));
-    EXPECT_GT(text.numberOfLine(), 3);  // wrapped at the width
+    EXPECT_GT(text.numberOfLine(), 3); // wrapped at the width
 }
 
 } // namespace

@@ -11,8 +11,7 @@
 #include <QJsonDocument>
 
 namespace {
-template <typename Record>
-void mapBothWays(const QVariant &value)
+template <typename Record> void mapBothWays(const QVariant &value)
 {
     if (const auto record = Record::fromDictionary(value.toMap()))
         record->toDictionary();

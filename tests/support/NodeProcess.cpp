@@ -10,14 +10,13 @@
 #include <sys/types.h>
 
 NodeProcess::NodeProcess(const QString &script, const QStringList &arguments, const QRegularExpression &portLine)
-    : m_script(script), m_arguments(arguments), m_portLine(portLine)
+    : m_script(script)
+    , m_arguments(arguments)
+    , m_portLine(portLine)
 {
 }
 
-NodeProcess::~NodeProcess()
-{
-    stop();
-}
+NodeProcess::~NodeProcess() { stop(); }
 
 QString NodeProcess::nodeExecutable()
 {
@@ -33,7 +32,7 @@ bool NodeProcess::start(int timeoutMs, const QStringList &extraArguments)
     m_process = std::make_unique<QProcess>();
     m_process->setWorkingDirectory(QFileInfo(m_script).absolutePath());
     m_process->setProcessChannelMode(QProcess::SeparateChannels);
-    m_process->start(nodeExecutable(), QStringList{m_script} + m_arguments + extraArguments);
+    m_process->start(nodeExecutable(), QStringList {m_script} + m_arguments + extraArguments);
     if (!m_process->waitForStarted(timeoutMs)) {
         m_error = QStringLiteral("cannot start node: ") + m_process->errorString();
         return false;
@@ -87,15 +86,9 @@ void NodeProcess::suspend(bool suspended)
         ::kill(pid_t(pid), suspended ? SIGSTOP : SIGCONT);
 }
 
-bool NodeProcess::isRunning() const
-{
-    return m_process && m_process->state() != QProcess::NotRunning;
-}
+bool NodeProcess::isRunning() const { return m_process && m_process->state() != QProcess::NotRunning; }
 
-qint64 NodeProcess::processId() const
-{
-    return isRunning() ? m_process->processId() : 0;
-}
+qint64 NodeProcess::processId() const { return isRunning() ? m_process->processId() : 0; }
 
 QString NodeProcess::errorText() const
 {

@@ -8,13 +8,12 @@
 
 //! A Node.js program run by a test: started with a script and arguments, ready once it printed
 //! the line carrying its port. Stopped (killed) when destroyed. Use on the main thread.
-class NodeProcess
-{
+class NodeProcess {
 public:
     //! `script` is run by `node` with `arguments`; `portLine` captures the port in group 1
     //! (default: a line "PORT <n>").
     NodeProcess(const QString &script, const QStringList &arguments = {},
-                const QRegularExpression &portLine = QRegularExpression(QStringLiteral("^PORT (\\d+)$")));
+        const QRegularExpression &portLine = QRegularExpression(QStringLiteral("^PORT (\\d+)$")));
     ~NodeProcess();
     NodeProcess(const NodeProcess &) = delete;
     NodeProcess &operator=(const NodeProcess &) = delete;

@@ -5,8 +5,8 @@
 #include "TestUtil.h"
 
 #include <functional>
-#include <memory>
 #include <gtest/gtest.h>
+#include <memory>
 
 //! How an asynchronous operation ended: how often, with what, on which thread, and whether a
 //! block ran before the starting call returned (`started` is set by `wait()`, or by the test).
@@ -72,21 +72,15 @@ template <typename T = QVariant> struct Outcome {
         return ended;
     }
     //! Exactly one end, a success, on the main thread, not before the call returned.
-    bool oneAsyncSuccess() const
-    {
-        return successes == 1 && failures == 0 && !offMain && !synchronous;
-    }
-    bool oneAsyncFailure() const
-    {
-        return successes == 0 && failures == 1 && !offMain && !synchronous;
-    }
+    bool oneAsyncSuccess() const { return successes == 1 && failures == 0 && !offMain && !synchronous; }
+    bool oneAsyncFailure() const { return successes == 0 && failures == 1 && !offMain && !synchronous; }
     //! One asynchronous failure on the main thread, with `code`.
     ::testing::AssertionResult failedOnceWith(int code) const
     {
         if (oneAsyncFailure() && error.code() == code)
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure()
-            << successes << " successes, " << failures << " failures, off main " << offMain
-            << ", synchronous " << synchronous << ", error " << error.description().toStdString();
+            << successes << " successes, " << failures << " failures, off main " << offMain << ", synchronous "
+            << synchronous << ", error " << error.description().toStdString();
     }
 };

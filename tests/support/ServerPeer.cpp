@@ -9,8 +9,7 @@ ServerPeer::ServerPeer(const QString &url, const QString &apiKey, const QString 
     , apiKey(apiKey)
     , clientKey(clientKey)
 {
-    for (const char *event :
-        { "message", "didUpdateMessage", "joined", "receive", "roomDidUpadte" }) {
+    for (const char *event : {"message", "didUpdateMessage", "joined", "receive", "roomDidUpadte"}) {
         const QString name = QString::fromLatin1(event);
         socket.on(name, [this, name](const QVariantList &items, const IMSocket::AckEmitter &) {
             pushes[name].append(items.value(0).toMap());
@@ -26,15 +25,14 @@ bool ServerPeer::connect()
 
 QVariantMap ServerPeer::request(const QString &method, const QString &url, const QVariantMap &data)
 {
-    QVariantMap envelope { { "url", url },
-        { "headers",
-            QVariantMap { { "apiKey", apiKey }, { "clientKey", clientKey },
-                { "clientID", clientID }, { "token", token } } } };
+    QVariantMap envelope {{"url", url},
+        {"headers",
+            QVariantMap {{"apiKey", apiKey}, {"clientKey", clientKey}, {"clientID", clientID}, {"token", token}}}};
     if (!data.isEmpty())
         envelope["data"] = data;
     QVariantMap answer;
     bool done = false;
-    socket.emitWithAck(method, { envelope }, 10, [&](const QVariantList &items) {
+    socket.emitWithAck(method, {envelope}, 10, [&](const QVariantList &items) {
         answer = items.value(0).toMap();
         done = true;
     });
@@ -55,8 +53,7 @@ bool ServerPeer::signUp(const QString &id)
     if (socket.status() != IMSocket::Status::Connected && !connect())
         return false;
     clientID = id;
-    const QVariantMap answer
-        = request("post", "/client/", { { "clientID", id }, { "username", id } });
+    const QVariantMap answer = request("post", "/client/", {{"clientID", id}, {"username", id}});
     token = answer.value("body").toMap().value("token").toString();
     return answer.value("statusCode").toInt() == 200 && !token.isEmpty();
 }

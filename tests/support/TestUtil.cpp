@@ -9,9 +9,9 @@
 #include <QEventLoop>
 #include <QTemporaryDir>
 #include <QThread>
+#include <gtest/gtest.h>
 #include <memory>
 #include <vector>
-#include <gtest/gtest.h>
 
 bool waitUntil(const std::function<bool()> &done, int timeoutMs)
 {
@@ -45,8 +45,8 @@ QString makeTempDir()
 std::unique_ptr<NodeProcess> startReferenceServer(const QStringList &arguments)
 {
     auto server = std::make_unique<NodeProcess>(QStringLiteral(PARLO_SOURCE_DIR "/server/index.js"),
-                                                QStringList{"--port", "0"} + arguments,
-                                                QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
+        QStringList {"--port", "0"} + arguments,
+        QRegularExpression(QStringLiteral("^parlo-server listening on \\S+:(\\d+)$")));
     EXPECT_TRUE(server->start()) << server->errorText().toStdString();
     return server;
 }
@@ -65,9 +65,8 @@ bool signInAs(Parlo *parlo, const QString &url, const QString &id)
     const auto failed = [](const IMError &e) { ADD_FAILURE() << e.description().toStdString(); };
     parlo->signWithClient(
         me,
-        [&, parlo, failed](const IMClientPtr &) {
-            parlo->chatinSuccess([&](const IMClientPtr &) { chattedIn = true; }, failed);
-        },
+        [&, parlo, failed](
+            const IMClientPtr &) { parlo->chatinSuccess([&](const IMClientPtr &) { chattedIn = true; }, failed); },
         failed);
     return waitUntil([&] { return chattedIn; }, 15000);
 }

@@ -50,42 +50,33 @@ QString messagePreview(const QString &messageType, const QString &message)
 
 namespace {
 
-QVariantMap clientOf(const IMClientPtr &client)
-{
-    return client ? client->toDictionary() : QVariantMap();
-}
+    QVariantMap clientOf(const IMClientPtr &client) { return client ? client->toDictionary() : QVariantMap(); }
 
-QString roomName(const IMRoomPtr &room)
-{
-    if (!room)
-        return QStringLiteral("?");
-    return room->name().isEmpty() ? QStringLiteral("(room %1)").arg(room->objectID()) : room->name();
-}
+    QString roomName(const IMRoomPtr &room)
+    {
+        if (!room)
+            return QStringLiteral("?");
+        return room->name().isEmpty() ? QStringLiteral("(room %1)").arg(room->objectID()) : room->name();
+    }
 
-QVariantMap messageRecord(const IMMessagePtr &m)
-{
-    const QVariantMap sender = clientOf(m->sender());
-    return QVariantMap{{QStringLiteral("type"), QStringLiteral("message")},
-                       {QStringLiteral("id"), m->objectID()},
-                       {QStringLiteral("room"), m->room() ? m->room()->objectID() : QString()},
-                       {QStringLiteral("sender"), sender.value(QStringLiteral("clientID")).toString()},
-                       {QStringLiteral("senderName"), displayName(sender)},
-                       {QStringLiteral("messageType"), m->messageType()},
-                       {QStringLiteral("message"), m->message()},
-                       {QStringLiteral("createdAt"), m->createdAt()}};
-}
+    QVariantMap messageRecord(const IMMessagePtr &m)
+    {
+        const QVariantMap sender = clientOf(m->sender());
+        return QVariantMap {{QStringLiteral("type"), QStringLiteral("message")}, {QStringLiteral("id"), m->objectID()},
+            {QStringLiteral("room"), m->room() ? m->room()->objectID() : QString()},
+            {QStringLiteral("sender"), sender.value(QStringLiteral("clientID")).toString()},
+            {QStringLiteral("senderName"), displayName(sender)}, {QStringLiteral("messageType"), m->messageType()},
+            {QStringLiteral("message"), m->message()}, {QStringLiteral("createdAt"), m->createdAt()}};
+    }
 
-QVariantMap event(const QString &name, QVariantMap fields)
-{
-    fields.insert(QStringLiteral("type"), QStringLiteral("event"));
-    fields.insert(QStringLiteral("event"), name);
-    return fields;
-}
+    QVariantMap event(const QString &name, QVariantMap fields)
+    {
+        fields.insert(QStringLiteral("type"), QStringLiteral("event"));
+        fields.insert(QStringLiteral("event"), name);
+        return fields;
+    }
 
-QString column(const QString &text, int width)
-{
-    return text.leftJustified(width);
-}
+    QString column(const QString &text, int width) { return text.leftJustified(width); }
 
 } // namespace
 
@@ -113,35 +104,30 @@ Line roomLine(const IMRoomPtr &room, const QString &me)
     if (!last.isEmpty()) {
         const QString type = last.value(QStringLiteral("messageType")).toString();
         const QString text = last.value(QStringLiteral("message")).toString();
-        lastRecord = QVariantMap{{QStringLiteral("id"), last.value(QStringLiteral("id"))},
-                                 {QStringLiteral("sender"), sender.value(QStringLiteral("clientID"))},
-                                 {QStringLiteral("senderName"), displayName(sender)},
-                                 {QStringLiteral("messageType"), type},
-                                 {QStringLiteral("message"), text},
-                                 {QStringLiteral("createdAt"), last.value(QStringLiteral("createdAt"))}};
-        lastText = QStringLiteral("%1: %2 (%3)").arg(displayName(sender), messagePreview(type, text),
-                                                     localTime(last.value(QStringLiteral("createdAt")).toString()));
+        lastRecord = QVariantMap {{QStringLiteral("id"), last.value(QStringLiteral("id"))},
+            {QStringLiteral("sender"), sender.value(QStringLiteral("clientID"))},
+            {QStringLiteral("senderName"), displayName(sender)}, {QStringLiteral("messageType"), type},
+            {QStringLiteral("message"), text}, {QStringLiteral("createdAt"), last.value(QStringLiteral("createdAt"))}};
+        lastText = QStringLiteral("%1: %2 (%3)")
+                       .arg(displayName(sender), messagePreview(type, text),
+                           localTime(last.value(QStringLiteral("createdAt")).toString()));
     }
     const QStringList members = memberIDs(room);
     Line line;
     line.text = QStringLiteral("%1 %2 %3 %4 last: %5")
                     .arg(column(roomName(room), 16), column(room->objectID(), 22),
-                         column(QStringLiteral("%1 unread").arg(room->badge()), 10),
-                         column(QStringLiteral("[%1]").arg(members.join(QStringLiteral(", "))), 18), lastText);
+                        column(QStringLiteral("%1 unread").arg(room->badge()), 10),
+                        column(QStringLiteral("[%1]").arg(members.join(QStringLiteral(", "))), 18), lastText);
     if (archived)
         line.text += QStringLiteral("  (archived)");
     if (room->isPublic())
         line.text += QStringLiteral("  (public)");
-    line.record = QVariantMap{{QStringLiteral("type"), QStringLiteral("room")},
-                              {QStringLiteral("id"), room->objectID()},
-                              {QStringLiteral("name"), room->name()},
-                              {QStringLiteral("unread"), room->badge()},
-                              {QStringLiteral("members"), members},
-                              {QStringLiteral("isPublic"), room->isPublic()},
-                              {QStringLiteral("archived"), archived},
-                              {QStringLiteral("readTime"), room->readTime()},
-                              {QStringLiteral("lastMessageTime"), room->lastMessageTime()},
-                              {QStringLiteral("lastMessage"), last.isEmpty() ? QVariant() : QVariant(lastRecord)}};
+    line.record = QVariantMap {{QStringLiteral("type"), QStringLiteral("room")},
+        {QStringLiteral("id"), room->objectID()}, {QStringLiteral("name"), room->name()},
+        {QStringLiteral("unread"), room->badge()}, {QStringLiteral("members"), members},
+        {QStringLiteral("isPublic"), room->isPublic()}, {QStringLiteral("archived"), archived},
+        {QStringLiteral("readTime"), room->readTime()}, {QStringLiteral("lastMessageTime"), room->lastMessageTime()},
+        {QStringLiteral("lastMessage"), last.isEmpty() ? QVariant() : QVariant(lastRecord)}};
     return line;
 }
 
@@ -151,7 +137,7 @@ Line messageLine(const IMMessagePtr &message)
     line.record = messageRecord(message);
     line.text = QStringLiteral("[%1] %2: %3")
                     .arg(localTime(message->createdAt()), line.record.value(QStringLiteral("senderName")).toString(),
-                         messagePreview(message->messageType(), message->message()));
+                        messagePreview(message->messageType(), message->message()));
     return line;
 }
 
@@ -163,11 +149,9 @@ Line clientLine(const IMClientPtr &client, int unreadTotal)
                     .arg(client->clientID(), displayName(dict))
                     .arg(client->roomIDs().size())
                     .arg(unreadTotal);
-    line.record = QVariantMap{{QStringLiteral("type"), QStringLiteral("client")},
-                              {QStringLiteral("clientID"), client->clientID()},
-                              {QStringLiteral("username"), client->username()},
-                              {QStringLiteral("rooms"), client->roomIDs().size()},
-                              {QStringLiteral("unread"), unreadTotal}};
+    line.record = QVariantMap {{QStringLiteral("type"), QStringLiteral("client")},
+        {QStringLiteral("clientID"), client->clientID()}, {QStringLiteral("username"), client->username()},
+        {QStringLiteral("rooms"), client->roomIDs().size()}, {QStringLiteral("unread"), unreadTotal}};
     return line;
 }
 
@@ -180,8 +164,8 @@ Line messageEvent(const IMMessagePtr &message, const QString &me)
     record.insert(QStringLiteral("mine"), mine);
     line.text = QStringLiteral("message  %1  %2%3: %4")
                     .arg(roomName(message->room()), record.value(QStringLiteral("senderName")).toString(),
-                         mine ? QStringLiteral(" (you)") : QString(),
-                         messagePreview(message->messageType(), message->message()));
+                        mine ? QStringLiteral(" (you)") : QString(),
+                        messagePreview(message->messageType(), message->message()));
     record.remove(QStringLiteral("type"));
     line.record = event(QStringLiteral("message"), record);
     return line;
@@ -191,10 +175,10 @@ Line readEvent(const IMRoomPtr &room, const QString &reader, const QString &time
 {
     Line line;
     line.text = QStringLiteral("read     %1  %2 read up to %3").arg(roomName(room), reader, localTime(time));
-    line.record = event(QStringLiteral("read"), {{QStringLiteral("room"), room ? room->objectID() : QString()},
-                                                 {QStringLiteral("roomName"), room ? room->name() : QString()},
-                                                 {QStringLiteral("reader"), reader},
-                                                 {QStringLiteral("readTime"), time}});
+    line.record = event(QStringLiteral("read"),
+        {{QStringLiteral("room"), room ? room->objectID() : QString()},
+            {QStringLiteral("roomName"), room ? room->name() : QString()}, {QStringLiteral("reader"), reader},
+            {QStringLiteral("readTime"), time}});
     return line;
 }
 
@@ -213,10 +197,10 @@ Line joinedEvent(const IMRoomPtr &room, const QStringList &joiners, const QStrin
         parts << QStringLiteral("membership changed");
     line.text = QStringLiteral("joined   %1  %2 (members: %3)")
                     .arg(roomName(room), parts.join(QStringLiteral("; ")), members.join(QStringLiteral(", ")));
-    line.record = event(QStringLiteral("joined"), {{QStringLiteral("room"), room ? room->objectID() : QString()},
-                                                   {QStringLiteral("roomName"), room ? room->name() : QString()},
-                                                   {QStringLiteral("joined"), joiners},
-                                                   {QStringLiteral("members"), members}});
+    line.record = event(QStringLiteral("joined"),
+        {{QStringLiteral("room"), room ? room->objectID() : QString()},
+            {QStringLiteral("roomName"), room ? room->name() : QString()}, {QStringLiteral("joined"), joiners},
+            {QStringLiteral("members"), members}});
     return line;
 }
 
@@ -226,9 +210,9 @@ Line statusEvent(int status, const QString &message)
     line.text = QStringLiteral("status   %1").arg(statusName(status));
     if (!message.isEmpty() && status != 0 && status != 3)
         line.text += QStringLiteral(" (%1)").arg(message);
-    line.record = event(QStringLiteral("status"), {{QStringLiteral("status"), status},
-                                                   {QStringLiteral("name"), statusName(status)},
-                                                   {QStringLiteral("message"), message}});
+    line.record = event(QStringLiteral("status"),
+        {{QStringLiteral("status"), status}, {QStringLiteral("name"), statusName(status)},
+            {QStringLiteral("message"), message}});
     return line;
 }
 
@@ -238,7 +222,7 @@ Line messageUpdatedEvent(const IMMessagePtr &message)
     QVariantMap record = messageRecord(message);
     line.text = QStringLiteral("edited   %1: %2")
                     .arg(record.value(QStringLiteral("senderName")).toString(),
-                         messagePreview(message->messageType(), message->message()));
+                        messagePreview(message->messageType(), message->message()));
     record.remove(QStringLiteral("type"));
     line.record = event(QStringLiteral("edited"), record);
     return line;
@@ -308,7 +292,8 @@ QString progressBar(double fraction, const QString &label, qint64 totalBytes, in
                        .arg(label, QString(filled, QLatin1Char('#')), QString(width - filled, QLatin1Char('.')))
                        .arg(int(std::floor(fraction * 100)), 3);
     if (totalBytes > 0)
-        text += QStringLiteral("  %1 / %2").arg(humanSize(qint64(fraction * double(totalBytes))), humanSize(totalBytes));
+        text
+            += QStringLiteral("  %1 / %2").arg(humanSize(qint64(fraction * double(totalBytes))), humanSize(totalBytes));
     return text;
 }
 

@@ -17,8 +17,7 @@
 namespace ParloCli {
 
 //! One printed result: `text` for people, `record` (with a "type") for --json.
-struct Line
-{
+struct Line {
     QString text;
     QVariantMap record;
 };

@@ -11,16 +11,15 @@ namespace ParloCli {
 
 //! Exit codes scripts can rely on.
 enum ExitCode {
-    ExitOk = 0,          //!< the command did what it was asked
-    ExitFailure = 1,     //!< anything else (a local file could not be written, ...)
-    ExitUsage = 2,       //!< bad arguments or input; nothing was sent
+    ExitOk = 0, //!< the command did what it was asked
+    ExitFailure = 1, //!< anything else (a local file could not be written, ...)
+    ExitUsage = 2, //!< bad arguments or input; nothing was sent
     ExitUnreachable = 3, //!< the server could not be reached or did not answer in time
-    ExitRefused = 4      //!< the server answered with an error status
+    ExitRefused = 4 //!< the server answered with an error status
 };
 
 //! Everything one invocation (or one line of the interactive mode) asks for.
-struct Options
-{
+struct Options {
     // Connection and identity
     QString url = QStringLiteral("http://127.0.0.1:3000");
     QString apiKey = QStringLiteral("parlo-dev-api-key");
@@ -28,7 +27,7 @@ struct Options
     QString clientID;
     QString identityToken; //!< sent with sign-up and the HTTP chat-in when set
     QString name;
-    QString profile;  //!< folder of settings, store and cache; empty: the user's standard places
+    QString profile; //!< folder of settings, store and cache; empty: the user's standard places
     int protocol = 4; //!< Engine.IO revision: 4 (socket.io 3 and later servers) or 3 (socket.io 2)
     QString transport = QStringLiteral("auto"); //!< auto, websocket or polling
     int timeout = 10; //!< seconds allowed to connect and for an answer
@@ -46,17 +45,16 @@ struct Options
     bool isPublic = false;
     QString out;
     int forSeconds = 0; //!< watch: stop after this many seconds (0: until interrupted)
-    int count = 0;      //!< watch: stop after this many events (0: no limit)
-    int size = 64;      //!< make-picture: side in pixels
+    int count = 0; //!< watch: stop after this many events (0: no limit)
+    int size = 64; //!< make-picture: side in pixels
 };
 
 //! The outcome of reading a command line: options, or what to print instead.
-struct ParseResult
-{
+struct ParseResult {
     Options options;
-    QString error;        //!< non-empty: bad arguments (exit ExitUsage)
-    bool help = false;    //!< --help or "help": print usageText(helpTopic)
-    QString helpTopic;    //!< a command name, or empty for the overview
+    QString error; //!< non-empty: bad arguments (exit ExitUsage)
+    bool help = false; //!< --help or "help": print usageText(helpTopic)
+    QString helpTopic; //!< a command name, or empty for the overview
     bool version = false; //!< --version
     bool ok() const { return error.isEmpty() && !help && !version; }
 };

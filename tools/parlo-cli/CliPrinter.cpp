@@ -7,7 +7,10 @@
 namespace ParloCli {
 
 Printer::Printer(bool json, std::FILE *out, std::FILE *err)
-    : m_json(json), m_out(out), m_err(err), m_errIsTerminal(::isatty(::fileno(err)) == 1)
+    : m_json(json)
+    , m_out(out)
+    , m_err(err)
+    , m_errIsTerminal(::isatty(::fileno(err)) == 1)
 {
 }
 
@@ -36,10 +39,10 @@ void Printer::error(int exitCode, const QString &text)
 {
     endProgress();
     if (m_json)
-        write(m_out, jsonLine({{QStringLiteral("type"), QStringLiteral("error")},
-                               {QStringLiteral("exitCode"), exitCode},
-                               {QStringLiteral("message"), text}})
-                         + QLatin1Char('\n'));
+        write(m_out,
+            jsonLine({{QStringLiteral("type"), QStringLiteral("error")}, {QStringLiteral("exitCode"), exitCode},
+                {QStringLiteral("message"), text}})
+                + QLatin1Char('\n'));
     write(m_err, QStringLiteral("parlo-cli: %1\n").arg(text));
 }
 
@@ -50,11 +53,10 @@ void Printer::progress(const QString &label, double fraction, qint64 totalBytes)
         if (step == m_lastStep)
             return;
         m_lastStep = step;
-        write(m_out, jsonLine({{QStringLiteral("type"), QStringLiteral("progress")},
-                               {QStringLiteral("label"), label},
-                               {QStringLiteral("fraction"), fraction},
-                               {QStringLiteral("bytes"), totalBytes}})
-                         + QLatin1Char('\n'));
+        write(m_out,
+            jsonLine({{QStringLiteral("type"), QStringLiteral("progress")}, {QStringLiteral("label"), label},
+                {QStringLiteral("fraction"), fraction}, {QStringLiteral("bytes"), totalBytes}})
+                + QLatin1Char('\n'));
         return;
     }
     if (m_errIsTerminal) {

@@ -9,8 +9,7 @@
 
 namespace ParloCli {
 
-class Printer
-{
+class Printer {
 public:
     Printer(bool json, std::FILE *out = stdout, std::FILE *err = stderr);
 

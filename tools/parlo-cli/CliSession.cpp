@@ -19,36 +19,40 @@
 namespace ParloCli {
 namespace {
 
-// The scheme under which parlo-cli opens join links.
-const QString kScheme = QStringLiteral("parlo");
+    // The scheme under which parlo-cli opens join links.
+    const QString kScheme = QStringLiteral("parlo");
 
-// Wraps `done` so that only its first call gets through.
-Session::Done once(Session::Done done)
-{
-    auto called = std::make_shared<bool>(false);
-    return [called, done = std::move(done)](int code) {
-        if (*called)
-            return;
-        *called = true;
-        done(code);
-    };
-}
+    // Wraps `done` so that only its first call gets through.
+    Session::Done once(Session::Done done)
+    {
+        auto called = std::make_shared<bool>(false);
+        return [called, done = std::move(done)](int code) {
+            if (*called)
+                return;
+            *called = true;
+            done(code);
+        };
+    }
 
-IMRoomPtr roomWithID(const QString &id)
-{
-    auto room = std::make_shared<IMRoom>();
-    room->setObjectID(id);
-    return room;
-}
+    IMRoomPtr roomWithID(const QString &id)
+    {
+        auto room = std::make_shared<IMRoom>();
+        room->setObjectID(id);
+        return room;
+    }
 
 } // namespace
 
 Session::Session(Parlo *parlo, const Options &options, Printer &printer, QObject *parent)
-    : QObject(parent), m_parlo(parlo), m_options(options), m_printer(printer)
+    : QObject(parent)
+    , m_parlo(parlo)
+    , m_options(options)
+    , m_printer(printer)
 {
     m_connectDeadline.setSingleShot(true);
     connect(&m_connectDeadline, &QTimer::timeout, this, [this] {
-        finish(ExitUnreachable, QStringLiteral("could not connect to %1 within %2 s").arg(m_options.url).arg(m_options.timeout));
+        finish(ExitUnreachable,
+            QStringLiteral("could not connect to %1 within %2 s").arg(m_options.url).arg(m_options.timeout));
     });
 }
 
@@ -82,21 +86,23 @@ void Session::start(Done finished)
     // The join links of this client: "parlo://parlo.integrate/joinRoom/<id>".
     IMPlatform::instance()->setInfoDictionary(
         {{QStringLiteral("CFBundleURLTypes"),
-          QVariantList{QVariantMap{{QStringLiteral("CFBundleURLSchemes"), QVariantList{kScheme}}}}},
-         {QStringLiteral("parlo"), QVariantMap{{QStringLiteral("storeid"), QString()},
-                                               {QStringLiteral("url"), kScheme + QStringLiteral("://") + kJoinLinkHost}}}});
+             QVariantList {QVariantMap {{QStringLiteral("CFBundleURLSchemes"), QVariantList {kScheme}}}}},
+            {QStringLiteral("parlo"),
+                QVariantMap {{QStringLiteral("storeid"), QString()},
+                    {QStringLiteral("url"), kScheme + QStringLiteral("://") + kJoinLinkHost}}}});
 
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
-    if (m_options.command != QLatin1String("signup") && m_options.clientID.isEmpty() && settings->clientID().isEmpty()) {
-        finish(ExitUsage, QStringLiteral("nobody is signed in with this profile: give --client-id ID (and --name NAME), "
-                                         "or run parlo-cli signup --client-id ID"));
+    if (m_options.command != QLatin1String("signup") && m_options.clientID.isEmpty()
+        && settings->clientID().isEmpty()) {
+        finish(ExitUsage,
+            QStringLiteral("nobody is signed in with this profile: give --client-id ID (and --name NAME), "
+                           "or run parlo-cli signup --client-id ID"));
         return;
     }
 
-    QVariantMap socketOptions{{QStringLiteral("version"), m_options.protocol == 3 ? 2 : 3},
-                              {QStringLiteral("openTimeout"), m_options.timeout},
-                              {QStringLiteral("reconnectWait"), 1},
-                              {QStringLiteral("reconnectWaitMax"), 5}};
+    QVariantMap socketOptions {{QStringLiteral("version"), m_options.protocol == 3 ? 2 : 3},
+        {QStringLiteral("openTimeout"), m_options.timeout}, {QStringLiteral("reconnectWait"), 1},
+        {QStringLiteral("reconnectWaitMax"), 5}};
     if (m_options.transport == QLatin1String("websocket"))
         socketOptions.insert(QStringLiteral("forceWebsockets"), true);
     else if (m_options.transport == QLatin1String("polling"))
@@ -108,7 +114,7 @@ void Session::start(Done finished)
 void Session::interrupt()
 {
     const bool calm = m_options.command.isEmpty() || m_options.command == QLatin1String("shell")
-                      || m_options.command == QLatin1String("watch");
+        || m_options.command == QLatin1String("watch");
     if (calm)
         finish(m_options.command == QLatin1String("watch") ? ExitOk : m_shellCode);
     else
@@ -166,7 +172,8 @@ void Session::signUpThenChatIn(const QString &clientID, const QString &name)
         client, [this](const IMClientPtr &) { chatIn(false); },
         [this](const IMError &error) {
             finish(exitCodeFor(error, m_parlo->connectStatus() == ParloConnectStatusConnected),
-                   QStringLiteral("sign-up failed: %1").arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
+                QStringLiteral("sign-up failed: %1")
+                    .arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
         });
 }
 
@@ -198,7 +205,8 @@ void Session::chatIn(bool mayRepair)
                 return;
             }
             finish(exitCodeFor(error, m_parlo->connectStatus() == ParloConnectStatusConnected),
-                   QStringLiteral("chat-in failed: %1").arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
+                QStringLiteral("chat-in failed: %1")
+                    .arg(describeError(error, m_parlo->connectStatus() == ParloConnectStatusConnected)));
         });
 }
 
@@ -220,8 +228,8 @@ void Session::remember(const QList<IMRoomPtr> &rooms)
     for (const IMRoomPtr &room : rooms) {
         // Rooms made or joined in this run are not in the facade's list until the next chat-in.
         m_otherRooms.erase(std::remove_if(m_otherRooms.begin(), m_otherRooms.end(),
-                                          [&](const IMRoomPtr &r) { return r->objectID() == room->objectID(); }),
-                           m_otherRooms.end());
+                               [&](const IMRoomPtr &r) { return r->objectID() == room->objectID(); }),
+            m_otherRooms.end());
         m_otherRooms.append(room);
         m_members.insert(room->objectID(), memberIDs(room));
         m_readTimes.insert(room->objectID(), room->readTime());
@@ -317,9 +325,9 @@ void Session::run(const Options &o, Done done)
         runRead(o, room, done);
     } else if (c == QLatin1String("link")) {
         const QString link = joinLink(kScheme, room->objectID());
-        m_printer.result({link, {{QStringLiteral("type"), QStringLiteral("link")},
-                                 {QStringLiteral("room"), room->objectID()},
-                                 {QStringLiteral("link"), link}}});
+        m_printer.result({link,
+            {{QStringLiteral("type"), QStringLiteral("link")}, {QStringLiteral("room"), room->objectID()},
+                {QStringLiteral("link"), link}}});
         done(ExitOk);
     } else {
         m_printer.error(ExitUsage, QStringLiteral("%1 cannot run here").arg(c));
@@ -350,7 +358,7 @@ void Session::runCreateRoom(const Options &o, Done done)
         room->setIsPublic(true);
     QVariantList members;
     for (const QString &id : o.members)
-        members.append(QVariantMap{{QStringLiteral("clientID"), id}});
+        members.append(QVariantMap {{QStringLiteral("clientID"), id}});
     if (!members.isEmpty())
         room->setClient(members);
     m_parlo->createRoom(
@@ -373,9 +381,9 @@ void Session::runHistory(const Options &o, const IMRoomPtr &room, Done done)
         const QString oldest = messages.isEmpty() ? QString() : messages.first()->createdAt();
         const bool more = messages.size() >= limit;
         if (m_printer.json()) {
-            m_printer.result({QString(), {{QStringLiteral("type"), QStringLiteral("page")},
-                                          {QStringLiteral("count"), messages.size()},
-                                          {QStringLiteral("older"), more ? QVariant(oldest) : QVariant()}}});
+            m_printer.result({QString(),
+                {{QStringLiteral("type"), QStringLiteral("page")}, {QStringLiteral("count"), messages.size()},
+                    {QStringLiteral("older"), more ? QVariant(oldest) : QVariant()}}});
         } else if (messages.isEmpty()) {
             m_printer.note(QStringLiteral("no messages"));
         } else if (more) {
@@ -427,8 +435,9 @@ void Session::runUpload(const Options &o, const IMRoomPtr &room, const QString &
     if (picture) {
         QImageReader reader(path);
         if (!reader.canRead()) {
-            m_printer.error(ExitUsage, QStringLiteral("send-picture: %1 is not a picture (%2); use send-file")
-                                           .arg(path, reader.errorString()));
+            m_printer.error(ExitUsage,
+                QStringLiteral("send-picture: %1 is not a picture (%2); use send-file")
+                    .arg(path, reader.errorString()));
             done(ExitUsage);
             return;
         }
@@ -470,28 +479,26 @@ void Session::runDownload(const Options &o, Done done)
             m_printer.endProgress();
             QSaveFile file(out);
             if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
-                m_printer.error(ExitFailure, QStringLiteral("download: cannot write %1: %2").arg(out, file.errorString()));
+                m_printer.error(
+                    ExitFailure, QStringLiteral("download: cannot write %1: %2").arg(out, file.errorString()));
                 done(ExitFailure);
                 return;
             }
             const QString path = QFileInfo(out).absoluteFilePath();
             m_printer.result({QStringLiteral("saved %1 (%2) to %3").arg(name, humanSize(data.size()), path),
-                              {{QStringLiteral("type"), QStringLiteral("file")},
-                               {QStringLiteral("name"), name},
-                               {QStringLiteral("bytes"), data.size()},
-                               {QStringLiteral("path"), path}}});
+                {{QStringLiteral("type"), QStringLiteral("file")}, {QStringLiteral("name"), name},
+                    {QStringLiteral("bytes"), data.size()}, {QStringLiteral("path"), path}}});
             done(ExitOk);
         },
         [this, done](const IMError &e) { fail(done, e, QStringLiteral("download")); });
 }
 
 void Session::waitForNotification(const QString &name, std::function<bool(const IMNotification &)> matches,
-                                  int timeoutMs, std::function<void(bool arrived)> then)
+    int timeoutMs, std::function<void(bool arrived)> then)
 {
     // One wait, ended once: by a matching notification (on the next turn of the loop, after
     // the facade finished announcing) or by its time-out.
-    struct Wait
-    {
+    struct Wait {
         IMNotificationCenter::Token token = 0;
         QPointer<QTimer> timer;
         std::function<void(bool)> then;
@@ -510,11 +517,11 @@ void Session::waitForNotification(const QString &name, std::function<bool(const 
         wait->then = nullptr;
         then(arrived);
     };
-    wait->token = IMNotificationCenter::defaultCenter()->addObserver(
-        name, [this, matches, end](const IMNotification &n) {
-            if (matches(n))
-                QTimer::singleShot(0, this, [end] { end(true); });
-        });
+    wait->token
+        = IMNotificationCenter::defaultCenter()->addObserver(name, [this, matches, end](const IMNotification &n) {
+              if (matches(n))
+                  QTimer::singleShot(0, this, [end] { end(true); });
+          });
     wait->timer = new QTimer(this);
     wait->timer->setSingleShot(true);
     connect(wait->timer, &QTimer::timeout, this, [end] { end(false); });
@@ -547,8 +554,8 @@ void Session::runRead(const Options &o, const IMRoomPtr &room, Done done)
                 done(ExitUnreachable);
                 return;
             }
-            m_printer.result({QStringLiteral("marked %1 read").arg(name), {{QStringLiteral("type"), QStringLiteral("read")},
-                                                                           {QStringLiteral("room"), id}}});
+            m_printer.result({QStringLiteral("marked %1 read").arg(name),
+                {{QStringLiteral("type"), QStringLiteral("read")}, {QStringLiteral("room"), id}}});
             done(ExitOk);
         });
     m_parlo->updateReadTimeWithRoom(room, true);
@@ -592,7 +599,7 @@ void Session::runWatch(const Options &o, Done done)
     m_events = 0;
     m_watchDone = done;
     m_printer.result({QStringLiteral("watching events as %1 (Ctrl-C stops)").arg(m_me),
-                      {{QStringLiteral("type"), QStringLiteral("watching")}, {QStringLiteral("clientID"), m_me}}});
+        {{QStringLiteral("type"), QStringLiteral("watching")}, {QStringLiteral("clientID"), m_me}}});
     if (o.forSeconds > 0)
         QTimer::singleShot(o.forSeconds * 1000, this, [done] { done(ExitOk); });
 }
@@ -619,7 +626,7 @@ void Session::ParloDidReceiveMessage(const IMMessagePtr &message)
 void Session::ParloDidJoinedWithRoom(const IMRoomPtr &room)
 {
     const QString id = room->objectID();
-    const QStringList joiners = m_members.contains(id) ? newMembers(m_members.value(id), room) : QStringList{m_me};
+    const QStringList joiners = m_members.contains(id) ? newMembers(m_members.value(id), room) : QStringList {m_me};
     m_members.insert(id, memberIDs(room));
     if (!m_readTimes.contains(id))
         m_readTimes.insert(id, room->readTime());
@@ -716,7 +723,8 @@ void Session::nextLine()
             continue;
         }
         if (isLocalCommand(parsed.options.command) || parsed.options.command == QLatin1String("signup")) {
-            m_printer.error(ExitUsage, QStringLiteral("%1 runs outside the interactive mode").arg(parsed.options.command));
+            m_printer.error(
+                ExitUsage, QStringLiteral("%1 runs outside the interactive mode").arg(parsed.options.command));
             continue;
         }
         m_busy = true;

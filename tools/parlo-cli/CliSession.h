@@ -21,8 +21,7 @@
 
 namespace ParloCli {
 
-class Session : public QObject, public ParloDelegate
-{
+class Session : public QObject, public ParloDelegate {
     Q_OBJECT
 public:
     using Done = std::function<void(int exitCode)>;
@@ -66,8 +65,8 @@ private:
     void runOpenLink(const Options &o, Done done);
     void runWatch(const Options &o, Done done);
     void sendMessage(const IMMessagePtr &message, Done done);
-    void waitForNotification(const QString &name, std::function<bool(const IMNotification &)> matches,
-                             int timeoutMs, std::function<void(bool arrived)> then);
+    void waitForNotification(const QString &name, std::function<bool(const IMNotification &)> matches, int timeoutMs,
+        std::function<void(bool arrived)> then);
 
     // The interactive mode.
     void startShell();

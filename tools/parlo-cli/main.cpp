@@ -41,8 +41,8 @@ int makePicture(const Options &o, Printer &printer)
             const int r = 255 * x / o.size;
             const int g = 255 * y / o.size;
             const bool ring = qAbs((x - o.size / 2) * (x - o.size / 2) + (y - o.size / 2) * (y - o.size / 2)
-                                   - (o.size / 3) * (o.size / 3))
-                              < o.size;
+                                  - (o.size / 3) * (o.size / 3))
+                < o.size;
             image.setPixel(x, y, ring ? qRgb(255, 255, 255) : qRgb(r, g, 160));
         }
     if (!image.save(path, "PNG")) {
@@ -50,7 +50,7 @@ int makePicture(const Options &o, Printer &printer)
         return ExitFailure;
     }
     printer.result({QStringLiteral("wrote %1 (%2x%2 PNG)").arg(path).arg(o.size),
-                    {{QStringLiteral("type"), QStringLiteral("picture")}, {QStringLiteral("path"), path}}});
+        {{QStringLiteral("type"), QStringLiteral("picture")}, {QStringLiteral("path"), path}}});
     return ExitOk;
 }
 

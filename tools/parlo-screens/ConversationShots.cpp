@@ -46,8 +46,8 @@ QWidget *conversation(bool group, const std::function<void(IMMessageViewControll
     IMUserDefaults::standardUserDefaults()->setSettingsFile(settings.filePath(QStringLiteral("settings.ini")));
     IMUserDefaults::standardUserDefaults()->setCurrentUser(person("alice", "Alice"));
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    QVariantList members{person("alice", "Alice"), person("bob", "Bob")};
-    QVariantMap reads{{"alice", IMDate::toString8601(now)}, {"bob", IMDate::toString8601(now.addSecs(-1800))}};
+    QVariantList members {person("alice", "Alice"), person("bob", "Bob")};
+    QVariantMap reads {{"alice", IMDate::toString8601(now)}, {"bob", IMDate::toString8601(now.addSecs(-1800))}};
     if (group) {
         members << person("carol", "Carol") << person("dan", "Dan");
         reads.insert("carol", IMDate::toString8601(now));
@@ -56,23 +56,30 @@ QWidget *conversation(bool group, const std::function<void(IMMessageViewControll
     IMRoomPtr room = IMRoom::fromDictionary({{"id", group ? "g1" : "r1"}, {"name", "週末登山社"}, {"client", members}});
     room->setReadTime(reads);
 
-    struct Line { QString from; QString type; QString text; int minutesAgo; quint64 state; };
+    struct Line {
+        QString from;
+        QString type;
+        QString text;
+        int minutesAgo;
+        quint64 state;
+    };
     QList<Line> lines = group
-        ? QList<Line>{{"bob", "text", "這週六去七星山好嗎？", 60 * 26, 0}, {"carol", "text", "好啊！我可以開車 🚗", 60 * 25, 0},
-                      {"alice", "text", "我帶午餐 🍙", 60 * 24, 0}, {"dan", "image", "", 90, 0},
-                      {"dan", "text", "上次拍的，天氣很好", 88, 0}, {"alice", "text", "哇，好漂亮！", 40, 0},
-                      {"alice", "text", "幾點集合？", 2, 1}}
-        : QList<Line>{{"bob", "text", "Hi Alice! Noodles at noon?", 60 * 26, 0}, {"alice", "text", "Sure, see you there.", 60 * 25, 0},
-                      {"bob", "image", "", 130, 0}, {"bob", "text", "This is the place.", 129, 0},
-                      {"alice", "image", "", 45, 0}, {"alice", "text", "Running five minutes late, sorry!", 35, 3},
-                      {"alice", "text", "Ordering for both of us\n(the usual, no onions)", 3, 2}};
+        ? QList<Line> {{"bob", "text", "這週六去七星山好嗎？", 60 * 26, 0},
+            {"carol", "text", "好啊！我可以開車 🚗", 60 * 25, 0}, {"alice", "text", "我帶午餐 🍙", 60 * 24, 0},
+            {"dan", "image", "", 90, 0}, {"dan", "text", "上次拍的，天氣很好", 88, 0},
+            {"alice", "text", "哇，好漂亮！", 40, 0}, {"alice", "text", "幾點集合？", 2, 1}}
+        : QList<Line> {{"bob", "text", "Hi Alice! Noodles at noon?", 60 * 26, 0},
+            {"alice", "text", "Sure, see you there.", 60 * 25, 0}, {"bob", "image", "", 130, 0},
+            {"bob", "text", "This is the place.", 129, 0}, {"alice", "image", "", 45, 0},
+            {"alice", "text", "Running five minutes late, sorry!", 35, 3},
+            {"alice", "text", "Ordering for both of us\n(the usual, no onions)", 3, 2}};
     QList<IMMessagePtr> messages;
     int n = 0;
     for (const Line &l : lines) {
         QVariantMap sender = person(l.from, l.from.left(1).toUpper() + l.from.mid(1));
         IMMessagePtr m = IMMessage::fromDictionary({{"id", QStringLiteral("m%1").arg(++n)}, {"messageType", l.type},
-                                                   {"message", l.type == "image" ? QStringLiteral("photo%1.jpg").arg(n) : l.text},
-                                                   {"sender", sender}, {"createdAt", IMDate::toString8601(now.addSecs(-60 * l.minutesAgo))}});
+            {"message", l.type == "image" ? QStringLiteral("photo%1.jpg").arg(n) : l.text}, {"sender", sender},
+            {"createdAt", IMDate::toString8601(now.addSecs(-60 * l.minutesAgo))}});
         m->setRoom(room);
         m->setSendingType(l.state);
         if (l.type == "image")
@@ -119,63 +126,75 @@ QWidget *menu(const QString &type, bool own)
 PARLO_SCREENSHOT({"conversation-one-to-one", [] { return conversation(false); }, {390, 720}, 400});
 PARLO_SCREENSHOT({"conversation-group", [] { return conversation(true); }, {390, 720}, 400});
 
-PARLO_SCREENSHOT({"composing-five-lines", [] {
-    return conversation(false, [](IMMessageViewController *screen) {
-        screen->inputTextView->setText(QStringLiteral("Plan for Saturday:\n1. Meet at the station, 8:30\n2. Bus to the trailhead\n"
-                                                      "3. Lunch at the top 🍙\n4. Hot springs after\n5. Dinner?"));
-        screen->inputTextView->moveCursor(QTextCursor::End);
-    });
-}, {390, 720}, 400});
-PARLO_SCREENSHOT({"composing-editing", [] {
-    return conversation(false, [](IMMessageViewController *screen) {
-        const int row = lastRowOfType(screen, QStringLiteral("text"), true);
-        for (const IMMessagePtr &m : screen->dataSource())
-            m->setSendingType(IMMessageSendingTypeSettled);
-        screen->tableview()->reloadData();
-        screen->didChooseEditMessage(screen->dataSource()[row], IMIndexPath::indexPathForRow(row));
-    });
-}, {390, 720}, 400});
-PARLO_SCREENSHOT({"composing-more-panel", [] {
-    return conversation(false, [](IMMessageViewController *screen) {
-        screen->showMoreOptionBtn = true;
-        screen->inputTextViewLeadingDistance->setConstant(8);
-        screen->moreButtonDidPressed();
-    });
-}, {390, 720}, 600});
-PARLO_SCREENSHOT({"composing-picture-uploading", [] {
-    return conversation(false, [](IMMessageViewController *screen) {
-        // The row as the upload's progress leaves it: the picture shown at once, 37 % in its time label.
-        IMMessagePtr picture = IMMessage::initWithRoom(screen->room());
-        picture->setSender(IMClient::fromDictionary(person("alice", "Alice")));
-        picture->setMessageType(QStringLiteral("image"));
-        picture->setMessage(QStringLiteral("sending image"));
-        picture->setTemp(QVariant::fromValue(landscape()));
-        QList<IMMessagePtr> messages = screen->dataSource();
-        messages << picture;
-        screen->setDataSource(messages);
-        screen->scrollToBottomWithAnimate(false);
-        QTimer::singleShot(100, screen, [screen] {
-            auto *row = qobject_cast<IMMessageTableViewCell *>(
-                screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(screen->dataSource().size() - 1)));
-            if (row && row->timeLabel())
-                row->timeLabel()->setText(QStringLiteral("%1 %").arg(int(0.372 * 100)));
+PARLO_SCREENSHOT({"composing-five-lines",
+    [] {
+        return conversation(false, [](IMMessageViewController *screen) {
+            screen->inputTextView->setText(
+                QStringLiteral("Plan for Saturday:\n1. Meet at the station, 8:30\n2. Bus to the trailhead\n"
+                               "3. Lunch at the top 🍙\n4. Hot springs after\n5. Dinner?"));
+            screen->inputTextView->moveCursor(QTextCursor::End);
         });
-    });
-}, {390, 720}, 500});
-PARLO_SCREENSHOT({"composing-picture-source", [] {
-    return conversation(false, [](IMMessageViewController *screen) { screen->cameraBtnPressed(); });
-}, {390, 720}, 400});
+    },
+    {390, 720}, 400});
+PARLO_SCREENSHOT({"composing-editing",
+    [] {
+        return conversation(false, [](IMMessageViewController *screen) {
+            const int row = lastRowOfType(screen, QStringLiteral("text"), true);
+            for (const IMMessagePtr &m : screen->dataSource())
+                m->setSendingType(IMMessageSendingTypeSettled);
+            screen->tableview()->reloadData();
+            screen->didChooseEditMessage(screen->dataSource()[row], IMIndexPath::indexPathForRow(row));
+        });
+    },
+    {390, 720}, 400});
+PARLO_SCREENSHOT({"composing-more-panel",
+    [] {
+        return conversation(false, [](IMMessageViewController *screen) {
+            screen->showMoreOptionBtn = true;
+            screen->inputTextViewLeadingDistance->setConstant(8);
+            screen->moreButtonDidPressed();
+        });
+    },
+    {390, 720}, 600});
+PARLO_SCREENSHOT({"composing-picture-uploading",
+    [] {
+        return conversation(false, [](IMMessageViewController *screen) {
+            // The row as the upload's progress leaves it: the picture shown at once, 37 % in its time label.
+            IMMessagePtr picture = IMMessage::initWithRoom(screen->room());
+            picture->setSender(IMClient::fromDictionary(person("alice", "Alice")));
+            picture->setMessageType(QStringLiteral("image"));
+            picture->setMessage(QStringLiteral("sending image"));
+            picture->setTemp(QVariant::fromValue(landscape()));
+            QList<IMMessagePtr> messages = screen->dataSource();
+            messages << picture;
+            screen->setDataSource(messages);
+            screen->scrollToBottomWithAnimate(false);
+            QTimer::singleShot(100, screen, [screen] {
+                auto *row = qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(
+                    IMIndexPath::indexPathForRow(screen->dataSource().size() - 1)));
+                if (row && row->timeLabel())
+                    row->timeLabel()->setText(QStringLiteral("%1 %").arg(int(0.372 * 100)));
+            });
+        });
+    },
+    {390, 720}, 500});
+PARLO_SCREENSHOT({"composing-picture-source",
+    [] { return conversation(false, [](IMMessageViewController *screen) { screen->cameraBtnPressed(); }); }, {390, 720},
+    400});
 PARLO_SCREENSHOT({"menu-own-text", [] { return menu(QStringLiteral("text"), true); }, {390, 720}, 400});
 PARLO_SCREENSHOT({"menu-other-text", [] { return menu(QStringLiteral("text"), false); }, {390, 720}, 400});
 PARLO_SCREENSHOT({"menu-own-picture", [] { return menu(QStringLiteral("image"), true); }, {390, 720}, 400});
 PARLO_SCREENSHOT({"menu-other-picture", [] { return menu(QStringLiteral("image"), false); }, {390, 720}, 400});
-PARLO_SCREENSHOT({"viewer-open", [] {
-    return conversation(false, [](IMMessageViewController *screen) {
-        const int row = lastRowOfType(screen, QStringLiteral("image"), false);
-        screen->tableview()->scrollToRowAtIndexPath(IMIndexPath::indexPathForRow(row), IMTableView::ScrollPositionMiddle, false);
-        QTimer::singleShot(50, screen, [screen, row] {
-            screen->IMMessageTableViewCellImageViewDidPressed(
-                qobject_cast<IMMessageTableViewCell *>(screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(row))));
+PARLO_SCREENSHOT({"viewer-open",
+    [] {
+        return conversation(false, [](IMMessageViewController *screen) {
+            const int row = lastRowOfType(screen, QStringLiteral("image"), false);
+            screen->tableview()->scrollToRowAtIndexPath(
+                IMIndexPath::indexPathForRow(row), IMTableView::ScrollPositionMiddle, false);
+            QTimer::singleShot(50, screen, [screen, row] {
+                screen->IMMessageTableViewCellImageViewDidPressed(qobject_cast<IMMessageTableViewCell *>(
+                    screen->tableview()->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(row))));
+            });
         });
-    });
-}, {390, 720}, 600});
+    },
+    {390, 720}, 600});

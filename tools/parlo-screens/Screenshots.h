@@ -10,12 +10,11 @@
 #include <QWidget>
 #include <functional>
 
-struct Screenshot
-{
-    QString name;                          // file name without ".png"; also how it is chosen
-    std::function<QWidget *()> make;       // builds the top-level widget to grab (the tool deletes it)
-    QSize size{390, 720};                  // window size, in points
-    int settleMs = 150;                    // event-loop time before the grab (images, posted layout)
+struct Screenshot {
+    QString name; // file name without ".png"; also how it is chosen
+    std::function<QWidget *()> make; // builds the top-level widget to grab (the tool deletes it)
+    QSize size {390, 720}; // window size, in points
+    int settleMs = 150; // event-loop time before the grab (images, posted layout)
 };
 
 // A square picture of `letter` in white on `color`, for photos that no server provides here.
@@ -27,5 +26,5 @@ int parloRegisterScreenshot(const Screenshot &shot);
 #define PARLO_SCREENSHOT_CAT2(a, b) a##b
 #define PARLO_SCREENSHOT_CAT(a, b) PARLO_SCREENSHOT_CAT2(a, b)
 // PARLO_SCREENSHOT({"name", [] { return widget; }, {w, h}, settleMs});
-#define PARLO_SCREENSHOT(...) \
+#define PARLO_SCREENSHOT(...)                                                                                          \
     static const int PARLO_SCREENSHOT_CAT(parloScreenshot_, __LINE__) = parloRegisterScreenshot(Screenshot __VA_ARGS__)

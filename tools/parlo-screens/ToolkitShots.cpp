@@ -3,8 +3,8 @@
 #include <QCoreApplication>
 #include <QGridLayout>
 #include <QHBoxLayout>
-#include <QMouseEvent>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QScrollBar>
 #include <QTimer>
@@ -25,10 +25,10 @@
 #include "UxLabel.h"
 
 namespace {
-class MixedCell : public IMTableViewCell
-{
+class MixedCell : public IMTableViewCell {
 public:
-    MixedCell() : IMTableViewCell(QStringLiteral("Mixed"))
+    MixedCell()
+        : IMTableViewCell(QStringLiteral("Mixed"))
     {
         auto *row = new QHBoxLayout(contentView());
         row->setContentsMargins(16, 10, 16, 10);
@@ -58,17 +58,25 @@ public:
     UxLabel *subtitle;
 };
 
-struct Row { QString title, subtitle, time; QColor color; };
+struct Row {
+    QString title, subtitle, time;
+    QColor color;
+};
 
-class MixedRows : public IMViewController, public IMTableViewDataSource, public IMTableViewDelegate
-{
+class MixedRows : public IMViewController, public IMTableViewDataSource, public IMTableViewDelegate {
 public:
-    QList<Row> rows{
+    QList<Row> rows {
         {QStringLiteral("Alice"), QStringLiteral("Noodles at noon?"), QStringLiteral("12:04"), QColor(52, 120, 246)},
-        {QStringLiteral("設計小組"), QStringLiteral("Bob: 我把新的版面放在共享資料夾裡了，大家有空可以看一下，明天早上開會再討論細節。"), QStringLiteral("昨天"), QColor(255, 149, 0)},
+        {QStringLiteral("設計小組"),
+            QStringLiteral("Bob: 我把新的版面放在共享資料夾裡了，大家有空可以看一下，明天早上開會再討論細節。"),
+            QStringLiteral("昨天"), QColor(255, 149, 0)},
         {QStringLiteral("Carol"), QStringLiteral("[圖片]"), QStringLiteral("星期二"), QColor(52, 199, 89)},
-        {QStringLiteral("Support"), QStringLiteral("Your order has shipped."), QStringLiteral("11/18"), QColor(175, 82, 222)},
-        {QStringLiteral("Dan"), QStringLiteral("A much longer message that wraps over several lines so that this row is taller than the others and shows the heights measured from a template row."), QStringLiteral("11/02"), QColor(255, 59, 48)},
+        {QStringLiteral("Support"), QStringLiteral("Your order has shipped."), QStringLiteral("11/18"),
+            QColor(175, 82, 222)},
+        {QStringLiteral("Dan"),
+            QStringLiteral("A much longer message that wraps over several lines so that this row is taller than the "
+                           "others and shows the heights measured from a template row."),
+            QStringLiteral("11/02"), QColor(255, 59, 48)},
         {QStringLiteral("Eve"), QStringLiteral("👍"), QStringLiteral("10/30"), QColor(90, 200, 250)},
     };
     IMTableView *table = nullptr;
@@ -95,7 +103,7 @@ protected:
     qreal heightForRowAtIndexPath(IMTableView *t, const IMIndexPath &p) override
     {
         return t->heightForCellWithIdentifier(QStringLiteral("Mixed"), rows[p.row].subtitle,
-                                              [&](IMTableViewCell *c) { dress(static_cast<MixedCell *>(c), rows[p.row]); });
+            [&](IMTableViewCell *c) { dress(static_cast<MixedCell *>(c), rows[p.row]); });
     }
     bool canEditRowAtIndexPath(IMTableView *, const IMIndexPath &) override { return true; }
     QList<IMTableViewRowAction *> editActionsForRowAtIndexPath(IMTableView *, const IMIndexPath &) override
@@ -114,90 +122,96 @@ private:
 };
 } // namespace
 
-PARLO_SCREENSHOT({"toolkit-table-mixed-rows", [] {
-    auto *screen = new MixedRows;
-    screen->setTitle(QStringLiteral("聊天室"));
-    auto *window = new IMWindow;
-    window->setRootViewController(new IMNavigationController(screen));
-    window->resize(390, 720);
-    window->show();
-    // Swipe the third row open, as a user's drag would.
-    QTimer::singleShot(50, screen, [screen] {
-        screen->table->layoutIfNeeded();
-        if (IMTableViewCell *cell = screen->table->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(2))) {
-            const QPoint c = cell->geometry().center();
-            QMetaObject::invokeMethod(screen->table, [table = screen->table, c] {
-                QMouseEvent press(QEvent::MouseButtonPress, c, table->viewport()->mapToGlobal(c), Qt::LeftButton, Qt::LeftButton, {});
-                QCoreApplication::sendEvent(table->viewport(), &press);
-                for (int dx = 10; dx <= 90; dx += 10) {
-                    const QPointF p = c - QPoint(dx, 0);
-                    QMouseEvent move(QEvent::MouseMove, p, table->viewport()->mapToGlobal(p), Qt::NoButton, Qt::LeftButton, {});
-                    QCoreApplication::sendEvent(table->viewport(), &move);
-                }
-                const QPointF end = c - QPoint(90, 0);
-                QMouseEvent release(QEvent::MouseButtonRelease, end, table->viewport()->mapToGlobal(end), Qt::LeftButton, Qt::NoButton, {});
-                QCoreApplication::sendEvent(table->viewport(), &release);
-            });
-        }
-    });
-    return static_cast<QWidget *>(window);
-}, {390, 720}, 300});
+PARLO_SCREENSHOT({"toolkit-table-mixed-rows",
+    [] {
+        auto *screen = new MixedRows;
+        screen->setTitle(QStringLiteral("聊天室"));
+        auto *window = new IMWindow;
+        window->setRootViewController(new IMNavigationController(screen));
+        window->resize(390, 720);
+        window->show();
+        // Swipe the third row open, as a user's drag would.
+        QTimer::singleShot(50, screen, [screen] {
+            screen->table->layoutIfNeeded();
+            if (IMTableViewCell *cell = screen->table->cellForRowAtIndexPath(IMIndexPath::indexPathForRow(2))) {
+                const QPoint c = cell->geometry().center();
+                QMetaObject::invokeMethod(screen->table, [table = screen->table, c] {
+                    QMouseEvent press(QEvent::MouseButtonPress, c, table->viewport()->mapToGlobal(c), Qt::LeftButton,
+                        Qt::LeftButton, {});
+                    QCoreApplication::sendEvent(table->viewport(), &press);
+                    for (int dx = 10; dx <= 90; dx += 10) {
+                        const QPointF p = c - QPoint(dx, 0);
+                        QMouseEvent move(
+                            QEvent::MouseMove, p, table->viewport()->mapToGlobal(p), Qt::NoButton, Qt::LeftButton, {});
+                        QCoreApplication::sendEvent(table->viewport(), &move);
+                    }
+                    const QPointF end = c - QPoint(90, 0);
+                    QMouseEvent release(QEvent::MouseButtonRelease, end, table->viewport()->mapToGlobal(end),
+                        Qt::LeftButton, Qt::NoButton, {});
+                    QCoreApplication::sendEvent(table->viewport(), &release);
+                });
+            }
+        });
+        return static_cast<QWidget *>(window);
+    },
+    {390, 720}, 300});
 
 PARLO_SCREENSHOT({"toolkit-action-sheet", [] {
-    auto *screen = new MixedRows;
-    screen->setTitle(QStringLiteral("聊天室"));
-    auto *window = new IMWindow;
-    window->setRootViewController(new IMNavigationController(screen));
-    window->resize(390, 720);
-    window->show();
-    UxAlertController::showWithController(screen, QStringLiteral("取消"), 0, QStringLiteral("照片來自"), QString(),
-                                          {QStringLiteral("照相機"), QStringLiteral("相片圖庫")}, [](int) {});
-    return static_cast<QWidget *>(window);
-}});
+                      auto *screen = new MixedRows;
+                      screen->setTitle(QStringLiteral("聊天室"));
+                      auto *window = new IMWindow;
+                      window->setRootViewController(new IMNavigationController(screen));
+                      window->resize(390, 720);
+                      window->show();
+                      UxAlertController::showWithController(screen, QStringLiteral("取消"), 0,
+                          QStringLiteral("照片來自"), QString(), {QStringLiteral("照相機"), QStringLiteral("相片圖庫")},
+                          [](int) {});
+                      return static_cast<QWidget *>(window);
+                  }});
 
 PARLO_SCREENSHOT({"toolkit-widgets", [] {
-    auto *w = new QWidget;
-    w->setStyleSheet(QStringLiteral("background: white;"));
-    auto *grid = new QGridLayout(w);
-    grid->setContentsMargins(24, 24, 24, 24);
-    grid->setSpacing(16);
-    auto *label = new UxLabel(QStringLiteral("UxLabel 標籤"), w);
-    label->setTextColor(QColor(36, 113, 163));
-    grid->addWidget(label, 0, 0, 1, 2);
-    auto *button = new UxButton(QStringLiteral("傳送"), w);
-    button->setTintColor(QColor(0, 122, 255));
-    grid->addWidget(button, 1, 0);
-    auto *camera = new UxButton(w);
-    camera->setImage(IMImage::named(QStringLiteral("camera")));
-    camera->setTintColor(QColor(255, 149, 0));
-    camera->setIconSize(QSize(28, 24));
-    grid->addWidget(camera, 1, 1);
-    auto *round = new UxImageView(w);
-    round->setFixedSize(80, 80);
-    round->setCornerRadius(40);
-    round->setImage(parloLetterImage(QColor(52, 120, 246), QStringLiteral("A")));
-    grid->addWidget(round, 2, 0);
-    auto *square = new UxImageView(w);
-    square->setFixedSize(120, 80);
-    square->setContentMode(UxImageView::AspectFit);
-    square->setImage(parloLetterImage(QColor(52, 199, 89), QStringLiteral("B")));
-    square->setStyleSheet(QStringLiteral("background: #f2f2f7;"));
-    grid->addWidget(square, 2, 1);
-    auto *spinner = new IMActivityIndicator(w);
-    spinner->setFixedSize(28, 28);
-    spinner->startAnimating();
-    grid->addWidget(spinner, 3, 0);
-    int col = 0;
-    auto *images = new QHBoxLayout;
-    for (const char *name : {"expand_arrow", "placeholder", "camera", "Combined Shape"}) {
-        auto *v = new UxImageView(w);
-        v->setFixedSize(48, 48);
-        v->setContentMode(UxImageView::AspectFit);
-        v->setImage(IMImage::named(QString::fromLatin1(name)));
-        images->addWidget(v);
-        ++col;
-    }
-    grid->addLayout(images, 4, 0, 1, 2);
-    grid->setRowStretch(5, 1);
-    return w;
-}});
+                      auto *w = new QWidget;
+                      w->setStyleSheet(QStringLiteral("background: white;"));
+                      auto *grid = new QGridLayout(w);
+                      grid->setContentsMargins(24, 24, 24, 24);
+                      grid->setSpacing(16);
+                      auto *label = new UxLabel(QStringLiteral("UxLabel 標籤"), w);
+                      label->setTextColor(QColor(36, 113, 163));
+                      grid->addWidget(label, 0, 0, 1, 2);
+                      auto *button = new UxButton(QStringLiteral("傳送"), w);
+                      button->setTintColor(QColor(0, 122, 255));
+                      grid->addWidget(button, 1, 0);
+                      auto *camera = new UxButton(w);
+                      camera->setImage(IMImage::named(QStringLiteral("camera")));
+                      camera->setTintColor(QColor(255, 149, 0));
+                      camera->setIconSize(QSize(28, 24));
+                      grid->addWidget(camera, 1, 1);
+                      auto *round = new UxImageView(w);
+                      round->setFixedSize(80, 80);
+                      round->setCornerRadius(40);
+                      round->setImage(parloLetterImage(QColor(52, 120, 246), QStringLiteral("A")));
+                      grid->addWidget(round, 2, 0);
+                      auto *square = new UxImageView(w);
+                      square->setFixedSize(120, 80);
+                      square->setContentMode(UxImageView::AspectFit);
+                      square->setImage(parloLetterImage(QColor(52, 199, 89), QStringLiteral("B")));
+                      square->setStyleSheet(QStringLiteral("background: #f2f2f7;"));
+                      grid->addWidget(square, 2, 1);
+                      auto *spinner = new IMActivityIndicator(w);
+                      spinner->setFixedSize(28, 28);
+                      spinner->startAnimating();
+                      grid->addWidget(spinner, 3, 0);
+                      int col = 0;
+                      auto *images = new QHBoxLayout;
+                      for (const char *name : {"expand_arrow", "placeholder", "camera", "Combined Shape"}) {
+                          auto *v = new UxImageView(w);
+                          v->setFixedSize(48, 48);
+                          v->setContentMode(UxImageView::AspectFit);
+                          v->setImage(IMImage::named(QString::fromLatin1(name)));
+                          images->addWidget(v);
+                          ++col;
+                      }
+                      grid->addLayout(images, 4, 0, 1, 2);
+                      grid->setRowStretch(5, 1);
+                      return w;
+                  }});

@@ -53,7 +53,8 @@ int main(int argc, char **argv)
     QList<Screenshot> shots = registry();
     std::sort(shots.begin(), shots.end(), [](const Screenshot &a, const Screenshot &b) { return a.name < b.name; });
     auto chosen = [&](const Screenshot &s) {
-        return prefixes.isEmpty() || std::any_of(prefixes.begin(), prefixes.end(), [&](const QString &p) { return s.name.startsWith(p); });
+        return prefixes.isEmpty()
+            || std::any_of(prefixes.begin(), prefixes.end(), [&](const QString &p) { return s.name.startsWith(p); });
     };
     if (list) {
         for (const Screenshot &s : shots)

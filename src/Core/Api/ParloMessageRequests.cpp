@@ -11,21 +11,17 @@
 
 //! Lets a block queued on the global queue reach the transport only while it lives: the owner's
 //! end takes the lock and clears `transport`.
-struct ParloReadReportGate
-{
+struct ParloReadReportGate {
     std::mutex mutex;
     ParloTransport *transport = nullptr;
 };
 
 namespace {
-QString roomID(const IMRoomPtr &room)
-{
-    return room ? room->objectID() : QString();
-}
+QString roomID(const IMRoomPtr &room) { return room ? room->objectID() : QString(); }
 } // namespace
 
-ParloMessageRequests::ParloMessageRequests(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms,
-                                           ParloAnnouncer &announcer, ParloLogger &logger)
+ParloMessageRequests::ParloMessageRequests(
+    Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloAnnouncer &announcer, ParloLogger &logger)
     : m_facade(facade)
     , m_transport(transport)
     , m_rooms(rooms)
@@ -44,11 +40,11 @@ ParloMessageRequests::~ParloMessageRequests()
 
 QVariantMap ParloMessageRequests::item(const QString &path) const
 {
-    return QVariantMap{{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
+    return QVariantMap {{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
 }
 
-void ParloMessageRequests::loadPage(const IMRoomPtr &room, const QString &path, Parlo::MessagesSuccess success,
-                                    Parlo::Failure failure)
+void ParloMessageRequests::loadPage(
+    const IMRoomPtr &room, const QString &path, Parlo::MessagesSuccess success, Parlo::Failure failure)
 {
     if (ParloDelegate *delegate = m_announcer.delegate()) {
         if (!delegate->ParloWillStartLoadingMessageWithRoom(room)) {
@@ -79,8 +75,8 @@ void ParloMessageRequests::loadPage(const IMRoomPtr &room, const QString &path, 
         });
 }
 
-void ParloMessageRequests::updateMessage(const IMMessagePtr &message, Parlo::MessageSuccess success,
-                                         Parlo::Failure failure)
+void ParloMessageRequests::updateMessage(
+    const IMMessagePtr &message, Parlo::MessageSuccess success, Parlo::Failure failure)
 {
     if (!message || message->objectID().isEmpty()) {
         if (failure)
@@ -90,8 +86,8 @@ void ParloMessageRequests::updateMessage(const IMMessagePtr &message, Parlo::Mes
     QVariantMap body = message->toDictionary();
     body.remove(QStringLiteral("id"));
     // No headers: the server runs it as the client that signed in on this connection.
-    const QVariantMap envelope{{QStringLiteral("data"), body},
-                               {QStringLiteral("url"), QStringLiteral("/message/%1").arg(message->objectID())}};
+    const QVariantMap envelope {{QStringLiteral("data"), body},
+        {QStringLiteral("url"), QStringLiteral("/message/%1").arg(message->objectID())}};
     m_transport.emitWithMethod(
         ParloRequestMethodPut, envelope,
         [success](const QVariant &answer) {
@@ -105,7 +101,7 @@ void ParloMessageRequests::updateMessage(const IMMessagePtr &message, Parlo::Mes
 void ParloMessageRequests::updateReadTimeWithRoom(const IMRoomPtr &room, bool echoToRoom)
 {
     QVariantMap envelope = item(QStringLiteral("/room/receive/%1").arg(roomID(room)));
-    envelope.insert(QStringLiteral("data"), QVariantMap{{QStringLiteral("echo"), echoToRoom ? 1 : 0}});
+    envelope.insert(QStringLiteral("data"), QVariantMap {{QStringLiteral("echo"), echoToRoom ? 1 : 0}});
 
     // Lowered at once, before the server answers, with no floor: a room count larger than the
     // total leaves it negative.
@@ -141,7 +137,7 @@ void ParloMessageRequests::updateReadTimeWithRoom(const IMRoomPtr &room, bool ec
 }
 
 void ParloMessageRequests::unseenCount(const QString &lastSeenDate, const QString &messageDate, const IMRoomPtr &room,
-                                       Parlo::CountSuccess success, Parlo::Failure failure)
+    Parlo::CountSuccess success, Parlo::Failure failure)
 {
     const QString path = QStringLiteral("/messages/unseenCount?room=%1&messageDate=%2&lastSeenDate=%3")
                              .arg(roomID(room), messageDate, lastSeenDate);

@@ -12,11 +12,10 @@ class ParloRoomList;
 class ParloTransport;
 
 //! The message operations other than sending (see Parlo's message members).
-class ParloMessageRequests
-{
+class ParloMessageRequests {
 public:
-    ParloMessageRequests(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloAnnouncer &announcer,
-                         ParloLogger &logger);
+    ParloMessageRequests(
+        Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloAnnouncer &announcer, ParloLogger &logger);
     //! Closes the gate of read reports still queued: they send nothing.
     ~ParloMessageRequests();
 
@@ -25,7 +24,7 @@ public:
     void updateMessage(const IMMessagePtr &message, Parlo::MessageSuccess success, Parlo::Failure failure);
     void updateReadTimeWithRoom(const IMRoomPtr &room, bool echoToRoom);
     void unseenCount(const QString &lastSeenDate, const QString &messageDate, const IMRoomPtr &room,
-                     Parlo::CountSuccess success, Parlo::Failure failure);
+        Parlo::CountSuccess success, Parlo::Failure failure);
 
 private:
     QVariantMap item(const QString &path) const;

@@ -78,19 +78,13 @@ QString agentPath(const QString &base, const QVariantMap &params, bool typeAlway
     return path;
 }
 
-QVariantMap roomBody(const IMRoomPtr &room)
-{
-    return room ? room->toDictionary() : QVariantMap();
-}
+QVariantMap roomBody(const IMRoomPtr &room) { return room ? room->toDictionary() : QVariantMap(); }
 
-QString roomID(const IMRoomPtr &room)
-{
-    return room ? room->objectID() : QString();
-}
+QString roomID(const IMRoomPtr &room) { return room ? room->objectID() : QString(); }
 } // namespace
 
-ParloRoomRequests::ParloRoomRequests(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms,
-                                     ParloLogger &logger)
+ParloRoomRequests::ParloRoomRequests(
+    Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloLogger &logger)
     : m_facade(facade)
     , m_transport(transport)
     , m_rooms(rooms)
@@ -100,7 +94,7 @@ ParloRoomRequests::ParloRoomRequests(Parlo *facade, ParloTransport &transport, P
 
 QVariantMap ParloRoomRequests::item(const QString &path) const
 {
-    return QVariantMap{{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
+    return QVariantMap {{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
 }
 
 QVariantMap ParloRoomRequests::item(const QString &path, const QVariantMap &data) const
@@ -117,37 +111,34 @@ void ParloRoomRequests::createRoom(const IMRoomPtr &room, Parlo::RoomSuccess suc
         return;
     }
     m_transport.emitWithMethod(ParloRequestMethodPost, item(QStringLiteral("/room"), roomBody(room)),
-                               roomOnMain(std::move(success)), failureOnMain(std::move(failure)));
+        roomOnMain(std::move(success)), failureOnMain(std::move(failure)));
 }
 
 void ParloRoomRequests::createRoomWithClient(const IMRoomPtr &room, const QString &clientID, const QVariantMap &extra,
-                                             Parlo::RoomSuccess success, Parlo::Failure failure)
+    Parlo::RoomSuccess success, Parlo::Failure failure)
 {
     QVariantMap body = roomBody(room);
     body.insert(extra);
     // A body with "get", as the server's route for this expects.
     m_transport.emitWithMethod(ParloRequestMethodGet,
-                               item(QStringLiteral("/room/createAndJoinWithClient/%1").arg(clientID), body),
-                               roomDirect(std::move(success)), std::move(failure));
+        item(QStringLiteral("/room/createAndJoinWithClient/%1").arg(clientID), body), roomDirect(std::move(success)),
+        std::move(failure));
 }
 
 void ParloRoomRequests::joinRoom(const IMRoomPtr &room, Parlo::RoomSuccess success, Parlo::Failure failure)
 {
     m_transport.emitWithMethod(ParloRequestMethodPost, item(QStringLiteral("/room/join"), roomBody(room)),
-                               roomOnMain(std::move(success)), failureOnMain(std::move(failure)));
+        roomOnMain(std::move(success)), failureOnMain(std::move(failure)));
 }
 
 void ParloRoomRequests::tovoAgentJoinRoom(const IMRoomPtr &room, Parlo::RoomSuccess success, Parlo::Failure failure)
 {
     m_transport.emitWithMethod(ParloRequestMethodPost,
-                               item(QStringLiteral("/room/agentJoin/%1").arg(roomID(room)), roomBody(room)),
-                               roomOnMain(std::move(success)), failureOnMain(std::move(failure)));
+        item(QStringLiteral("/room/agentJoin/%1").arg(roomID(room)), roomBody(room)), roomOnMain(std::move(success)),
+        failureOnMain(std::move(failure)));
 }
 
-void ParloRoomRequests::joinRoomWithID(const QString &roomID)
-{
-    joinByID(roomID, &ParloRoomRequests::joinRoom);
-}
+void ParloRoomRequests::joinRoomWithID(const QString &roomID) { joinByID(roomID, &ParloRoomRequests::joinRoom); }
 
 void ParloRoomRequests::tovoAgentJoinRoomWithID(const QString &roomID)
 {
@@ -171,8 +162,8 @@ void ParloRoomRequests::joinByID(const QString &roomID, Join join)
 void ParloRoomRequests::roomWithRoomID(const QString &roomID, Parlo::RoomSuccess success, Parlo::Failure failure)
 {
     // Straight on the connection: no connection check, no retry.
-    const bool sent = m_transport.emitOnce(
-        ParloRequestMethodGet, item(QStringLiteral("/room/%1").arg(roomID)), [success, failure](const QVariantList &data) {
+    const bool sent = m_transport.emitOnce(ParloRequestMethodGet, item(QStringLiteral("/room/%1").arg(roomID)),
+        [success, failure](const QVariantList &data) {
             const QVariant first = data.value(0);
             if (first.typeId() == QMetaType::QString && first.toString() == kNoAck) {
                 if (failure)
@@ -188,18 +179,18 @@ void ParloRoomRequests::roomWithRoomID(const QString &roomID, Parlo::RoomSuccess
                 return;
             }
             if (failure)
-                failure(IMError::parlo(
-                    status, QVariantMap{{QStringLiteral("info"), body.isNull() ? QVariant(QStringLiteral("")) : body}}));
+                failure(IMError::parlo(status,
+                    QVariantMap {{QStringLiteral("info"), body.isNull() ? QVariant(QStringLiteral("")) : body}}));
         });
     if (!sent)
         failureOnMain(std::move(failure))(IMError::parlo(400, QStringLiteral("not connected")));
 }
 
-void ParloRoomRequests::roomListWithOffset(int offset, int limit, Parlo::RoomsSuccess success, Parlo::Failure failure,
-                                           Parlo::RoomsComplete complete)
+void ParloRoomRequests::roomListWithOffset(
+    int offset, int limit, Parlo::RoomsSuccess success, Parlo::Failure failure, Parlo::RoomsComplete complete)
 {
     listAndAppend(QStringLiteral("/room/list?offset=%1&limit=%2").arg(offset).arg(limit), std::move(success),
-                  std::move(failure), std::move(complete));
+        std::move(failure), std::move(complete));
 }
 
 void ParloRoomRequests::roomListSuccess(Parlo::RoomsSuccess success, Parlo::Failure failure)
@@ -208,8 +199,7 @@ void ParloRoomRequests::roomListSuccess(Parlo::RoomsSuccess success, Parlo::Fail
 }
 
 void ParloRoomRequests::roomListLastMessageTime(const QDateTime &lastMessageTime, int offset, int limit,
-                                                Parlo::RoomsSuccess success, Parlo::Failure failure,
-                                                Parlo::RoomsComplete complete)
+    Parlo::RoomsSuccess success, Parlo::Failure failure, Parlo::RoomsComplete complete)
 {
     // Without a date the path carries "(null)", which the server reads as "all rooms".
     const QString date = lastMessageTime.isValid() ? IMDate::toString8601(lastMessageTime) : QStringLiteral("(null)");
@@ -240,8 +230,7 @@ void ParloRoomRequests::keepUpdatingRooms(Parlo::RoomsComplete complete)
     const QList<IMRoomPtr> held = m_rooms.chatRooms();
     const QDateTime from = held.isEmpty() ? QDateTime() : IMDate::toDate(held.first()->lastMessageTime());
     QPointer<Parlo> facade(m_facade);
-    roomListLastMessageTime(
-        from, 0, pageSize, nullptr, nullptr,
+    roomListLastMessageTime(from, 0, pageSize, nullptr, nullptr,
         [this, facade, pageSize, complete](const IMError &error, const QList<IMRoomPtr> &rooms) {
             if (!error.isNull() || rooms.size() != pageSize || !facade) {
                 if (complete)
@@ -259,22 +248,22 @@ void ParloRoomRequests::keepUpdatingRooms(Parlo::RoomsComplete complete)
         });
 }
 
-void ParloRoomRequests::needAgentList(const QVariantMap &params, Parlo::RoomsSuccess success, Parlo::Failure failure,
-                                      Parlo::RoomsComplete complete)
+void ParloRoomRequests::needAgentList(
+    const QVariantMap &params, Parlo::RoomsSuccess success, Parlo::Failure failure, Parlo::RoomsComplete complete)
 {
     listAndAppend(agentPath(QStringLiteral("/room/needAgentList"), params, true), std::move(success),
-                  std::move(failure), std::move(complete));
+        std::move(failure), std::move(complete));
 }
 
-void ParloRoomRequests::agentRoomList(const QVariantMap &params, Parlo::RoomsSuccess success, Parlo::Failure failure,
-                                      Parlo::RoomsComplete complete)
+void ParloRoomRequests::agentRoomList(
+    const QVariantMap &params, Parlo::RoomsSuccess success, Parlo::Failure failure, Parlo::RoomsComplete complete)
 {
     listAndAppend(agentPath(QStringLiteral("/room/list"), params, false), std::move(success), std::move(failure),
-                  std::move(complete));
+        std::move(complete));
 }
 
-void ParloRoomRequests::listAndAppend(const QString &path, Parlo::RoomsSuccess success, Parlo::Failure failure,
-                                      Parlo::RoomsComplete complete)
+void ParloRoomRequests::listAndAppend(
+    const QString &path, Parlo::RoomsSuccess success, Parlo::Failure failure, Parlo::RoomsComplete complete)
 {
     QPointer<Parlo> facade(m_facade);
     m_transport.emitWithMethod(
@@ -294,5 +283,5 @@ void ParloRoomRequests::listAndAppend(const QString &path, Parlo::RoomsSuccess s
 void ParloRoomRequests::archiveRoom(const IMRoomPtr &room, Parlo::RoomSuccess success, Parlo::Failure failure)
 {
     m_transport.emitWithMethod(ParloRequestMethodPut, item(QStringLiteral("/rooms/%1/archive").arg(roomID(room))),
-                               roomDirect(std::move(success)), std::move(failure));
+        roomDirect(std::move(success)), std::move(failure));
 }

@@ -46,7 +46,7 @@ QString printedDescription(const QByteArray &data)
 QNetworkRequest plainRequest(const QString &url, const QString &apiKey, const QString &clientKey)
 {
     const IMClientPtr me = IMClient::currentClient();
-    QNetworkRequest request{QUrl(url)};
+    QNetworkRequest request {QUrl(url)};
     request.setRawHeader("apiKey", apiKey.toUtf8());
     request.setRawHeader("clientKey", clientKey.toUtf8());
     request.setRawHeader("token", me->token().toUtf8());
@@ -57,7 +57,7 @@ QNetworkRequest plainRequest(const QString &url, const QString &apiKey, const QS
 } // namespace
 
 ParloSession::ParloSession(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloOutbox &outbox,
-                           ParloFiles &files, ParloAnnouncer &announcer, ParloLogger &logger)
+    ParloFiles &files, ParloAnnouncer &announcer, ParloLogger &logger)
     : m_facade(facade)
     , m_transport(transport)
     , m_rooms(rooms)
@@ -70,7 +70,7 @@ ParloSession::ParloSession(Parlo *facade, ParloTransport &transport, ParloRoomLi
 
 QVariantMap ParloSession::envelope(const QString &path) const
 {
-    return QVariantMap{{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
+    return QVariantMap {{QStringLiteral("url"), path}, {QStringLiteral("headers"), m_transport.header()}};
 }
 
 void ParloSession::signWithClient(const IMClientPtr &client, Parlo::ClientSuccess success, Parlo::Failure failure)
@@ -114,8 +114,9 @@ void ParloSession::chatinSuccess(Parlo::ClientSuccess success, Parlo::Failure fa
     if (IMClient::currentClient()->clientID().isEmpty()) {
         IMDispatchMainAsync([failure] {
             if (failure)
-                failure(IMError::parlo(404, QVariantMap{{QStringLiteral("info"), kSignUpFirst},
-                                                        {QStringLiteral("NSLocalizedDescriptionKey"), kSignUpFirst}}));
+                failure(IMError::parlo(404,
+                    QVariantMap {{QStringLiteral("info"), kSignUpFirst},
+                        {QStringLiteral("NSLocalizedDescriptionKey"), kSignUpFirst}}));
         });
         return;
     }
@@ -147,14 +148,15 @@ void ParloSession::chatOutSuccess(Parlo::Success success, Parlo::Failure failure
 {
     QVariantMap item = envelope(QStringLiteral("/client/chatout/"));
     item.insert(QStringLiteral("data"),
-                QVariantMap{{QStringLiteral("token"), m_deviceToken.isNull() ? QStringLiteral("") : m_deviceToken}});
+        QVariantMap {{QStringLiteral("token"), m_deviceToken.isNull() ? QStringLiteral("") : m_deviceToken}});
     QPointer<Parlo> facade(m_facade);
-    m_transport.emitWithMethod(ParloRequestMethodPost, item, std::move(success), [this, facade, failure](const IMError &error) {
-        if (failure)
-            failure(error);
-        if (facade)
-            m_transport.reconnect();
-    });
+    m_transport.emitWithMethod(
+        ParloRequestMethodPost, item, std::move(success), [this, facade, failure](const IMError &error) {
+            if (failure)
+                failure(error);
+            if (facade)
+                m_transport.reconnect();
+        });
 }
 
 void ParloSession::logout()
@@ -174,7 +176,7 @@ void ParloSession::logout()
         IMDB::sharedInstance()->resetDatabase();
     };
     chatOutSuccess([signOut](const QVariant &) { signOut(QStringLiteral("logout success")); },
-                   [signOut](const IMError &) { signOut(QStringLiteral("logout")); });
+        [signOut](const IMError &) { signOut(QStringLiteral("logout")); });
 }
 
 void ParloSession::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
@@ -187,12 +189,12 @@ void ParloSession::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
     if (IMClient::currentClient()->clientID().isEmpty() || m_deviceToken.isEmpty())
         return;
     QNetworkAccessManager *http = m_files.urlSession();
-    const QNetworkRequest request =
-        plainRequest(m_transport.domainString() + QStringLiteral("/client/setDeviceToken/"), m_transport.apiKey(), m_transport.clientKey());
+    const QNetworkRequest request = plainRequest(m_transport.domainString() + QStringLiteral("/client/setDeviceToken/"),
+        m_transport.apiKey(), m_transport.clientKey());
     const QByteArray body = QJsonDocument::fromVariant(
-                                QVariantMap{{QStringLiteral("type"), QStringLiteral("ios")},
-                                            {QStringLiteral("token"), m_deviceToken}})
-                                .toJson(QJsonDocument::Compact);
+        QVariantMap {{QStringLiteral("type"), QStringLiteral("ios")},
+            {QStringLiteral("token"),
+                m_deviceToken}}).toJson(QJsonDocument::Compact);
     QNetworkReply *reply = http->post(request, body);
     const QString token = m_deviceToken;
     QPointer<Parlo> facade(m_facade);
@@ -206,7 +208,8 @@ void ParloSession::updateDeviceTokenIfPossiable(const QByteArray &deviceToken)
 void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failure failure)
 {
     QNetworkAccessManager *http = m_files.urlSession();
-    const QString path = QStringLiteral("%1/client/chatin/%2/").arg(m_transport.domainString(), IMUserDefaults::standardUserDefaults()->clientID());
+    const QString path = QStringLiteral("%1/client/chatin/%2/")
+                             .arg(m_transport.domainString(), IMUserDefaults::standardUserDefaults()->clientID());
     QNetworkRequest request = plainRequest(path, m_transport.apiKey(), m_transport.clientKey());
     if (!m_identityToken.isEmpty())
         request.setRawHeader("identityToken", m_identityToken.toUtf8());
@@ -219,14 +222,13 @@ void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failur
             const QString text = QString::fromUtf8(bytes);
             if (failure)
                 failure(IMError::parlo(status.toInt(),
-                                       QVariantMap{{QStringLiteral("info"), text},
-                                                   {QStringLiteral("NSLocalizedDescriptionKey"), text}}));
+                    QVariantMap {{QStringLiteral("info"), text}, {QStringLiteral("NSLocalizedDescriptionKey"), text}}));
             return;
         }
         if (reply->error() != QNetworkReply::NoError) {
             if (failure)
                 failure(IMError(QStringLiteral("QNetworkReply"), int(reply->error()),
-                                QVariantMap{{QStringLiteral("info"), reply->errorString()}}));
+                    QVariantMap {{QStringLiteral("info"), reply->errorString()}}));
             return;
         }
         QJsonParseError parseError;
@@ -234,7 +236,7 @@ void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failur
         if (parseError.error != QJsonParseError::NoError) {
             if (failure)
                 failure(IMError(QStringLiteral("QJsonParseError"), int(parseError.error),
-                                QVariantMap{{QStringLiteral("info"), parseError.errorString()}}));
+                    QVariantMap {{QStringLiteral("info"), parseError.errorString()}}));
             return;
         }
         if (success)
@@ -292,7 +294,7 @@ void ParloSession::clientsListWithOffset(Parlo::ClientsSuccess success, Parlo::F
 }
 
 void ParloSession::queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
-                           Parlo::Success success, Parlo::Failure failure)
+    Parlo::Success success, Parlo::Failure failure)
 {
     // "IMRoom" asks for "Room": the two-letter class prefix is not the server's.
     const QString path = QStringLiteral("/%1/?offset=%2&limit=%3&sort=%4")

@@ -14,11 +14,10 @@ class ParloTransport;
 
 //! Owns the device token and the session operations (see Parlo's session members); the session
 //! itself (client id, token, current user) is persisted in IMUserDefaults.
-class ParloSession
-{
+class ParloSession {
 public:
-    ParloSession(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloOutbox &outbox,
-                 ParloFiles &files, ParloAnnouncer &announcer, ParloLogger &logger);
+    ParloSession(Parlo *facade, ParloTransport &transport, ParloRoomList &rooms, ParloOutbox &outbox, ParloFiles &files,
+        ParloAnnouncer &announcer, ParloLogger &logger);
 
     QString deviceToken() const { return m_deviceToken; }
     void setDeviceToken(const QString &token) { m_deviceToken = token; }
@@ -34,7 +33,7 @@ public:
     void badgeTotalSuccess(Parlo::BadgeSuccess success, Parlo::Failure failure);
     void clientsListWithOffset(Parlo::ClientsSuccess success, Parlo::Failure failure);
     void queryWithClass(const QString &className, qint64 offset, qint64 limit, const QString &sort,
-                        Parlo::Success success, Parlo::Failure failure);
+        Parlo::Success success, Parlo::Failure failure);
     void chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failure failure);
 
 private:

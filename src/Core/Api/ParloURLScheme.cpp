@@ -10,8 +10,7 @@ namespace {
 const QString kIntegrateHost = QStringLiteral("parlo.integrate");
 
 // The host's configuration, read afresh on every call.
-struct SchemeConfig
-{
+struct SchemeConfig {
     QString scheme;
     QString url;
     QString storeID;
@@ -27,10 +26,10 @@ SchemeConfig readSchemeConfig()
     const QVariantList typeList = types.toList();
     const QVariantMap parlo = info.value(QStringLiteral("parlo")).toMap();
     const bool ok = types.isValid() && !typeList.isEmpty()
-                    && typeList.last().toMap().contains(QStringLiteral("CFBundleURLSchemes"))
-                    && !typeList.last().toMap().value(QStringLiteral("CFBundleURLSchemes")).toList().value(0).isNull()
-                    && info.contains(QStringLiteral("parlo")) && parlo.contains(QStringLiteral("storeid"))
-                    && parlo.contains(QStringLiteral("url"));
+        && typeList.last().toMap().contains(QStringLiteral("CFBundleURLSchemes"))
+        && !typeList.last().toMap().value(QStringLiteral("CFBundleURLSchemes")).toList().value(0).isNull()
+        && info.contains(QStringLiteral("parlo")) && parlo.contains(QStringLiteral("storeid"))
+        && parlo.contains(QStringLiteral("url"));
     if (!ok) {
         qCInfo(lcParlo).noquote() << QStringLiteral("url scheme not found");
         return config;
@@ -50,25 +49,13 @@ ParloURLScheme::ParloURLScheme(Parlo *facade, ParloTransport &transport, ParloRo
 {
 }
 
-bool ParloURLScheme::isScehemeWorks() const
-{
-    return readSchemeConfig().works;
-}
+bool ParloURLScheme::isScehemeWorks() const { return readSchemeConfig().works; }
 
-QString ParloURLScheme::urlType() const
-{
-    return readSchemeConfig().scheme;
-}
+QString ParloURLScheme::urlType() const { return readSchemeConfig().scheme; }
 
-QString ParloURLScheme::urlStringForScheme() const
-{
-    return readSchemeConfig().url;
-}
+QString ParloURLScheme::urlStringForScheme() const { return readSchemeConfig().url; }
 
-QString ParloURLScheme::appIDOnStore() const
-{
-    return readSchemeConfig().storeID;
-}
+QString ParloURLScheme::appIDOnStore() const { return readSchemeConfig().storeID; }
 
 bool ParloURLScheme::open(const QUrl &openURL)
 {

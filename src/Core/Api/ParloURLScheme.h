@@ -10,8 +10,7 @@ class ParloRoomRequests;
 class ParloTransport;
 
 //! Reads the host's URL scheme configuration afresh on every call and opens room links.
-class ParloURLScheme
-{
+class ParloURLScheme {
 public:
     ParloURLScheme(Parlo *facade, ParloTransport &transport, ParloRoomRequests &rooms);
 

@@ -9,10 +9,7 @@
 #include "ParloRoomList.h"
 
 namespace {
-QVariantMap firstMap(const QVariantList &data)
-{
-    return data.value(0).toMap();
-}
+QVariantMap firstMap(const QVariantList &data) { return data.value(0).toMap(); }
 
 template <typename Record> std::shared_ptr<Record> recordOrEmpty(const QVariantMap &dict)
 {
@@ -21,8 +18,8 @@ template <typename Record> std::shared_ptr<Record> recordOrEmpty(const QVariantM
 }
 } // namespace
 
-ParloEventDispatcher::ParloEventDispatcher(ParloRoomList &rooms, ParloOutbox &outbox, ParloAnnouncer &announcer,
-                                           ParloLogger &logger)
+ParloEventDispatcher::ParloEventDispatcher(
+    ParloRoomList &rooms, ParloOutbox &outbox, ParloAnnouncer &announcer, ParloLogger &logger)
     : m_rooms(rooms)
     , m_outbox(outbox)
     , m_announcer(announcer)

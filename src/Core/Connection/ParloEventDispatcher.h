@@ -12,8 +12,7 @@ class ParloRoomList;
 //! Registers the handlers of the server's pushed events ("message", "didUpdateMessage", "joined",
 //! "receive", "roomDidUpadte") on a socket and hands each event to the room list and the outbox,
 //! then tells it. Handlers run on the main thread.
-class ParloEventDispatcher
-{
+class ParloEventDispatcher {
 public:
     ParloEventDispatcher(ParloRoomList &rooms, ParloOutbox &outbox, ParloAnnouncer &announcer, ParloLogger &logger);
 

@@ -42,14 +42,11 @@ IMError statusError(int code, const QVariant &body)
     const QString text = textOrEmpty(body);
     // The literal key "NSLocalizedDescriptionKey" is part of the record callers read.
     const QVariant info = body.isNull() ? QVariant(text) : body;
-    return IMError::parlo(code, QVariantMap{{QStringLiteral("info"), info},
-                                            {QStringLiteral("NSLocalizedDescriptionKey"), info}});
+    return IMError::parlo(
+        code, QVariantMap {{QStringLiteral("info"), info}, {QStringLiteral("NSLocalizedDescriptionKey"), info}});
 }
 
-bool isNoAck(const QVariant &first)
-{
-    return first.typeId() == QMetaType::QString && first.toString() == kNoAck;
-}
+bool isNoAck(const QVariant &first) { return first.typeId() == QMetaType::QString && first.toString() == kNoAck; }
 
 // A socket is made and destroyed on the main thread, even when a request on another thread
 // held it last.
@@ -71,10 +68,7 @@ ParloTransport::ParloTransport(Parlo *facade, ParloLogger &logger, ParloAnnounce
 {
 }
 
-ParloTransport::~ParloTransport()
-{
-    close();
-}
+ParloTransport::~ParloTransport() { close(); }
 
 void ParloTransport::close()
 {
@@ -92,10 +86,7 @@ std::shared_ptr<IMSocket> ParloTransport::currentSocket() const
     return m_socket;
 }
 
-IMSocket *ParloTransport::socket() const
-{
-    return currentSocket().get();
-}
+IMSocket *ParloTransport::socket() const { return currentSocket().get(); }
 
 bool ParloTransport::isConnected() const
 {
@@ -107,8 +98,8 @@ void ParloTransport::connectWithURL(const QString &url, const QVariantMap &optio
 {
     m_onConnect = std::move(onConnect);
     m_selfSigned = options.value(QStringLiteral("selfSigned")).toBool();
-    std::shared_ptr<IMSocket> socket =
-        owned(m_socketFactory ? m_socketFactory(QUrl(url), options) : new IMSocketIOClient(QUrl(url), options));
+    std::shared_ptr<IMSocket> socket
+        = owned(m_socketFactory ? m_socketFactory(QUrl(url), options) : new IMSocketIOClient(QUrl(url), options));
     {
         // The old connection goes with its handlers; its pending requests fail or retry on the new one.
         QMutexLocker lock(&m_socketMutex);
@@ -133,10 +124,9 @@ void ParloTransport::onLifeEvents(IMSocket &socket)
 {
     socket.onAny([](const QString &, const QVariantList &) {});
     // In the order of the statuses they become.
-    static const QStringList lifeEvents{QStringLiteral("connect"),          QStringLiteral("disconnect"),
-                                        QStringLiteral("error"),            QStringLiteral("reconnect"),
-                                        QStringLiteral("reconnectAttempt"), QStringLiteral("reconnecting"),
-                                        QStringLiteral("reconnectfailed")};
+    static const QStringList lifeEvents {QStringLiteral("connect"), QStringLiteral("disconnect"),
+        QStringLiteral("error"), QStringLiteral("reconnect"), QStringLiteral("reconnectAttempt"),
+        QStringLiteral("reconnecting"), QStringLiteral("reconnectfailed")};
     for (int status = 0; status < lifeEvents.size(); ++status) {
         socket.on(lifeEvents[status], [this, status](const QVariantList &data, const IMSocket::AckEmitter &) {
             if (status == ParloConnectStatusConnected && m_onConnect)
@@ -157,15 +147,14 @@ QVariantMap ParloTransport::header() const
     IMUserDefaults *settings = IMUserDefaults::standardUserDefaults();
     const QString id = settings->clientID();
     const QString token = settings->token();
-    return QVariantMap{{kParloApiKey, m_apiKey},
-                       {kParloClientKey, m_clientKey},
-                       {kParloClientID, id.isNull() ? QStringLiteral("") : id},
-                       {kParloToken, token.isNull() ? QStringLiteral("") : token}};
+    return QVariantMap {{kParloApiKey, m_apiKey}, {kParloClientKey, m_clientKey},
+        {kParloClientID, id.isNull() ? QStringLiteral("") : id},
+        {kParloToken, token.isNull() ? QStringLiteral("") : token}};
 }
 
 bool ParloTransport::isPostRetryListAPI(const QVariantMap &item) const
 {
-    static const QStringList retryable{QStringLiteral("/client/chatin/"), QStringLiteral("/client/")};
+    static const QStringList retryable {QStringLiteral("/client/chatin/"), QStringLiteral("/client/")};
     return retryable.contains(item.value(QStringLiteral("url")).toString());
 }
 
@@ -179,8 +168,7 @@ void ParloTransport::emitWithMethod(uint method, const QVariantMap &item, Succes
     emitWithMethod(method, 0, item, std::move(success), std::move(failure));
 }
 
-void ParloTransport::emitWithMethod(uint method, int counter, const QVariantMap &item, Success success,
-                                    Failure failure)
+void ParloTransport::emitWithMethod(uint method, int counter, const QVariantMap &item, Success success, Failure failure)
 {
     const QString event = methodName(method);
     IMDispatchMainAsync([] { IMPlatform::instance()->setNetworkActivityIndicatorVisible(true); });
@@ -208,8 +196,7 @@ void ParloTransport::emitWithMethod(uint method, int counter, const QVariantMap 
             IMPlatform::instance()->setNetworkActivityIndicatorVisible(false);
             const QVariant first = data.value(0);
             if (isNoAck(first)) {
-                if (facade && counter < kRetryLimit
-                    && (method != ParloRequestMethodPost || isPostRetryListAPI(item))) {
+                if (facade && counter < kRetryLimit && (method != ParloRequestMethodPost || isPostRetryListAPI(item))) {
                     PARLO_LOG(m_logger, "data", QStringLiteral("api retry NO.%1").arg(counter));
                     emitWithMethod(method, counter + 1, item, success, failure);
                     return;
@@ -244,7 +231,7 @@ void ParloTransport::emitWithMethod(uint method, int counter, const QVariantMap 
                 failure(statusError(status->isNull() ? 0 : status->toInt(), body));
         });
     };
-    socket->emitWithAck(event, QVariantList{item}, double(m_timeout.load()), std::move(onAck));
+    socket->emitWithAck(event, QVariantList {item}, double(m_timeout.load()), std::move(onAck));
 }
 
 bool ParloTransport::emitOnce(uint method, const QVariantMap &item, IMSocket::AckCallback done)
@@ -252,7 +239,7 @@ bool ParloTransport::emitOnce(uint method, const QVariantMap &item, IMSocket::Ac
     const std::shared_ptr<IMSocket> socket = currentSocket();
     if (!socket)
         return false;
-    socket->emitWithAck(methodName(method), QVariantList{item}, double(m_timeout.load()), std::move(done));
+    socket->emitWithAck(methodName(method), QVariantList {item}, double(m_timeout.load()), std::move(done));
     return true;
 }
 

@@ -16,8 +16,7 @@ class ParloLogger;
 //! Owns the connection (its socket, URL, options and status), the request settings (keys,
 //! acknowledgement time-out) and the queue of work waiting for chat-in. Requests may be sent
 //! from any thread: the socket and the time-out are handed over under a lock.
-class ParloTransport
-{
+class ParloTransport {
 public:
     using Block = Parlo::Block;
     using Success = Parlo::Success;
@@ -102,6 +101,6 @@ private:
     int m_connectStatus = ParloConnectStatusDisconnected;
     QString m_apiKey;
     QString m_clientKey;
-    std::atomic<qint64> m_timeout{5};
+    std::atomic<qint64> m_timeout {5};
     QList<Block> m_queue;
 };

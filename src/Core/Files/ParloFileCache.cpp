@@ -20,13 +20,15 @@ constexpr qint64 kDefaultCacheLimit = 64 * 1024 * 1024;
 
 // ---- the memory cache --------------------------------------------------------------------------
 
-struct Parlo::FileCache::Private
-{
+struct Parlo::FileCache::Private {
     mutable QMutex mutex;
-    QCache<QString, QByteArray> cache{kDefaultCacheLimit};
+    QCache<QString, QByteArray> cache {kDefaultCacheLimit};
 };
 
-Parlo::FileCache::FileCache() : d(new Private) {}
+Parlo::FileCache::FileCache()
+    : d(new Private)
+{
+}
 Parlo::FileCache::~FileCache() = default;
 
 QByteArray Parlo::FileCache::object(const QString &name) const
@@ -75,8 +77,8 @@ IMError parloFileNameError(const QString &name)
 {
     auto refuse = [&](const QString &problem) {
         const QString info = QStringLiteral("refused file name \"%1\": %2").arg(name, problem);
-        return IMError::parlo(400, QVariantMap{{QStringLiteral("info"), info},
-                                               {QStringLiteral("NSLocalizedDescriptionKey"), info}});
+        return IMError::parlo(
+            400, QVariantMap {{QStringLiteral("info"), info}, {QStringLiteral("NSLocalizedDescriptionKey"), info}});
     };
     if (name.isEmpty())
         return refuse(QStringLiteral("it is empty"));
@@ -146,16 +148,12 @@ bool parloFileSaveWithName(const QString &name, const QByteArray &data)
     return file.commit();
 }
 
-
 //! The "/files/<name>" path segment: server names pass unchanged, anything else is escaped.
-QString parloFileSegment(const QString &name)
-{
-    return QString::fromLatin1(QUrl::toPercentEncoding(name));
-}
+QString parloFileSegment(const QString &name) { return QString::fromLatin1(QUrl::toPercentEncoding(name)); }
 
 IMError parloNetworkError(int code, const QString &info)
 {
-    return IMError(kParloNetworkErrorDomain, code, QVariantMap{{QStringLiteral("info"), info}});
+    return IMError(kParloNetworkErrorDomain, code, QVariantMap {{QStringLiteral("info"), info}});
 }
 
 //! The file an upload's answer names, null when the answer is no record or its name is refused.
@@ -164,4 +162,3 @@ IMFilePtr parloUploadedFile(const QByteArray &answer)
     const IMFilePtr file = IMFile::fromDictionary(QJsonDocument::fromJson(answer).toVariant().toMap());
     return file && parloFileNameError(file->fileName()).isNull() ? file : nullptr;
 }
-

@@ -20,7 +20,6 @@
 #include <QTimer>
 #include <filesystem>
 
-
 namespace {
 constexpr qsizetype kErrorBodyLimit = 64 * 1024;
 // The network layer may run ahead of the main thread by this much: memory stays flat however
@@ -45,28 +44,25 @@ IMError transferError(QNetworkReply *reply, const QByteArray &body, int m_resour
 {
     if (reply->property(kResourceTimedOut).toBool())
         return parloNetworkError(QNetworkReply::TimeoutError,
-                            QStringLiteral("the transfer did not end within %1 s").arg(m_resourceTimeoutMs / 1000.0));
+            QStringLiteral("the transfer did not end within %1 s").arg(m_resourceTimeoutMs / 1000.0));
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (status >= 400) {
         const QString text = QString::fromUtf8(body);
-        return IMError::parlo(status, QVariantMap{{QStringLiteral("info"), text},
-                                                  {QStringLiteral("NSLocalizedDescriptionKey"), text}});
+        return IMError::parlo(
+            status, QVariantMap {{QStringLiteral("info"), text}, {QStringLiteral("NSLocalizedDescriptionKey"), text}});
     }
     if (reply->error() != QNetworkReply::NoError)
         return parloNetworkError(reply->error(), reply->errorString());
     return IMError();
 }
 
-IMError noServer()
-{
-    return IMError::parlo(400, QStringLiteral("no server address: connectWithURL first"));
-}
+IMError noServer() { return IMError::parlo(400, QStringLiteral("no server address: connectWithURL first")); }
 } // namespace
 
 // ---- HTTP download -----------------------------------------------------------------------------
 
-void ParloFiles::getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success,
-                            Failure failure)
+void ParloFiles::getFileWithName(
+    const QString &name, bool fromCache, Progress progress, DataSuccess success, Failure failure)
 {
     const IMError refused = parloFileNameError(name);
     if (!refused.isNull()) {
@@ -93,7 +89,7 @@ void ParloFiles::getFileWithName(const QString &name, bool fromCache, Progress p
                             downloadFile(name, progress, success, failure);
                         else if (failure)
                             failure(parloNetworkError(QNetworkReply::OperationCanceledError,
-                                                 QStringLiteral("the facade was destroyed before the fetch ended")));
+                                QStringLiteral("the facade was destroyed before the fetch ended")));
                     });
                     return;
                 }
@@ -118,8 +114,9 @@ void ParloFiles::downloadFile(const QString &name, Progress progress, DataSucces
     if (!progress)
         progress = [](double) {};
     QPointer<Parlo> facade(m_facade);
-    chatinHTTPForFiles([this, facade, name, progress, success, failure] { startDownload(name, progress, success, failure); },
-                       posted(failure));
+    chatinHTTPForFiles(
+        [this, facade, name, progress, success, failure] { startDownload(name, progress, success, failure); },
+        posted(failure));
 }
 
 void ParloFiles::startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure)
@@ -127,18 +124,17 @@ void ParloFiles::startDownload(const QString &name, Progress progress, DataSucce
     QNetworkRequest request(QUrl(m_transport.domainString() + QStringLiteral("/files/") + parloFileSegment(name)));
     QNetworkReply *reply = nullptr;
     if (!std::exchange(m_viaSessionOnce, false))
-        reply = IMFileDownloadReply::get(urlSession(), request, IMPlatform::instance()->temporaryPath(),
-                                     filePathWithName(name), m_requestTimeoutMs);
+        reply = IMFileDownloadReply::get(
+            urlSession(), request, IMPlatform::instance()->temporaryPath(), filePathWithName(name), m_requestTimeoutMs);
     if (!reply) {
         reply = urlSession()->get(request);
         reply->setReadBufferSize(kReadBufferSize);
     }
     const QString key = QString::number(m_nextTaskIdentifier++);
-    m_taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
-                                        {kSessionSuccess, QVariant::fromValue(success)},
-                                        {kSessionFailure, QVariant::fromValue(failure)},
-                                        {kSessionProgress, QVariant::fromValue(progress)},
-                                        {kFilename, name}});
+    m_taskDict.insert(key,
+        QVariantMap {{kSessionTask, QVariant::fromValue(reply)}, {kSessionSuccess, QVariant::fromValue(success)},
+            {kSessionFailure, QVariant::fromValue(failure)}, {kSessionProgress, QVariant::fromValue(progress)},
+            {kFilename, name}});
     auto download = std::make_shared<ParloDownload>();
     download->name = name;
     m_downloads.insert(key, download);
@@ -170,15 +166,16 @@ void ParloFiles::startDownload(const QString &name, Progress progress, DataSucce
         }
         download->written += chunk.size();
     });
-    QObject::connect(reply, &QNetworkReply::downloadProgress, context, [this, reply, key](qint64 received, qint64 total) {
-        if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400)
-            return;
-        const Progress report = m_taskDict.value(key).value(kSessionProgress).value<Progress>();
-        if (!report)
-            return;
-        const double fraction = double(received) / double(total);
-        IMDispatchMainAsync([report, fraction] { report(fraction); });
-    });
+    QObject::connect(
+        reply, &QNetworkReply::downloadProgress, context, [this, reply, key](qint64 received, qint64 total) {
+            if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() >= 400)
+                return;
+            const Progress report = m_taskDict.value(key).value(kSessionProgress).value<Progress>();
+            if (!report)
+                return;
+            const double fraction = double(received) / double(total);
+            IMDispatchMainAsync([report, fraction] { report(fraction); });
+        });
     QObject::connect(reply, &QNetworkReply::finished, context, [this, facade = QPointer<Parlo>(m_facade), reply, key] {
         if (facade)
             finishDownload(reply, key);
@@ -201,13 +198,13 @@ void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
             // again through it. Nothing has been reported yet.
             m_viaSessionOnce = true;
             startDownload(download->name, entry.value(kSessionProgress).value<Progress>(), success,
-                          entry.value(kSessionFailure).value<Failure>());
+                entry.value(kSessionFailure).value<Failure>());
             return;
         }
         IMError error = transferError(reply, direct->errorBody(), m_resourceTimeoutMs);
         if (error.isNull() && !direct->writeError().isNull())
             error = IMError(QStringLiteral("QFileDevice"), QFileDevice::WriteError,
-                            QVariantMap{{QStringLiteral("info"), direct->writeError()}});
+                QVariantMap {{QStringLiteral("info"), direct->writeError()}});
         if (!error.isNull()) {
             failure(error);
             return;
@@ -227,12 +224,12 @@ void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
     IMError error = transferError(reply, download->errorBody, m_resourceTimeoutMs);
     if (error.isNull() && !download->writeError.isNull())
         error = IMError(QStringLiteral("QFileDevice"), QFileDevice::WriteError,
-                        QVariantMap{{QStringLiteral("info"), download->writeError}});
+            QVariantMap {{QStringLiteral("info"), download->writeError}});
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (error.isNull() && length.isValid() && reply->rawHeader("Content-Encoding").isEmpty()
         && length.toLongLong() != download->written)
         error = parloNetworkError(QNetworkReply::RemoteHostClosedError,
-                             QStringLiteral("the download ended after %1 of %2 bytes").arg(download->written).arg(length.toLongLong()));
+            QStringLiteral("the download ended after %1 of %2 bytes").arg(download->written).arg(length.toLongLong()));
     if (!error.isNull()) {
         failure(error); // the temporary file goes with `download`
         return;
@@ -253,7 +250,7 @@ void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
         if (bytes.isNull()) {
             QFile::remove(partial);
             failure(IMError(QStringLiteral("QFileDevice"), QFileDevice::ReadError,
-                            QVariantMap{{QStringLiteral("info"), QStringLiteral("the download could not be read back")}}));
+                QVariantMap {{QStringLiteral("info"), QStringLiteral("the download could not be read back")}}));
             return;
         }
         m_cache.setObject(name, bytes);
@@ -264,7 +261,7 @@ void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
         } else {
             std::error_code ignored; // a file that cannot be moved only means a refetch later
             std::filesystem::rename(std::filesystem::path(partial.toStdU16String()),
-                                    std::filesystem::path(target.toStdU16String()), ignored);
+                std::filesystem::path(target.toStdU16String()), ignored);
             if (ignored)
                 QFile::remove(partial);
         }
@@ -277,25 +274,23 @@ void ParloFiles::finishDownload(QNetworkReply *reply, const QString &key)
 
 // ---- upload ------------------------------------------------------------------------------------
 
-QPointer<QNetworkReply> ParloFiles::uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                                  bool isPublic, Progress progress, FileSuccess success,
-                                                  Failure failure)
+QPointer<QNetworkReply> ParloFiles::uploadFileWithData(const QByteArray &data, const QString &type,
+    const IMRoomPtr &room, bool isPublic, Progress progress, FileSuccess success, Failure failure)
 {
     if (m_transport.domainString().isEmpty()) {
         posted(failure)(noServer());
         return {};
     }
     const QString roomID = room ? room->objectID() : QString();
-    const QVariantMap fields{{QStringLiteral("type"), type},
-                             {QStringLiteral("room"), roomID.isNull() ? QStringLiteral("") : roomID},
-                             {QStringLiteral("isPublic"), isPublic ? 1 : 0}};
+    const QVariantMap fields {{QStringLiteral("type"), type},
+        {QStringLiteral("room"), roomID.isNull() ? QStringLiteral("") : roomID},
+        {QStringLiteral("isPublic"), isPublic ? 1 : 0}};
     const Parlo::UploadRequest upload = requestWithData(data, fields);
     QNetworkReply *reply = urlSession()->post(upload.request, upload.body);
     const QString key = QString::number(m_nextTaskIdentifier++);
-    m_taskDict.insert(key, QVariantMap{{kSessionTask, QVariant::fromValue(reply)},
-                                        {kSessionSuccess, QVariant::fromValue(success)},
-                                        {kSessionFailure, QVariant::fromValue(failure)},
-                                        {kSessionProgress, QVariant::fromValue(progress)}});
+    m_taskDict.insert(key,
+        QVariantMap {{kSessionTask, QVariant::fromValue(reply)}, {kSessionSuccess, QVariant::fromValue(success)},
+            {kSessionFailure, QVariant::fromValue(failure)}, {kSessionProgress, QVariant::fromValue(progress)}});
     startTransfer(reply, posted(failure));
 
     QObject *context = m_transferContext.get();
@@ -320,8 +315,8 @@ QPointer<QNetworkReply> ParloFiles::uploadFileWithData(const QByteArray &data, c
     return reply;
 }
 
-void ParloFiles::finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
-                         Failure failure)
+void ParloFiles::finishUpload(
+    QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success, Failure failure)
 {
     if (!m_inFlight.remove(reply))
         return;
@@ -334,8 +329,9 @@ void ParloFiles::finishUpload(QNetworkReply *reply, const QString &key, const QB
     if (error.isNull()) {
         file = parloUploadedFile(answer);
         if (!file)
-            error = IMError::parlo(0, QStringLiteral("the upload's answer names no usable file: %1")
-                                          .arg(QString::fromUtf8(answer.left(1024))));
+            error = IMError::parlo(0,
+                QStringLiteral("the upload's answer names no usable file: %1")
+                    .arg(QString::fromUtf8(answer.left(1024))));
     }
     if (!error.isNull()) {
         posted(failure)(error);

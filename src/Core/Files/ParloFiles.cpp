@@ -38,11 +38,11 @@ ParloFiles::~ParloFiles()
         it.key()->abort();
         if (it.value())
             it.value()(parloNetworkError(QNetworkReply::OperationCanceledError,
-                                    QStringLiteral("the facade was destroyed before the transfer ended")));
+                QStringLiteral("the facade was destroyed before the transfer ended")));
     }
     for (const Failure &failure : std::exchange(m_chatinWaits, {}))
         failure(parloNetworkError(QNetworkReply::OperationCanceledError,
-                             QStringLiteral("the facade was destroyed before the chat-in ended")));
+            QStringLiteral("the facade was destroyed before the chat-in ended")));
     m_taskDict.clear();
     m_downloads.clear(); // removes the temporary files of unfinished m_downloads
     m_readQueue.reset();
@@ -94,8 +94,8 @@ QNetworkReply *ParloFiles::startTransfer(QNetworkReply *reply, Failure abandon)
     QObject::connect(reply, &QObject::destroyed, m_transferContext.get(), [this, reply] {
         const Failure abandon = m_inFlight.take(reply);
         if (abandon)
-            abandon(parloNetworkError(QNetworkReply::OperationCanceledError,
-                                 QStringLiteral("the transfer was deleted before it ended")));
+            abandon(parloNetworkError(
+                QNetworkReply::OperationCanceledError, QStringLiteral("the transfer was deleted before it ended")));
     });
     return reply;
 }
@@ -122,7 +122,6 @@ void ParloFiles::chatinHTTPForFiles(Block success, Failure failure)
 }
 
 // ---- fetching over the connection --------------------------------------------------------------
-
 
 namespace {
 //! The file bytes of an answer's body; false when the body holds something else.
@@ -153,9 +152,9 @@ void ParloFiles::getFileWithName(const QString &name, FileComplete complete)
             complete(refused, QByteArray());
         return;
     }
-    const QVariantMap item{{QStringLiteral("data"), QVariantMap()},
-                           {QStringLiteral("url"), QStringLiteral("/files/") + parloFileSegment(name)},
-                           {QStringLiteral("headers"), m_transport.header()}};
+    const QVariantMap item {{QStringLiteral("data"), QVariantMap()},
+        {QStringLiteral("url"), QStringLiteral("/files/") + parloFileSegment(name)},
+        {QStringLiteral("headers"), m_transport.header()}};
     QPointer<Parlo> facade(m_facade);
     m_transport.emitWithMethod(
         ParloRequestMethodGet, item,
@@ -248,8 +247,8 @@ Parlo::UploadRequest ParloFiles::requestWithData(const QByteArray &data, const Q
     return upload;
 }
 
-QPointer<QNetworkReply> ParloFiles::uploadFileWithImage(const QImage &image, const IMRoomPtr &room, bool isPublic,
-                                                   FileSuccess success, Failure failure)
+QPointer<QNetworkReply> ParloFiles::uploadFileWithImage(
+    const QImage &image, const IMRoomPtr &room, bool isPublic, FileSuccess success, Failure failure)
 {
     QByteArray png;
     QString problem;
@@ -269,11 +268,14 @@ QPointer<QNetworkReply> ParloFiles::uploadFileWithImage(const QImage &image, con
         });
         return {};
     }
-    return uploadFileWithData(png, kMessageTypeImage, room, isPublic, [](double) {}, std::move(success),
-                              std::move(failure));
+    return uploadFileWithData(
+        png, kMessageTypeImage, room, isPublic, [](double) {}, std::move(success), std::move(failure));
 }
 
 QString ParloFiles::filePathWithName(const QString &name) { return parloFilePathWithName(name); }
 bool ParloFiles::isFileExistsWithName(const QString &name) { return parloIsFileExistsWithName(name); }
 QByteArray ParloFiles::fileWithName(const QString &name) { return parloFileWithName(name); }
-bool ParloFiles::fileSaveWithName(const QString &name, const QByteArray &data) { return parloFileSaveWithName(name, data); }
+bool ParloFiles::fileSaveWithName(const QString &name, const QByteArray &data)
+{
+    return parloFileSaveWithName(name, data);
+}

@@ -15,8 +15,7 @@ class ParloLogger;
 class ParloTransport;
 
 //! One HTTP download in flight: where its bytes go.
-struct ParloDownload
-{
+struct ParloDownload {
     QString name;
     //! The bytes received so far, in the app's cache folder; made on the first bytes.
     std::unique_ptr<QTemporaryFile> file;
@@ -28,8 +27,7 @@ struct ParloDownload
 
 //! Owns the file caches, the URL session and the transfers in flight (see Parlo's file members
 //! for what each operation does). Each transfer ends exactly once, also when the facade goes first.
-class ParloFiles
-{
+class ParloFiles {
 public:
     using Block = Parlo::Block;
     using Failure = Parlo::Failure;
@@ -62,9 +60,9 @@ public:
     void getFileWithName(const QString &name, bool fromCache, Progress progress, DataSuccess success, Failure failure);
 
     QPointer<QNetworkReply> uploadFileWithData(const QByteArray &data, const QString &type, const IMRoomPtr &room,
-                                               bool isPublic, Progress progress, FileSuccess success, Failure failure);
-    QPointer<QNetworkReply> uploadFileWithImage(const QImage &image, const IMRoomPtr &room, bool isPublic,
-                                                FileSuccess success, Failure failure);
+        bool isPublic, Progress progress, FileSuccess success, Failure failure);
+    QPointer<QNetworkReply> uploadFileWithImage(
+        const QImage &image, const IMRoomPtr &room, bool isPublic, FileSuccess success, Failure failure);
     Parlo::UploadRequest requestWithData(const QByteArray &data, const QVariantMap &dict) const;
 
     //! Sets the time after which a transfer is ended whatever it is doing (180 s); for tests.
@@ -76,8 +74,8 @@ private:
     void downloadFile(const QString &name, Progress progress, DataSuccess success, Failure failure);
     void startDownload(const QString &name, Progress progress, DataSuccess success, Failure failure);
     void finishDownload(QNetworkReply *reply, const QString &key);
-    void finishUpload(QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success,
-                      Failure failure);
+    void finishUpload(
+        QNetworkReply *reply, const QString &key, const QByteArray &data, FileSuccess success, Failure failure);
     void chatinHTTPForFiles(Block success, Failure failure);
     QNetworkReply *startTransfer(QNetworkReply *reply, Failure abandon);
     IMDispatchQueue &reads();

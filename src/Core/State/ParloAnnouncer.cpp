@@ -13,8 +13,7 @@ namespace {
 QMutex g_announcersMutex;
 QSet<ParloAnnouncer *> g_announcers;
 
-struct Entry
-{
+struct Entry {
     const QString &name;
     void (*call)(ParloDelegate *, const QVariant &);
 };
@@ -24,34 +23,30 @@ const Entry &entry(ParloAnnouncement what)
 {
     static const Entry table[] = {
         {kParloDidUpdateBadge,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateBadge(v.value<IMBadgePtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateBadge(v.value<IMBadgePtr>()); }},
         {kParloDidReceiveMessage,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidReceiveMessage(v.value<IMMessagePtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidReceiveMessage(v.value<IMMessagePtr>()); }},
         {kParloDidReceiveMessageFromOthers,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidReceiveMessageFromOthers(v.value<IMMessagePtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidReceiveMessageFromOthers(v.value<IMMessagePtr>()); }},
         {kParloDidUpdateRooms,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateRooms(v.value<QList<IMRoomPtr>>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateRooms(v.value<QList<IMRoomPtr>>()); }},
         {kParloDidUpdateRoom, [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateRoom(v.value<IMRoomPtr>()); }},
         {kParloDidChangeMessageSendingType,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidChangeMessageSendingType(v.value<IMMessagePtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidChangeMessageSendingType(v.value<IMMessagePtr>()); }},
         {kParloDidUpdateMessage,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateMessage(v.value<IMMessagePtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateMessage(v.value<IMMessagePtr>()); }},
         {kParloDidJoinedWithRoom,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidJoinedWithRoom(v.value<IMRoomPtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidJoinedWithRoom(v.value<IMRoomPtr>()); }},
         {kParloDidUpdateReadTimeWithRoom,
-         [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateReadTimeWithRoom(v.value<IMRoomPtr>()); }},
+            [](ParloDelegate *d, const QVariant &v) { d->ParloDidUpdateReadTimeWithRoom(v.value<IMRoomPtr>()); }},
         {kParloDidChatIn, [](ParloDelegate *d, const QVariant &) { d->ParloDidChatIn(); }},
     };
-    static_assert(sizeof(table) / sizeof(table[0]) == int(ParloAnnouncement::ChatIn) + 1,
-                  "one row per announcement");
+    static_assert(sizeof(table) / sizeof(table[0]) == int(ParloAnnouncement::ChatIn) + 1, "one row per announcement");
     return table[int(what)];
 }
 } // namespace
 
-ParloDelegate::~ParloDelegate()
-{
-    ParloAnnouncer::forgetDelegate(this);
-}
+ParloDelegate::~ParloDelegate() { ParloAnnouncer::forgetDelegate(this); }
 
 void ParloDelegate::ParloDidChangeConnectStatus(int, const QString &) {}
 void ParloDelegate::ParloDidUpdateBadge(const IMBadgePtr &) {}
@@ -113,14 +108,14 @@ void ParloAnnouncer::post(ParloAnnouncement what, const QVariant &value)
 
 void ParloAnnouncer::postNotificationName(const QString &name, const QVariant &object)
 {
-    IMNotificationCenter::defaultCenter()->post(name, object, QVariantMap{{QStringLiteral("object"), object}});
+    IMNotificationCenter::defaultCenter()->post(name, object, QVariantMap {{QStringLiteral("object"), object}});
 }
 
 void ParloAnnouncer::tellConnectStatus(int status, const QString &message)
 {
     if (ParloDelegate *delegate = m_delegate)
         delegate->ParloDidChangeConnectStatus(status, message);
-    const QVariantMap userInfo{{QStringLiteral("status"), status}, {QStringLiteral("message"), message}};
+    const QVariantMap userInfo {{QStringLiteral("status"), status}, {QStringLiteral("message"), message}};
     IMNotificationCenter *center = IMNotificationCenter::defaultCenter();
     center->post(QStringLiteral("didChangeConnectStatus"), QVariant(), userInfo);
     center->post(kParloDidChangeConnectStatus, QVariant(), userInfo);

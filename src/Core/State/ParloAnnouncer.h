@@ -26,8 +26,7 @@ enum class ParloAnnouncement {
 //! Holds the facade's delegate and tells it, and the notification centre, of every change.
 //! Values are the announcement's record as a QVariant (IMBadgePtr, IMMessagePtr, IMRoomPtr,
 //! QList<IMRoomPtr>, or the signed-in IMClientPtr for ChatIn, whose delegate call has no argument).
-class ParloAnnouncer
-{
+class ParloAnnouncer {
 public:
     //! An announcer of `facade`; its delegate is cleared when the delegate is destroyed.
     explicit ParloAnnouncer(Parlo *facade);

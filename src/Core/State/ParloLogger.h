@@ -9,8 +9,7 @@
 
 //! Keeps log records in the persisted log (newest first) when `log` is on and prints them when
 //! `printLog` is on. Both switches may be read from any thread.
-class ParloLogger
-{
+class ParloLogger {
 public:
     //! Whether records are kept in the persisted log.
     bool log() const { return m_log; }
@@ -30,15 +29,15 @@ public:
     }
 
 private:
-    std::atomic<bool> m_log{false};
-    std::atomic<bool> m_printLog{false};
+    std::atomic<bool> m_log {false};
+    std::atomic<bool> m_printLog {false};
 };
 
 //! A log record: {"line": "<File.cpp:N>", key: the "%@" text of value}.
-#define PARLO_LOG_RECORD(key, value)                                                                     \
-    QVariantMap                                                                                          \
-    {                                                                                                    \
-        {QStringLiteral("line"), IM_LOG_LINE()}, { QStringLiteral(key), IMDescription(QVariant(value)) } \
+#define PARLO_LOG_RECORD(key, value)                                                                                   \
+    QVariantMap                                                                                                        \
+    {                                                                                                                  \
+        {QStringLiteral("line"), IM_LOG_LINE()}, { QStringLiteral(key), IMDescription(QVariant(value)) }               \
     }
 
 //! Hands `logger` a log record, built only when logging is on.

@@ -33,9 +33,8 @@ void ParloOutbox::send(const IMMessagePtr &message, Parlo::MessageSuccess succes
         body.remove(QStringLiteral("sender"));
     else
         body.insert(QStringLiteral("sender"), sender);
-    const QVariantMap item{{QStringLiteral("url"), QStringLiteral("/message/")},
-                           {QStringLiteral("headers"), m_transport.header()},
-                           {QStringLiteral("data"), body}};
+    const QVariantMap item {{QStringLiteral("url"), QStringLiteral("/message/")},
+        {QStringLiteral("headers"), m_transport.header()}, {QStringLiteral("data"), body}};
 
     // It stays listed until its echo arrives, even when the send fails.
     m_sending.append(message);
@@ -44,8 +43,8 @@ void ParloOutbox::send(const IMMessagePtr &message, Parlo::MessageSuccess succes
         ParloRequestMethodPost, item,
         [message, success](const QVariant &answer) {
             // An answer that is no message record leaves the local copy as it is.
-            const IMMessagePtr server =
-                answer.typeId() == QMetaType::QVariantMap ? IMMessage::fromDictionary(answer.toMap()) : nullptr;
+            const IMMessagePtr server
+                = answer.typeId() == QMetaType::QVariantMap ? IMMessage::fromDictionary(answer.toMap()) : nullptr;
             message->copyPropertiesFromMessage(server);
             if (success)
                 success(message);

@@ -10,8 +10,7 @@ class ParloTransport;
 //! Owns the messages in flight: a send lists its message until the server's echo settles it
 //! (found again by idFromSender); a failed send stays listed, failed, and only the newest
 //! failedSendingLimit failed ones are kept. Main thread only.
-class ParloOutbox
-{
+class ParloOutbox {
 public:
     ParloOutbox(Parlo *facade, ParloTransport &transport, ParloAnnouncer &announcer);
 

@@ -1,8 +1,8 @@
 #include "ParloRoomList.h"
 
 #include "IMDB.h"
-#include "Parlo.h"
 #include "IMDate.h"
+#include "Parlo.h"
 #include "ParloAnnouncer.h"
 
 ParloRoomList::ParloRoomList(ParloAnnouncer &announcer)
@@ -47,10 +47,7 @@ void ParloRoomList::setBadgeTotal(int total)
     tellBadge();
 }
 
-void ParloRoomList::tellBadge()
-{
-    m_announcer.tell(ParloAnnouncement::Badge, QVariant::fromValue(badge()));
-}
+void ParloRoomList::tellBadge() { m_announcer.tell(ParloAnnouncement::Badge, QVariant::fromValue(badge())); }
 
 void ParloRoomList::markChanged(const IMRoomPtr &room)
 {
@@ -188,7 +185,4 @@ void ParloRoomList::takeReadReport(const IMRoomPtr &read)
     save();
 }
 
-void ParloRoomList::tellRooms()
-{
-    m_announcer.tell(ParloAnnouncement::Rooms, QVariant::fromValue(chatRooms()));
-}
+void ParloRoomList::tellRooms() { m_announcer.tell(ParloAnnouncement::Rooms, QVariant::fromValue(chatRooms())); }

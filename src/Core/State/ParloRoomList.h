@@ -14,8 +14,7 @@ class ParloAnnouncer;
 //! Owns chatRooms and the badge. Every change it makes reaches the local store: the rooms it
 //! changed since the last write are written with the next one, and a list that no longer has the
 //! store's order or members is written whole and read back. Main thread only.
-class ParloRoomList
-{
+class ParloRoomList {
 public:
     explicit ParloRoomList(ParloAnnouncer &announcer);
 
