@@ -246,37 +246,39 @@ void ParloSession::chatinHTTPSuccess(Parlo::ClientSuccess success, Parlo::Failur
 
 void ParloSession::badgeSuccess(Parlo::BadgeSuccess success, Parlo::Failure failure)
 {
-    QPointer<Parlo> facade(m_facade);
-    m_transport.emitWithMethod(
-        ParloRequestMethodPost, envelope(QStringLiteral("/badge")),
-        [this, facade, success](const QVariant &body) {
+    // The answer is the whole record: it replaces the facade's badge.
+    readBadge(
+        QStringLiteral("/badge"), std::move(success), std::move(failure), [](const QVariant &body, const IMBadgePtr &) {
             IMBadgePtr badge = IMBadge::fromDictionary(body.toMap());
-            if (!badge)
-                badge = std::make_shared<IMBadge>();
-            if (facade)
-                m_rooms.setBadge(badge);
-            if (success)
-                success(badge);
-            if (!facade)
-                return;
-            m_rooms.tellBadge();
-        },
-        std::move(failure));
+            return badge ? badge : std::make_shared<IMBadge>();
+        });
 }
 
 void ParloSession::badgeTotalSuccess(Parlo::BadgeSuccess success, Parlo::Failure failure)
 {
+    // The answer is the total alone: the facade's badge keeps its other counters.
+    readBadge(QStringLiteral("/badge/total"), std::move(success), std::move(failure),
+        [](const QVariant &body, const IMBadgePtr &held) {
+            held->setTotal(body.toMap().value(QStringLiteral("total")).toInt());
+            return held;
+        });
+}
+
+void ParloSession::readBadge(
+    const QString &path, Parlo::BadgeSuccess success, Parlo::Failure failure, BadgeFromAnswer take)
+{
     QPointer<Parlo> facade(m_facade);
     m_transport.emitWithMethod(
-        ParloRequestMethodPost, envelope(QStringLiteral("/badge/total")),
-        [this, facade, success](const QVariant &body) {
-            const IMBadgePtr badge = facade ? m_rooms.badge() : std::make_shared<IMBadge>();
-            badge->setTotal(body.toMap().value(QStringLiteral("total")).toInt());
+        ParloRequestMethodPost, envelope(path),
+        [this, facade, success, take](const QVariant &body) {
+            // Once the facade has gone, the caller still hears, with a record of its own.
+            const IMBadgePtr badge = take(body, facade ? m_rooms.badge() : std::make_shared<IMBadge>());
+            if (facade)
+                m_rooms.setBadge(badge);
             if (success)
                 success(badge);
-            if (!facade)
-                return;
-            m_rooms.tellBadge();
+            if (facade)
+                m_rooms.tellBadge();
         },
         std::move(failure));
 }

@@ -38,6 +38,10 @@ public:
 
 private:
     QVariantMap envelope(const QString &path) const;
+    //! Makes the badge of an answer from the body and the badge held.
+    using BadgeFromAnswer = std::function<IMBadgePtr(const QVariant &body, const IMBadgePtr &held)>;
+    //! Posts `path`; the badge `take` makes becomes the facade's, `success` gets it, then it is told.
+    void readBadge(const QString &path, Parlo::BadgeSuccess success, Parlo::Failure failure, BadgeFromAnswer take);
 
     Parlo *m_facade;
     ParloTransport &m_transport;
